@@ -1,0 +1,36 @@
+# What every project of this tree builds with. Included by each of them, so that one built on its own
+# is built the same way.
+include_guard(GLOBAL)
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_AUTOMOC ON)
+
+include(GNUInstallDirs)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+option(WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+option(ENABLE_CLANG_TIDY "Run clang-tidy with the compiler" OFF)
+set(SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")
+
+if(SANITIZE)
+    add_compile_options(-fsanitize=${SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${SANITIZE})
+endif()
+
+# Our own targets ask for this; generated code and other people's headers stay out of it.
+function(use_project_warnings target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion
+        -Wnon-virtual-dtor -Woverloaded-virtual $<$<BOOL:${WARNINGS_AS_ERRORS}>:-Werror>)
+    target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII
+        QT_NO_URL_CAST_FROM_STRING QT_DEPRECATED_WARNINGS)
+    if(ENABLE_CLANG_TIDY)
+        set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY clang-tidy)
+    endif()
+endfunction()

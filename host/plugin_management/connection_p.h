@@ -1,0 +1,123 @@
+#pragma once
+
+#include <plugin_management/backoff_p.h>
+
+#include <QPointer>
+#include <QTcpSocket>
+#include <QTimer>
+
+class WorkerSocket;
+
+/// The connection of one worker to its device: at most one socket at a time, opened, watched, and
+/// re-opened for ever once it has been open and is wanted.
+///
+/// It tells what happened by its signals and decides when to try again; what that means for orders
+/// is the engine's.
+class Connection : public QObject
+{
+    Q_OBJECT
+
+public:
+    struct Endpoint
+    {
+        QString host;
+        quint16 port = 0;
+        int limitMs = 0; ///< for one attempt to connect
+    };
+
+    explicit Connection(QObject* parent = nullptr);
+    ~Connection() override;
+
+    /// Opens a connection; one that is there is closed first. Ends in opened() or openFailed().
+    void open(const Endpoint& endpoint);
+    /// Closes for good.
+    void close();
+    /// Nobody wants the connection re-opened any more; an open one stays open until it ends.
+    void release();
+    /// Replaces the socket because what comes over it can no longer be trusted. At once and without
+    /// a report when the device has answered on it; a device that never does is taken as lost.
+    void reopen(const QString& why);
+    /// Takes the connection as lost.
+    void loseIt(const QString& why);
+    /// A reply came: the device lives.
+    void noteReply();
+    /// Looks whether the socket has ended without a signal, as an unbuffered one does on reading or
+    /// writing.
+    void checkSocket();
+
+    bool isOpen() const { return m_state == State::Open; }
+    /// True while the outcome of an attempt is worth waiting for: the first one, and the first one
+    /// after a loss.
+    bool isAwaited() const;
+    /// True while the connection is down and nobody should wait for it.
+    bool isDown() const { return isRetrying() && !isAwaited(); }
+    /// Why it is down, for a failure text.
+    QString trouble() const { return m_trouble; }
+    const Endpoint& endpoint() const { return m_endpoint; }
+    WorkerSocket* socket() const { return m_socket; }
+
+signals:
+    /// Requests can be written. \a reported: the owner had been told that it was lost, or has not
+    /// heard of it yet.
+    void opened(bool reported);
+    /// The first attempt has failed; there will be no other.
+    void openFailed(const QString& why);
+    /// The connection that opened() told of is gone; it will be re-opened if it is wanted.
+    void lost(const QString& why);
+    /// An attempt to re-open has failed.
+    void retryFailed(const QString& why);
+    void readable();
+
+private:
+    enum class State { Closed, Opening, Open, Waiting, Reopening };
+
+    bool isRetrying() const { return m_state == State::Waiting || m_state == State::Reopening; }
+    void startAttempt(State state);
+    template <typename Handler>
+    void handle(Handler handler);
+    void connectSignals();
+    void socketFailed();
+    void attemptSucceeded();
+    void attemptFailed(const QString& why);
+    void retryLater();
+    void dropSocket();
+    QString endpointText() const;
+
+    State m_state = State::Closed;
+    Endpoint m_endpoint;
+    Backoff m_backoff;
+    QTimer m_limit;
+    QTimer m_retry;
+    WorkerSocket* m_socket = nullptr;
+    QString m_trouble;
+    int m_retries = 0; ///< attempts to re-open since the device last answered
+    int m_inSocketSignal = 0;
+    bool m_wanted = false;
+    bool m_reported = false; ///< the owner believes that it is connected
+    bool m_answered = false; ///< the device has answered on this socket
+};
+
+/// An unbuffered TCP socket that shows what passes through it.
+class WorkerSocket : public QTcpSocket
+{
+    Q_OBJECT
+
+public:
+    using QTcpSocket::QTcpSocket;
+
+    using Watch = void (*)(void* owner, bool outgoing, const char* data, qint64 size);
+
+    /// Calls \a watch with every run of bytes that is written or read.
+    void setWatch(Watch watch, void* owner);
+    /// Sets what a field link needs: no delay, keep-alive probes, and an end within 10 s when the
+    /// other side no longer acknowledges.
+    void setLinkOptions();
+
+protected:
+    qint64 writeData(const char* data, qint64 size) override;
+    qint64 readData(char* data, qint64 size) override;
+
+private:
+    Watch m_watch = nullptr;
+    void* m_owner = nullptr;
+};

@@ -1,0 +1,79 @@
+#include <plugin_management/d_abstract_worker.h>
+
+#include <plugin_management/worker_engine_p.h>
+
+DAbstractWorker::DAbstractWorker(const QString& name) : m_engine(new WorkerEngine(*this))
+{
+    setObjectName(name);
+    declareFunction(QStringLiteral("connect"), WorkerFunction(this, &DAbstractWorker::cbConnect));
+    declareFunction(QStringLiteral("disconnect"),
+                    WorkerFunction(this, &DAbstractWorker::cbDisconnect));
+}
+
+DAbstractWorker::~DAbstractWorker() = default;
+
+bool DAbstractWorker::sltStartOrder(quint64 orderId, const QString& function,
+                                    const ParameterMap& parameters, int timeoutMs, QString& refusal)
+{
+    return m_engine->startOrder(orderId, function, parameters, timeoutMs, refusal);
+}
+
+bool DAbstractWorker::sltStopOrder(quint64 orderId) { return m_engine->stopOrder(orderId); }
+
+bool DAbstractWorker::isConnected() const
+{
+    return m_socket && m_socket->state() == QAbstractSocket::ConnectedState;
+}
+
+bool DAbstractWorker::cbConnect(const unsigned long long orderId, const ParameterMap& parameters,
+                                ParameterMap& result)
+{
+    return m_engine->beginConnect(orderId, parameters, result);
+}
+
+bool DAbstractWorker::cbDisconnect(const unsigned long long orderId, const ParameterMap& parameters,
+                                   ParameterMap& result)
+{
+    Q_UNUSED(orderId)
+    Q_UNUSED(parameters)
+    return m_engine->disconnectNow(result);
+}
+
+ParameterMap DAbstractWorker::cbReply(const QByteArray& reply)
+{
+    return {{QStringLiteral("doneOk"), true}, {QStringLiteral("values"), reply}};
+}
+
+WorkerStatistics DAbstractWorker::statistics() const { return m_engine->statistics(); }
+
+void DAbstractWorker::setFrameTracer(const FrameTracer& tracer) { m_engine->setTracer(tracer); }
+
+void DAbstractWorker::declareFunction(const QString& name, const WorkerFunction& function)
+{
+    m_engine->declareFunction(name, function);
+}
+
+void DAbstractWorker::setKeepAliveFunction(const QString& name, const ParameterMap& parameters,
+                                           int intervalMs)
+{
+    m_engine->setKeepAlive(name, parameters, intervalMs);
+}
+
+void DAbstractWorker::setReplyFraming(const ReplyFraming& framing)
+{
+    m_engine->setFraming(framing);
+}
+
+unsigned long long DAbstractWorker::currentOrderId() const { return m_engine->currentId(); }
+
+ParameterMap DAbstractWorker::getCurrentOrderParameters() const
+{
+    return m_engine->currentParameters();
+}
+
+void DAbstractWorker::setAsyncResult(unsigned long long orderId, ParameterMap& result)
+{
+    Q_UNUSED(orderId)
+    Q_UNUSED(result)
+    m_engine->expectReply();
+}

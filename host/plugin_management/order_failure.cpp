@@ -1,0 +1,70 @@
+#include <plugin_management/order_failure.h>
+
+#include <array>
+#include <utility>
+
+namespace {
+
+using Code = OrderFailure::Code;
+
+constexpr std::array<std::pair<Code, const char*>, 6> codeNames{{
+    {Code::Usage, "usage"},
+    {Code::NotConnected, "not_connected"},
+    {Code::Timeout, "timeout"},
+    {Code::DeviceException, "device_exception"},
+    {Code::BadReply, "bad_reply"},
+    {Code::Stopped, "stopped"},
+}};
+
+Code codeFromName(const QString& name)
+{
+    for (const auto& [code, text] : codeNames) {
+        if (name == QLatin1String(text)) {
+            return code;
+        }
+    }
+    return Code::BadReply;
+}
+
+} // namespace
+
+ParameterMap OrderFailure::toReply() const
+{
+    ParameterMap reply;
+    reply.insert(QStringLiteral("doneOk"), false);
+    reply.insert(QStringLiteral("error"), text);
+    reply.insert(QStringLiteral("errorCode"), codeName(code));
+    if (code == Code::DeviceException) {
+        reply.insert(QStringLiteral("exceptionCode"), exceptionCode);
+    }
+    if (unitId >= 0) {
+        reply.insert(QStringLiteral("unitId"), unitId);
+    }
+    return reply;
+}
+
+OrderFailure OrderFailure::fromReply(const ParameterMap& reply)
+{
+    const auto done = reply.constFind(QStringLiteral("doneOk"));
+    const auto code = reply.constFind(QStringLiteral("errorCode"));
+    const bool failed = code != reply.constEnd() || (done != reply.constEnd() && !done->toBool());
+    if (!failed) {
+        return {};
+    }
+    OrderFailure failure;
+    failure.code = code != reply.constEnd() ? codeFromName(code->toString()) : Code::BadReply;
+    failure.text = reply.value(QStringLiteral("error")).toString();
+    failure.exceptionCode = reply.value(QStringLiteral("exceptionCode"), 0).toInt();
+    failure.unitId = reply.value(QStringLiteral("unitId"), -1).toInt();
+    return failure;
+}
+
+QString OrderFailure::codeName(Code code)
+{
+    for (const auto& [known, text] : codeNames) {
+        if (known == code) {
+            return QLatin1String(text);
+        }
+    }
+    return QString();
+}

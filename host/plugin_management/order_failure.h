@@ -1,0 +1,34 @@
+#pragma once
+
+#include <plugin_management/plugin_management_global.h>
+#include <plugin_management/types.h>
+
+/// Why an order, or one repetition of it, failed.
+struct OrderFailure
+{
+    enum class Code {
+        None,
+        Usage, ///< the order itself is wrong: a parameter, a function name, a full queue
+        NotConnected, ///< no connection, or it was lost while the request was out
+        Timeout, ///< the device did not answer in time
+        DeviceException, ///< the device answered with an exception
+        BadReply, ///< the device's reply was not one to this request
+        Stopped, ///< the order was stopped before it could end
+    };
+
+    Code code = Code::None;
+    QString text; ///< what failed and why, one line
+    int exceptionCode = 0; ///< of a DeviceException
+    int unitId = -1; ///< the unit that was asked, -1 when no request went out
+
+    explicit operator bool() const { return code != Code::None; }
+
+    /// As a reply map: "doneOk" false, "error", "errorCode", and where they apply "exceptionCode"
+    /// and "unitId".
+    HOST_PLUGIN_MANAGEMENT_EXPORT ParameterMap toReply() const;
+    /// Out of a reply map. A map whose "doneOk" is false and that names no reason is a BadReply.
+    HOST_PLUGIN_MANAGEMENT_EXPORT static OrderFailure fromReply(const ParameterMap& reply);
+    /// The code's name in JSON: "usage", "not_connected", "timeout", "device_exception",
+    /// "bad_reply", "stopped".
+    HOST_PLUGIN_MANAGEMENT_EXPORT static QString codeName(Code code);
+};

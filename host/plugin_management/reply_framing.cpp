@@ -1,0 +1,75 @@
+#include <plugin_management/reply_framing.h>
+
+#include <array>
+
+namespace {
+
+constexpr int lengthOffset = 4;
+constexpr int headerSize = 6; // what the length field does not count
+constexpr int unitOffset = 6;
+constexpr int functionOffset = 7;
+constexpr int exceptionOffset = 8;
+constexpr int shortestBody = 2; // unit id and function code
+constexpr int longestBody = 254; // unit id and a PDU of 253 bytes
+constexpr uchar exceptionBit = 0x80;
+
+uchar byteAt(const char* data, int offset) { return static_cast<uchar>(data[offset]); }
+
+int mbapFrameLength(const char* data, int size)
+{
+    if (size < headerSize) {
+        return ReplyFraming::NeedMore;
+    }
+    const int body = byteAt(data, lengthOffset) << 8 | byteAt(data, lengthOffset + 1);
+    const bool plausible = body >= shortestBody && body <= longestBody;
+    return plausible ? headerSize + body : int(ReplyFraming::Implausible);
+}
+
+int mbapExceptionCode(const char* data, int size)
+{
+    const bool exception = size > exceptionOffset && (byteAt(data, functionOffset) & exceptionBit);
+    return exception ? byteAt(data, exceptionOffset) : 0;
+}
+
+QString mbapExceptionName(int code)
+{
+    static constexpr std::array names{
+        "",
+        "illegal function",
+        "illegal data address",
+        "illegal data value",
+        "server device failure",
+        "acknowledge",
+        "server device busy",
+        "",
+        "memory parity error",
+        "",
+        "gateway path unavailable",
+        "gateway target device failed to respond",
+    };
+    const auto index = static_cast<std::size_t>(code);
+    return index < names.size() ? QString::fromLatin1(names[index]) : QString();
+}
+
+int mbapRequestUnit(const char* data, int size)
+{
+    return size > unitOffset ? byteAt(data, unitOffset) : -1;
+}
+
+bool mbapAnswers(const char* request, int requestSize, const char* reply, int replySize)
+{
+    if (requestSize <= functionOffset || replySize <= functionOffset) {
+        return false;
+    }
+    const int difference = byteAt(request, functionOffset) ^ byteAt(reply, functionOffset);
+    return (difference & ~exceptionBit) == 0;
+}
+
+} // namespace
+
+const ReplyFraming& mbapFraming()
+{
+    static constexpr ReplyFraming framing{mbapFrameLength, mbapExceptionCode, mbapExceptionName,
+                                          mbapRequestUnit, mbapAnswers};
+    return framing;
+}

@@ -1,0 +1,657 @@
+#include <plugin_management/worker_engine_p.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+using Code = OrderFailure::Code;
+
+constexpr int defaultLimitMs = 5000;
+constexpr int longestIntervalMs = 24 * 60 * 60 * 1000;
+constexpr uint largestPort = 0xFFFF;
+constexpr int readChunk = 4096; // more than any frame, so that one read takes what is there
+
+const QString& connectName()
+{
+    static const QString name = QStringLiteral("connect");
+    return name;
+}
+
+const QString& disconnectName()
+{
+    static const QString name = QStringLiteral("disconnect");
+    return name;
+}
+
+bool succeededIn(const ParameterMap& reply)
+{
+    static const QString key = QStringLiteral("doneOk");
+    const auto done = reply.constFind(key);
+    return done == reply.constEnd() || done->toBool();
+}
+
+// "recurrent" and "recurrentInterval" of an instruction; 0 for a one-shot order, -1 for an interval
+// that is none.
+int intervalOf(const ParameterMap& parameters)
+{
+    static const QString recurrent = QStringLiteral("recurrent");
+    static const QString interval = QStringLiteral("recurrentInterval");
+    if (!parameters.value(recurrent).toBool()) {
+        return 0;
+    }
+    bool ok = false;
+    const int intervalMs = parameters.value(interval).toInt(&ok);
+    return ok && intervalMs >= 1 && intervalMs <= longestIntervalMs ? intervalMs : -1;
+}
+
+void insertAll(ParameterMap& into, const ParameterMap& from)
+{
+    for (auto it = from.cbegin(); it != from.cend(); ++it) {
+        into.insert(it.key(), it.value());
+    }
+}
+
+} // namespace
+
+/// Keeps orders that slots start meanwhile in the queue, and runs them when it goes.
+class WorkerEngine::Hold
+{
+public:
+    explicit Hold(WorkerEngine* engine) : m_engine(engine), m_outermost(!engine->m_pumping)
+    {
+        engine->m_pumping = true;
+    }
+    ~Hold()
+    {
+        if (m_engine && m_outermost) {
+            m_engine->m_pumping = false;
+            m_engine->pump();
+        }
+    }
+    Q_DISABLE_COPY(Hold)
+
+private:
+    QPointer<WorkerEngine> m_engine; // a slot may destroy the worker
+    bool m_outermost;
+};
+
+WorkerEngine::WorkerEngine(DAbstractWorker& worker)
+    : m_worker(worker), m_cutter(mbapFraming()), m_deadline(this, [this] { handleTimeout(); }),
+      m_silence(this, [this] { handleSilence(); }), m_tick(this,
+                                                           [this] {
+                                                               m_queue.tick(steadyNowMs());
+                                                               pump();
+                                                           }),
+      m_framing(&mbapFraming())
+{
+    connect(&m_connection, &Connection::opened, this, &WorkerEngine::handleOpened);
+    connect(&m_connection, &Connection::openFailed, this, &WorkerEngine::handleOpenFailed);
+    connect(&m_connection, &Connection::lost, this, &WorkerEngine::handleLost);
+    connect(&m_connection, &Connection::retryFailed, this, &WorkerEngine::failWaiting);
+    connect(&m_connection, &Connection::readable, this, &WorkerEngine::handleReadable);
+}
+
+// --- orders in
+// ------------------------------------------------------------------------------------
+
+bool WorkerEngine::startOrder(quint64 id, const QString& function, const ParameterMap& parameters,
+                              int timeoutMs, QString& refusal)
+{
+    if (m_queue.full()) {
+        refusal = QStringLiteral("the worker's queue is full (%1 orders); wait for answers before "
+                                 "giving more")
+                      .arg(WorkerQueue::capacity);
+        return false;
+    }
+    auto order = std::make_shared<WorkerOrder>();
+    order->id = id;
+    order->parameters = parameters;
+    order->timeoutMs = timeoutMs > 0 ? timeoutMs : defaultLimitMs;
+    if (!fillOrder(*order, function, refusal)) {
+        return false;
+    }
+    m_queue.add(order, order->recurrent() ? steadyNowMs() : 0);
+    pump();
+    return true;
+}
+
+bool WorkerEngine::fillOrder(WorkerOrder& order, const QString& function, QString& refusal) const
+{
+    const auto it = m_functions.constFind(function);
+    if (it == m_functions.constEnd()) {
+        refusal = QStringLiteral("the worker has no function '%1'").arg(function);
+        return false;
+    }
+    order.function = *it;
+    order.needsConnection = function != connectName() && function != disconnectName();
+    order.intervalMs = intervalOf(order.parameters);
+    if (order.intervalMs < 0) {
+        refusal = QStringLiteral("parameter 'recurrentInterval': '%1' is not a number of "
+                                 "milliseconds, 1 to %2")
+                      .arg(order.parameters.value(QStringLiteral("recurrentInterval")).toString())
+                      .arg(longestIntervalMs);
+        return false;
+    }
+    return true;
+}
+
+bool WorkerEngine::stopOrder(quint64 id)
+{
+    if (id != 0 && id == m_connectId) {
+        const Hold hold(this);
+        m_connectId = 0;
+        m_connection.release();
+        if (!m_connection.isOpen()) {
+            failWaiting(QStringLiteral("the connection was closed"));
+        }
+        return true;
+    }
+    const bool waiting = m_queue.remove(id) != nullptr;
+    if (m_current && m_current->id == id) {
+        // Its request is out: it stays in flight until its reply or its time limit, so that the
+        // reply cannot be taken for the next order's.
+        m_current->stopped = true;
+        return true;
+    }
+    return waiting;
+}
+
+// --- running
+// --------------------------------------------------------------------------------------
+
+void WorkerEngine::pump()
+{
+    if (m_pumping) {
+        return;
+    }
+    const QPointer<WorkerEngine> self(this);
+    m_pumping = true;
+    m_lastFailed = false;
+    while (!m_current && !m_lastFailed) {
+        const WorkerOrderPtr order = m_queue.takeNext(!m_connection.isAwaited());
+        if (!order) {
+            break;
+        }
+        run(order);
+        if (!self) {
+            return;
+        }
+    }
+    m_pumping = false;
+    if (m_lastFailed) {
+        // One failure a turn of the event loop: whoever answers each failure with a new order must
+        // not keep the loop from opening the connection again.
+        m_lastFailed = false;
+        QMetaObject::invokeMethod(this, &WorkerEngine::pump, Qt::QueuedConnection);
+    }
+    armTick();
+}
+
+void WorkerEngine::run(const WorkerOrderPtr& order)
+{
+    m_current = order;
+    m_replyExpected = false;
+    m_connectBegun = false;
+    m_requestHeadSize = 0;
+    m_cutter.clear();
+    if (order->needsConnection && m_connection.isDown()) {
+        settle(takeCurrent(), false,
+               failure(Code::NotConnected,
+                       QStringLiteral("no connection to %1 (%2); it is being re-opened")
+                           .arg(endpointText(), m_connection.trouble()))
+                   .toReply());
+        return;
+    }
+    const QPointer<WorkerEngine> self(this);
+    if (order->id != 0) {
+        emit m_worker.sigOrderRunning(order->id);
+    }
+    if (!self) {
+        return;
+    }
+    ParameterMap result;
+    const bool succeeded = order->function(order->id, order->parameters, result);
+    afterCall(succeeded, result);
+}
+
+void WorkerEngine::afterCall(bool succeeded, const ParameterMap& result)
+{
+    if (m_connectBegun) {
+        m_current.reset(); // from here on the order belongs to the connection
+        return;
+    }
+    if (succeeded && m_replyExpected) {
+        m_lastRequestMs = steadyNowMs();
+        m_deadline.arm(m_lastRequestMs + m_current->timeoutMs);
+        return;
+    }
+    const QPointer<WorkerEngine> self(this);
+    if (!succeeded && m_current->needsConnection) {
+        m_connection.checkSocket(); // a write may just have found it ended, which settles the order
+    }
+    if (self && m_current) {
+        settle(takeCurrent(), succeeded, succeeded ? result : refusedByFunction(result));
+    }
+}
+
+WorkerOrderPtr WorkerEngine::takeCurrent()
+{
+    m_deadline.disarm();
+    return std::move(m_current);
+}
+
+void WorkerEngine::settle(const WorkerOrderPtr& order, bool succeeded, const ParameterMap& reply)
+{
+    m_lastFailed = !succeeded;
+    if (order->id == 0) {
+        return;
+    }
+    if (order->recurrent()) {
+        m_queue.instanceEnded(*order, steadyNowMs());
+    }
+    if (order->stopped) {
+        return;
+    }
+    count(succeeded, reply);
+    if (order->recurrent()) {
+        emit m_worker.sigOrderAnswer(order->id, reply);
+    } else if (succeeded) {
+        emit m_worker.sigOrderDone(order->id, reply);
+    } else {
+        emit m_worker.sigOrderError(order->id, reply);
+    }
+}
+
+void WorkerEngine::failWaiting(const QString& why)
+{
+    const Hold hold(this);
+    const QPointer<WorkerEngine> self(this);
+    const ParameterMap reply =
+        failure(Code::NotConnected,
+                QStringLiteral("no connection to %1: %2").arg(endpointText(), why))
+            .toReply();
+    const std::vector<WorkerOrderPtr> waiting = m_queue.takeWaiting();
+    for (const WorkerOrderPtr& order : waiting) {
+        settle(order, false, reply);
+        if (!self) {
+            return;
+        }
+    }
+}
+
+void WorkerEngine::count(bool succeeded, const ParameterMap& reply)
+{
+    if (succeeded) {
+        ++m_statistics.done;
+        return;
+    }
+    switch (OrderFailure::fromReply(reply).code) {
+    case Code::Timeout:
+        ++m_statistics.timeouts;
+        break;
+    case Code::DeviceException:
+        ++m_statistics.exceptions;
+        break;
+    case Code::BadReply:
+        ++m_statistics.badReplies;
+        break;
+    case Code::NotConnected:
+        ++m_statistics.notConnected;
+        break;
+    default:
+        ++m_statistics.otherFailures;
+        break;
+    }
+}
+
+OrderFailure WorkerEngine::failure(Code code, const QString& text) const
+{
+    OrderFailure failure;
+    failure.code = code;
+    failure.text = text;
+    if (m_requestHeadSize > 0) {
+        failure.unitId = m_framing->requestUnit(m_requestHead.data(), m_requestHeadSize);
+    }
+    return failure;
+}
+
+ParameterMap WorkerEngine::refusedByFunction(const ParameterMap& result) const
+{
+    if (OrderFailure::fromReply(result)) {
+        return result;
+    }
+    const bool connected = m_worker.isConnected();
+    const OrderFailure why = connected
+        ? failure(Code::Usage, QStringLiteral("the driver refused the order"))
+        : failure(Code::NotConnected, QStringLiteral("there is no connection"));
+    ParameterMap reply = result;
+    insertAll(reply, why.toReply());
+    return reply;
+}
+
+void WorkerEngine::armTick()
+{
+    const qint64 nextMs = m_queue.nextTickMs();
+    if (nextMs < 0) {
+        m_tick.disarm();
+    } else {
+        m_tick.arm(nextMs);
+    }
+}
+
+// --- replies
+// --------------------------------------------------------------------------------------
+
+void WorkerEngine::handleReadable()
+{
+    std::array<char, readChunk> bytes;
+    const QPointer<WorkerEngine> self(this);
+    m_reading = true;
+    const auto size = static_cast<int>(m_connection.socket()->read(bytes.data(), bytes.size()));
+    m_reading = false;
+    if (size > 0) {
+        if (!m_current) {
+            handleUnsolicited(size);
+        } else if (m_cutter.append(bytes.data(), size)) {
+            handleFrame();
+        }
+    }
+    if (self) {
+        m_connection.checkSocket();
+    }
+}
+
+// Nothing was asked. Requests carry no number of their own, so from here on nobody can tell which
+// reply answers which request on this connection.
+void WorkerEngine::handleUnsolicited(int size)
+{
+    const Hold hold(this);
+    m_statistics.droppedBytes += static_cast<quint64>(size);
+    m_connection.reopen(QStringLiteral("%1 bytes came unasked").arg(size));
+}
+
+void WorkerEngine::handleFrame()
+{
+    const Hold hold(this);
+    const QByteArray frame = m_cutter.frame();
+    const int surplus = m_cutter.surplus();
+    m_statistics.droppedBytes += static_cast<quint64>(surplus);
+    m_connection.noteReply();
+    bool inStep = surplus == 0 && !m_cutter.implausible()
+        && m_framing->answers(m_requestHead.data(), m_requestHeadSize, frame.constData(),
+                              frame.size());
+    bool succeeded = true;
+    ParameterMap reply;
+    if (m_current->stopped) {
+        m_statistics.droppedBytes += static_cast<quint64>(frame.size());
+    } else if (m_current->id != 0) { // of the keep-alive any reply at all is life
+        succeeded = judge(frame, reply);
+        inStep = inStep && OrderFailure::fromReply(reply).code != Code::BadReply;
+    }
+    const WorkerOrderPtr order = takeCurrent();
+    if (!inStep) {
+        m_connection.reopen(QStringLiteral("a reply did not fit its request"));
+    }
+    settle(order, succeeded, reply);
+}
+
+bool WorkerEngine::judge(const QByteArray& frame, ParameterMap& reply)
+{
+    reply = m_worker.cbReply(frame);
+    if (succeededIn(reply)) {
+        return true;
+    }
+    const int exception = m_framing->exceptionCode(frame.constData(), frame.size());
+    OrderFailure why =
+        failure(Code::BadReply, QStringLiteral("the device's reply does not fit the request"));
+    if (exception != 0) {
+        const QString name = m_framing->exceptionName(exception);
+        why.code = Code::DeviceException;
+        why.exceptionCode = exception;
+        why.text = QStringLiteral("the device answered exception %1").arg(exception);
+        why.text += name.isEmpty() ? QString() : QStringLiteral(", ") + name;
+    }
+    insertAll(reply, why.toReply());
+    return false;
+}
+
+void WorkerEngine::handleTimeout()
+{
+    if (!m_current) {
+        return;
+    }
+    const Hold hold(this);
+    const WorkerOrderPtr order = takeCurrent();
+    const QString why = QStringLiteral("no answer within %1 ms").arg(order->timeoutMs);
+    const ParameterMap reply = failure(Code::Timeout, why).toReply();
+    const QPointer<WorkerEngine> self(this);
+    if (order->id == 0) {
+        m_connection.loseIt(QStringLiteral("the keep-alive got ") + why);
+    } else {
+        m_connection.reopen(why); // its reply may still come, and would look like the next one's
+    }
+    if (self) {
+        settle(order, false, reply);
+    }
+}
+
+// --- keep-alive
+// -----------------------------------------------------------------------------------
+
+void WorkerEngine::handleSilence()
+{
+    if (!m_connection.isOpen() || m_keepAlive.intervalMs <= 0) {
+        return;
+    }
+    const qint64 nowMs = steadyNowMs();
+    const qint64 dueMs = m_lastRequestMs + m_keepAlive.intervalMs;
+    const bool busy = m_current || m_pumping;
+    m_silence.arm(busy || dueMs <= nowMs ? nowMs + m_keepAlive.intervalMs : dueMs);
+    if (busy || dueMs > nowMs) {
+        return;
+    }
+    auto order = std::make_shared<WorkerOrder>();
+    order->function = m_functions.value(m_keepAlive.function);
+    order->parameters = m_keepAlive.parameters;
+    order->timeoutMs =
+        m_connection.endpoint().limitMs > 0 ? m_connection.endpoint().limitMs : defaultLimitMs;
+    if (!order->function.empty()) {
+        const Hold hold(this);
+        run(order);
+    }
+}
+
+// --- connection
+// -----------------------------------------------------------------------------------
+
+bool WorkerEngine::beginConnect(quint64 id, const ParameterMap& parameters, ParameterMap& result)
+{
+    QString refusal;
+    if (!connectAllowed(parameters, refusal) || !chooseKeepAlive(parameters, refusal)) {
+        result = failure(Code::Usage, refusal).toReply();
+        result.insert(QStringLiteral("connected"), m_connection.isOpen());
+        return false;
+    }
+    m_worker.m_connectionSettings = parameters;
+    m_connectId = id;
+    m_connectBegun = true;
+    m_opensFirst = true;
+    m_connection.open({parameters.value(QStringLiteral("host")).toString().trimmed(),
+                       static_cast<quint16>(parameters.value(QStringLiteral("port")).toUInt()),
+                       m_current->timeoutMs});
+    return true;
+}
+
+bool WorkerEngine::connectAllowed(const ParameterMap& parameters, QString& refusal) const
+{
+    bool portIsNumber = false;
+    const uint port = parameters.value(QStringLiteral("port")).toUInt(&portIsNumber);
+    if (m_connectId != 0) {
+        refusal = QStringLiteral("already connected to %1; disconnect first").arg(endpointText());
+    } else if (parameters.value(QStringLiteral("host")).toString().trimmed().isEmpty()) {
+        refusal = QStringLiteral("parameter 'host' is empty; name the device's address");
+    } else if (!portIsNumber || port == 0 || port > largestPort) {
+        refusal = QStringLiteral("parameter 'port': '%1' is not a number 1 to %2")
+                      .arg(parameters.value(QStringLiteral("port")).toString())
+                      .arg(largestPort);
+    }
+    return refusal.isEmpty();
+}
+
+bool WorkerEngine::chooseKeepAlive(const ParameterMap& parameters, QString& refusal)
+{
+    m_keepAlive = m_defaultKeepAlive;
+    const QString function = parameters.value(QStringLiteral("keepAliveFunction")).toString();
+    if (function.isEmpty()) {
+        return true;
+    }
+    const QString text = parameters.value(QStringLiteral("keepAliveFunctionRegister")).toString();
+    bool isNumber = text.isEmpty(); // none given: the first register
+    const uint number = isNumber ? 0 : text.toUInt(&isNumber);
+    if (!m_functions.contains(function)) {
+        refusal = QStringLiteral("parameter 'keepAliveFunction': the worker has no function '%1'")
+                      .arg(function);
+    } else if (!isNumber) {
+        refusal =
+            QStringLiteral("parameter 'keepAliveFunctionRegister': '%1' is not a number").arg(text);
+    }
+    m_keepAlive.function = function;
+    m_keepAlive.parameters = {{QStringLiteral("keepAliveFunction"), function},
+                              {QStringLiteral("register"), number}};
+    return refusal.isEmpty();
+}
+
+bool WorkerEngine::disconnectNow(ParameterMap& result)
+{
+    const bool wasOpen = m_connection.isOpen();
+    const quint64 connectId = std::exchange(m_connectId, 0);
+    m_connection.close();
+    result.insert(QStringLiteral("disconnected"), true);
+    if (wasOpen) {
+        emit m_worker.sigStatusChanged(false);
+    }
+    if (connectId != 0) { // disconnected without being stopped: that is its end
+        emit m_worker.sigOrderDone(connectId, result);
+    }
+    return true;
+}
+
+void WorkerEngine::handleOpened(bool report)
+{
+    const Hold hold(this);
+    WorkerSocket* socket = m_connection.socket();
+    socket->setWatch(
+        [](void* engine, bool outgoing, const char* data, qint64 size) {
+            static_cast<WorkerEngine*>(engine)->watchBytes(outgoing, data, static_cast<int>(size));
+        },
+        this);
+    m_worker.m_socket = socket;
+    m_statistics.reconnects += m_opensFirst ? 0 : 1;
+    m_opensFirst = false;
+    m_lastRequestMs = steadyNowMs();
+    if (m_keepAlive.intervalMs > 0) {
+        m_silence.arm(m_lastRequestMs + m_keepAlive.intervalMs);
+    }
+    if (report) {
+        reportState(true);
+    }
+}
+
+void WorkerEngine::handleOpenFailed(const QString& why)
+{
+    const Hold hold(this);
+    const QPointer<WorkerEngine> self(this);
+    const quint64 id = std::exchange(m_connectId, 0);
+    const QString text = QStringLiteral("cannot connect to %1: %2").arg(endpointText(), why);
+    ParameterMap reply = failure(Code::NotConnected, text).toReply();
+    reply.insert(QStringLiteral("connected"), false);
+    if (id != 0) {
+        emit m_worker.sigOrderError(id, reply);
+    }
+    if (self) {
+        failWaiting(why);
+    }
+}
+
+void WorkerEngine::handleLost(const QString& why)
+{
+    const Hold hold(this);
+    const QPointer<WorkerEngine> self(this);
+    if (const WorkerOrderPtr order = takeCurrent()) {
+        const QString text = QStringLiteral("the connection to %1 was lost (%2)");
+        settle(order, false, failure(Code::NotConnected, text.arg(endpointText(), why)).toReply());
+    }
+    if (self) {
+        reportState(false, why);
+    }
+}
+
+void WorkerEngine::reportState(bool connected, const QString& why)
+{
+    const QPointer<WorkerEngine> self(this);
+    emit m_worker.sigStatusChanged(connected);
+    if (!self || m_connectId == 0) {
+        return;
+    }
+    ParameterMap reply;
+    if (connected) {
+        reply.insert(QStringLiteral("connected"), true);
+    } else {
+        reply = failure(Code::NotConnected, why).toReply();
+        reply.insert(QStringLiteral("disconnected"), true);
+    }
+    emit m_worker.sigOrderAnswer(m_connectId, reply);
+}
+
+void WorkerEngine::watchBytes(bool outgoing, const char* data, int size)
+{
+    if (outgoing) {
+        m_requestHeadSize = std::min(size, ReplyFraming::requestHeadSize);
+        std::memcpy(m_requestHead.data(), data, static_cast<std::size_t>(m_requestHeadSize));
+    } else if (!m_reading) {
+        m_statistics.droppedBytes += static_cast<quint64>(size); // the worker's own drain
+    }
+    if (m_tracer) {
+        m_tracer(outgoing, QByteArray(data, size));
+    }
+}
+
+// --- set-up
+// ---------------------------------------------------------------------------------------
+
+void WorkerEngine::declareFunction(const QString& name, const WorkerFunction& function)
+{
+    m_functions.insert(name, function);
+}
+
+void WorkerEngine::setKeepAlive(const QString& name, const ParameterMap& parameters, int intervalMs)
+{
+    m_defaultKeepAlive = {name, parameters, intervalMs};
+    m_keepAlive = m_defaultKeepAlive;
+}
+
+void WorkerEngine::setFraming(const ReplyFraming& framing)
+{
+    m_framing = &framing;
+    m_cutter.setFraming(framing);
+}
+
+ParameterMap WorkerEngine::currentParameters() const
+{
+    return m_current ? m_current->parameters : ParameterMap();
+}
+
+WorkerStatistics WorkerEngine::statistics() const
+{
+    WorkerStatistics statistics = m_statistics;
+    statistics.ticksSkipped = m_queue.ticksSkipped();
+    return statistics;
+}
+
+QString WorkerEngine::endpointText() const
+{
+    return QStringLiteral("%1:%2")
+        .arg(m_connection.endpoint().host)
+        .arg(m_connection.endpoint().port);
+}

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <plugin_management/connection_p.h>
+#include <plugin_management/d_abstract_worker.h>
+#include <plugin_management/lazy_timer_p.h>
+#include <plugin_management/order_failure.h>
+#include <plugin_management/reply_cutter_p.h>
+#include <plugin_management/worker_queue_p.h>
+
+#include <QHash>
+
+#include <array>
+
+/// What a worker base does: takes orders, runs one at a time, pairs it with its reply or its
+/// failure, and keeps the connection.
+///
+/// An order is either waiting in the queue, in flight (its request is out), or over. The connect
+/// order is none of these: once its attempt has begun it belongs to the connection until it is
+/// stopped. Every path out of "in flight" goes through settle(), so an order ends once.
+class WorkerEngine : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit WorkerEngine(DAbstractWorker& worker);
+
+    bool startOrder(quint64 id, const QString& function, const ParameterMap& parameters,
+                    int timeoutMs, QString& refusal);
+    bool stopOrder(quint64 id);
+
+    bool beginConnect(quint64 id, const ParameterMap& parameters, ParameterMap& result);
+    bool disconnectNow(ParameterMap& result);
+
+    void declareFunction(const QString& name, const WorkerFunction& function);
+    void setKeepAlive(const QString& name, const ParameterMap& parameters, int intervalMs);
+    void setFraming(const ReplyFraming& framing);
+    void setTracer(const DAbstractWorker::FrameTracer& tracer) { m_tracer = tracer; }
+
+    quint64 currentId() const { return m_current ? m_current->id : 0; }
+    ParameterMap currentParameters() const;
+    void expectReply() { m_replyExpected = true; }
+    WorkerStatistics statistics() const;
+
+private:
+    struct KeepAlive
+    {
+        QString function;
+        ParameterMap parameters;
+        int intervalMs = 0;
+    };
+    class Hold;
+
+    bool fillOrder(WorkerOrder& order, const QString& function, QString& refusal) const;
+
+    void pump();
+    void run(const WorkerOrderPtr& order);
+    void afterCall(bool succeeded, const ParameterMap& result);
+    WorkerOrderPtr takeCurrent();
+    void settle(const WorkerOrderPtr& order, bool succeeded, const ParameterMap& reply);
+    void failWaiting(const QString& why);
+    void count(bool succeeded, const ParameterMap& reply);
+    OrderFailure failure(OrderFailure::Code code, const QString& text) const;
+    ParameterMap refusedByFunction(const ParameterMap& result) const;
+    void armTick();
+
+    void handleReadable();
+    void handleUnsolicited(int size);
+    void handleFrame();
+    bool judge(const QByteArray& frame, ParameterMap& reply);
+    void handleTimeout();
+    void handleSilence();
+
+    bool connectAllowed(const ParameterMap& parameters, QString& refusal) const;
+    bool chooseKeepAlive(const ParameterMap& parameters, QString& refusal);
+    void handleOpened(bool report);
+    void handleOpenFailed(const QString& why);
+    void handleLost(const QString& why);
+    void reportState(bool connected, const QString& why = QString());
+    void watchBytes(bool outgoing, const char* data, int size);
+    QString endpointText() const;
+
+    DAbstractWorker& m_worker;
+    QHash<QString, WorkerFunction> m_functions;
+    WorkerQueue m_queue;
+    Connection m_connection;
+    ReplyCutter m_cutter;
+    LazyTimer m_deadline;
+    LazyTimer m_silence;
+    LazyTimer m_tick;
+    DAbstractWorker::FrameTracer m_tracer;
+
+    WorkerOrderPtr m_current; ///< being run or in flight
+    bool m_replyExpected = false;
+    bool m_connectBegun = false; ///< the function being run has begun a connect
+    bool m_lastFailed = false;
+    bool m_pumping = false;
+    bool m_reading = false;
+    bool m_opensFirst = false; ///< the next connection is a connect order's own
+    quint64 m_connectId = 0; ///< the running connect order
+
+    KeepAlive m_defaultKeepAlive;
+    KeepAlive m_keepAlive;
+    qint64 m_lastRequestMs = 0;
+    std::array<char, ReplyFraming::requestHeadSize> m_requestHead{};
+    int m_requestHeadSize = 0; ///< 0: nothing was written for the current order
+    const ReplyFraming* m_framing;
+    WorkerStatistics m_statistics;
+};

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QtGlobal>
+
+/// What a worker has seen since it was made.
+struct WorkerStatistics
+{
+    quint64 done = 0; ///< orders and repetitions that ended well
+    quint64 timeouts = 0;
+    quint64 exceptions = 0;
+    quint64 badReplies = 0;
+    quint64 notConnected = 0;
+    quint64 otherFailures = 0;
+    quint64 ticksSkipped = 0; ///< repetitions that fell due while the one before was pending
+    quint64 reconnects = 0; ///< connections opened after the first one
+    quint64 droppedBytes = 0; ///< bytes that answered no request: late, unsolicited, or to a stop
+};

@@ -55,7 +55,10 @@ Connection::Connection(QObject* parent) : QObject(parent)
     connect(&m_limit, &QTimer::timeout, this, [this] {
         attemptFailed(QStringLiteral("no answer within %1 ms").arg(m_limit.interval()));
     });
-    connect(&m_retry, &QTimer::timeout, this, [this] { startAttempt(State::Reopening); });
+    connect(&m_retry, &QTimer::timeout, this, [this] {
+        ++m_retries;
+        startAttempt(State::Reopening);
+    });
 }
 
 Connection::~Connection()
@@ -140,7 +143,9 @@ void Connection::noteReply()
 void Connection::checkSocket()
 {
     if (m_state == State::Open && m_socket->state() != QAbstractSocket::ConnectedState) {
-        const bool closedByDevice = m_socket->error() == QAbstractSocket::RemoteHostClosedError;
+        // A write after the read that found the end replaces the error by an unknown one.
+        const bool closedByDevice = m_socket->error() == QAbstractSocket::RemoteHostClosedError
+            || m_socket->error() == QAbstractSocket::UnknownSocketError;
         loseIt(closedByDevice ? QStringLiteral("the device closed the connection")
                               : m_socket->errorString());
     }
@@ -165,9 +170,6 @@ void Connection::startAttempt(State state)
     dropSocket();
     m_state = state;
     m_answered = false;
-    if (state == State::Reopening) {
-        ++m_retries;
-    }
     m_socket = new WorkerSocket(this);
     connectSignals();
     m_limit.start(m_endpoint.limitMs > 0 ? m_endpoint.limitMs : defaultLimitMs);

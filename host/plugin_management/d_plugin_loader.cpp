@@ -67,6 +67,8 @@ Result load(const QString& file)
     if (judged.reason != Reason::None) {
         return judged;
     }
+    // A missing symbol must refuse the module now, not end the host when it is first called.
+    loader.setLoadHints(QLibrary::ResolveAllSymbolsHint);
     if (!loader.load()) {
         return refusal(Reason::LoadFailed, file, loader.errorString().simplified());
     }

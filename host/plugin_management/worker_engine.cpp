@@ -578,7 +578,10 @@ void WorkerEngine::handleLost(const QString& why)
 {
     const Hold hold(this);
     const QPointer<WorkerEngine> self(this);
-    if (const WorkerOrderPtr order = takeCurrent()) {
+    const WorkerOrderPtr order = takeCurrent();
+    if (order && m_requestHeadSize == 0 && order->id != 0) {
+        m_queue.putBack(order); // the write found the socket ended: the device has seen nothing
+    } else if (order) {
         const QString text = QStringLiteral("the connection to %1 was lost (%2)");
         settle(order, false, failure(Code::NotConnected, text.arg(endpointText(), why)).toReply());
     }
@@ -599,6 +602,7 @@ void WorkerEngine::reportState(bool connected, const QString& why)
         reply.insert(QStringLiteral("connected"), true);
     } else {
         reply = failure(Code::NotConnected, why).toReply();
+        reply.remove(QStringLiteral("doneOk")); // a state, not a rejected reply
         reply.insert(QStringLiteral("disconnected"), true);
     }
     emit m_worker.sigOrderAnswer(m_connectId, reply);

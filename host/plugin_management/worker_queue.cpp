@@ -48,6 +48,16 @@ void WorkerQueue::add(const WorkerOrderPtr& order, qint64 nowMs)
     m_recurrent.push_back(order);
 }
 
+void WorkerQueue::putBack(const WorkerOrderPtr& order)
+{
+    if (order->recurrent()) {
+        order->running = false;
+        order->due = true;
+    } else {
+        m_oneShots.push_front(order);
+    }
+}
+
 WorkerOrderPtr WorkerQueue::remove(quint64 id)
 {
     WorkerOrderPtr order = takeById(m_oneShots, id);

@@ -34,6 +34,8 @@ public:
 
     bool full() const { return m_oneShots.size() + m_recurrent.size() >= capacity; }
     void add(const WorkerOrderPtr& order, qint64 nowMs);
+    /// Puts an order that was taken, but never sent, back in front.
+    void putBack(const WorkerOrderPtr& order);
     /// Takes the order out (a recurrent one for good). Null when it is not there.
     WorkerOrderPtr remove(quint64 id);
     /// The next order to run, null when there is none. Without \a connected only orders that need

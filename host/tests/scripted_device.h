@@ -1,0 +1,183 @@
+#pragma once
+
+#include <QHash>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <sys/socket.h>
+
+#include <cerrno>
+
+/// A device for tests that misbehaves by name: each request takes the next step of the script, and
+/// is answered properly when the script is through. A request's 16-bit field at offset 8 comes back
+/// as the reply's value, so that every reply tells which request it answers.
+class ScriptedDevice : public QObject
+{
+public:
+    enum Step {
+        Answer,
+        Never,
+        Late, ///< after lateMs
+        ByteByByte,
+        HalfThenRest,
+        Twice, ///< the reply and a copy of it in one write
+        OtherFunction,
+        Exception2,
+        ImplausibleHeader,
+        CloseInstead,
+        HalfThenClose,
+        CloseAfter,
+    };
+
+    ScriptedDevice() { start(0); }
+
+    bool start(quint16 port)
+    {
+        m_server.reset(new QTcpServer);
+        connect(m_server.data(), &QTcpServer::newConnection, this, [this] { accept(); });
+        return m_server->listen(QHostAddress::LocalHost, port);
+    }
+
+    /// Closes all connections and is gone until start().
+    void powerOff()
+    {
+        m_server->close();
+        closeAll();
+    }
+
+    void closeAll()
+    {
+        const auto clients = m_clients.keys();
+        for (QTcpSocket* client : clients) {
+            client->abort();
+        }
+    }
+
+    void sendUnasked(const QByteArray& bytes)
+    {
+        for (auto it = m_clients.cbegin(); it != m_clients.cend(); ++it) {
+            it.key()->write(bytes);
+        }
+    }
+
+    quint16 port() const { return m_server->serverPort(); }
+    int openConnections() const { return m_clients.size(); }
+
+    QList<Step> script;
+    int lateMs = 0;
+    bool closeOnAccept = false;
+    QList<QByteArray> requests;
+    int connections = 0;
+    int mostConnections = 0;
+
+    static QByteArray reply(const QByteArray& request)
+    {
+        QByteArray frame = request.left(2) + QByteArray::fromHex("00000005");
+        return frame + request.mid(6, 2) + char(2) + request.mid(8, 2);
+    }
+
+private:
+    void accept()
+    {
+        while (QTcpSocket* client = m_server->nextPendingConnection()) {
+            ++connections;
+            m_clients.insert(client, {});
+            mostConnections = qMax(mostConnections, liveConnections());
+            connect(client, &QTcpSocket::readyRead, this, [this, client] { read(client); });
+            connect(client, &QTcpSocket::disconnected, this, [this, client] {
+                m_clients.remove(client);
+                client->deleteLater();
+            });
+            client->setParent(this);
+            if (closeOnAccept) {
+                client->abort();
+            }
+        }
+    }
+
+    // A connection that the other side has closed counts no more, though our loop has not come to
+    // reading that yet.
+    int liveConnections() const
+    {
+        int live = 0;
+        for (auto it = m_clients.cbegin(); it != m_clients.cend(); ++it) {
+            char byte = 0;
+            const auto fd = static_cast<int>(it.key()->socketDescriptor());
+            const auto size = ::recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+            live += size > 0 || (size < 0 && errno == EAGAIN) ? 1 : 0;
+        }
+        return live;
+    }
+
+    void read(QTcpSocket* client)
+    {
+        constexpr int requestSize = 12;
+        QByteArray& buffer = m_clients[client];
+        buffer += client->readAll();
+        while (m_clients.contains(client) && m_clients[client].size() >= requestSize) {
+            const QByteArray request = m_clients[client].left(requestSize);
+            m_clients[client].remove(0, requestSize);
+            requests.append(request);
+            play(script.isEmpty() ? Answer : script.takeFirst(), client, request);
+        }
+    }
+
+    void later(QTcpSocket* client, int ms, const QByteArray& bytes)
+    {
+        QTimer::singleShot(ms, client, [client, bytes] {
+            client->write(bytes);
+            client->flush();
+        });
+    }
+
+    void play(Step step, QTcpSocket* client, const QByteArray& request)
+    {
+        const QByteArray good = reply(request);
+        switch (step) {
+        case Answer:
+            client->write(good);
+            break;
+        case Never:
+            break;
+        case Late:
+            later(client, lateMs, good);
+            break;
+        case ByteByByte:
+            for (int i = 0; i < good.size(); ++i) {
+                later(client, i, good.mid(i, 1));
+            }
+            break;
+        case HalfThenRest:
+            later(client, 0, good.left(5));
+            later(client, 5, good.mid(5));
+            break;
+        case Twice:
+            client->write(good + good);
+            break;
+        case OtherFunction:
+            client->write(QByteArray(good).replace(7, 1, "\x04"));
+            break;
+        case Exception2:
+            client->write(request.left(2) + QByteArray::fromHex("00000003008302"));
+            break;
+        case ImplausibleHeader:
+            client->write("HTTP/1.0 400");
+            break;
+        case CloseInstead:
+            client->abort();
+            break;
+        case HalfThenClose:
+            client->write(good.left(8));
+            client->disconnectFromHost();
+            break;
+        case CloseAfter:
+            client->write(good);
+            client->disconnectFromHost();
+            break;
+        }
+    }
+
+    QScopedPointer<QTcpServer> m_server;
+    QHash<QTcpSocket*, QByteArray> m_clients;
+};

@@ -8,7 +8,7 @@
 
 namespace {
 
-Q_LOGGING_CATEGORY(logConnection, "host.connection")
+Q_LOGGING_CATEGORY(logConnection, "host.connection", QtInfoMsg)
 
 constexpr int defaultLimitMs = 5000;
 constexpr unsigned unacknowledgedLimitMs = 10000;

@@ -5,12 +5,14 @@
 #include <chrono>
 #include <limits>
 
-/// Milliseconds of a clock that never goes back.
-inline qint64 steadyNowMs()
+/// Microseconds of a clock that never goes back.
+inline qint64 steadyNowUs()
 {
     using namespace std::chrono;
-    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
 }
+
+inline qint64 steadyNowMs() { return steadyNowUs() / 1000; }
 
 /// A single-shot timer for a due time that keeps moving away, such as a time limit that nearly
 /// always is met: moving it further off costs a store, the event loop's timer stays as it is.

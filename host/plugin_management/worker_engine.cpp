@@ -222,8 +222,8 @@ void WorkerEngine::afterCall(bool succeeded, const ParameterMap& result)
         return;
     }
     if (succeeded && m_replyExpected) {
-        m_lastRequestMs = steadyNowMs();
-        m_deadline.arm(m_lastRequestMs + m_current->timeoutMs);
+        m_lastRequestUs = steadyNowUs();
+        m_deadline.arm(m_lastRequestUs / 1000 + m_current->timeoutMs);
         return;
     }
     const QPointer<WorkerEngine> self(this);
@@ -378,6 +378,7 @@ void WorkerEngine::handleFrame()
     const int surplus = m_cutter.surplus();
     m_statistics.droppedBytes += static_cast<quint64>(surplus);
     m_connection.noteReply();
+    m_roundTrips.add(steadyNowUs() - m_lastRequestUs);
     bool inStep = surplus == 0 && !m_cutter.implausible()
         && m_framing->answers(m_requestHead.data(), m_requestHeadSize, frame.constData(),
                               frame.size());
@@ -445,7 +446,7 @@ void WorkerEngine::handleSilence()
         return;
     }
     const qint64 nowMs = steadyNowMs();
-    const qint64 dueMs = m_lastRequestMs + m_keepAlive.intervalMs;
+    const qint64 dueMs = m_lastRequestUs / 1000 + m_keepAlive.intervalMs;
     const bool busy = m_current || m_pumping;
     m_silence.arm(busy || dueMs <= nowMs ? nowMs + m_keepAlive.intervalMs : dueMs);
     if (busy || dueMs > nowMs) {
@@ -549,9 +550,9 @@ void WorkerEngine::handleOpened(bool report)
     m_worker.m_socket = socket;
     m_statistics.reconnects += m_opensFirst ? 0 : 1;
     m_opensFirst = false;
-    m_lastRequestMs = steadyNowMs();
+    m_lastRequestUs = steadyNowUs();
     if (m_keepAlive.intervalMs > 0) {
-        m_silence.arm(m_lastRequestMs + m_keepAlive.intervalMs);
+        m_silence.arm(m_lastRequestUs / 1000 + m_keepAlive.intervalMs);
     }
     if (report) {
         reportState(true);
@@ -650,6 +651,10 @@ WorkerStatistics WorkerEngine::statistics() const
 {
     WorkerStatistics statistics = m_statistics;
     statistics.ticksSkipped = m_queue.ticksSkipped();
+    statistics.roundTripLeastUs = m_roundTrips.leastUs();
+    statistics.roundTripMeanUs = m_roundTrips.meanUs();
+    statistics.roundTripP99Us = m_roundTrips.quantileUs(99);
+    statistics.roundTripMostUs = m_roundTrips.mostUs();
     return statistics;
 }
 

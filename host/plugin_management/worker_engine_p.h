@@ -5,6 +5,7 @@
 #include <plugin_management/lazy_timer_p.h>
 #include <plugin_management/order_failure.h>
 #include <plugin_management/reply_cutter_p.h>
+#include <plugin_management/round_trips_p.h>
 #include <plugin_management/worker_queue_p.h>
 
 #include <QHash>
@@ -100,7 +101,8 @@ private:
 
     KeepAlive m_defaultKeepAlive;
     KeepAlive m_keepAlive;
-    qint64 m_lastRequestMs = 0;
+    qint64 m_lastRequestUs = 0;
+    RoundTrips m_roundTrips;
     std::array<char, ReplyFraming::requestHeadSize> m_requestHead{};
     int m_requestHeadSize = 0; ///< 0: nothing was written for the current order
     const ReplyFraming* m_framing;

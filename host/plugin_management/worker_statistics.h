@@ -14,4 +14,10 @@ struct WorkerStatistics
     quint64 ticksSkipped = 0; ///< repetitions that fell due while the one before was pending
     quint64 reconnects = 0; ///< connections opened after the first one
     quint64 droppedBytes = 0; ///< bytes that answered no request: late, unsolicited, or to a stop
+
+    // From the write of a request to its whole reply, in microseconds; 0 before the first reply.
+    quint64 roundTripLeastUs = 0;
+    quint64 roundTripMeanUs = 0;
+    quint64 roundTripP99Us = 0; ///< 99 % were not longer (within 12 %)
+    quint64 roundTripMostUs = 0;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -8,6 +9,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <functional>
 
 /// A device for tests that misbehaves by name: each request takes the next step of the script, and
 /// is answered properly when the script is through. A request's 16-bit field at offset 8 comes back
@@ -36,7 +38,7 @@ public:
     {
         m_server.reset(new QTcpServer);
         connect(m_server.data(), &QTcpServer::newConnection, this, [this] { accept(); });
-        return m_server->listen(QHostAddress::LocalHost, port);
+        return m_server->listen(QHostAddress::AnyIPv4, port);
     }
 
     /// Closes all connections and is gone until start().
@@ -64,7 +66,16 @@ public:
     quint16 port() const { return m_server->serverPort(); }
     int openConnections() const { return m_clients.size(); }
 
+    struct Attempt
+    {
+        QString address; ///< of ours, as the other side knows it
+        qint64 atMs;
+    };
+
     QList<Step> script;
+    std::function<void()> beforeStep; ///< may change the script for each request
+    QElapsedTimer* clock = nullptr; ///< set: attempts to connect are written down
+    QList<Attempt> attempts;
     int lateMs = 0;
     bool closeOnAccept = false;
     QList<QByteArray> requests;
@@ -82,6 +93,9 @@ private:
     {
         while (QTcpSocket* client = m_server->nextPendingConnection()) {
             ++connections;
+            if (clock != nullptr) {
+                attempts.append({client->localAddress().toString(), clock->elapsed()});
+            }
             m_clients.insert(client, {});
             mostConnections = qMax(mostConnections, liveConnections());
             connect(client, &QTcpSocket::readyRead, this, [this, client] { read(client); });
@@ -119,6 +133,9 @@ private:
             const QByteArray request = m_clients[client].left(requestSize);
             m_clients[client].remove(0, requestSize);
             requests.append(request);
+            if (beforeStep) {
+                beforeStep();
+            }
             play(script.isEmpty() ? Answer : script.takeFirst(), client, request);
         }
     }
@@ -126,8 +143,10 @@ private:
     void later(QTcpSocket* client, int ms, const QByteArray& bytes)
     {
         QTimer::singleShot(ms, client, [client, bytes] {
-            client->write(bytes);
-            client->flush();
+            if (client->state() == QAbstractSocket::ConnectedState) {
+                client->write(bytes);
+                client->flush();
+            }
         });
     }
 

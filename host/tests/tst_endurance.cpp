@@ -1,0 +1,200 @@
+#include "order_bench.h"
+#include "scripted_device.h"
+
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+
+#include <algorithm>
+
+using Code = OrderFailure::Code;
+using Step = ScriptedDevice::Step;
+
+/// What must hold over many orders, many workers and any sequence of events.
+class EnduranceTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void noOrderEndsWithAnothersValue();
+    void aListenSurvivesARebootOfTheDevice();
+    void aHundredWorkersComeBackWithoutAStorm();
+    void everyOrderOfAStormEndsOnce();
+};
+
+void EnduranceTest::noOrderEndsWithAnothersValue()
+{
+    constexpr int orders = 10000;
+    constexpr int limitMs = 8;
+    QRandomGenerator random(20240917);
+    ScriptedDevice device;
+    device.beforeStep = [&] {
+        if (random.bounded(10) == 0) {
+            device.script.prepend(Step::Late);
+            device.lateMs = limitMs + 1 + random.bounded(3 * limitMs);
+        }
+    };
+    Bench bench;
+    bench.connectTo(device.port());
+    bool connected = true;
+    QObject::connect(bench.plugin->worker(), &DAbstractWorker::sigStatusChanged, this,
+                     [&connected](bool up) { connected = up; });
+    int right = 0;
+    for (int i = 1; i <= orders; ++i) {
+        QVariantMap parameters = value(i);
+        parameters.insert(QStringLiteral("limit"), limitMs);
+        const quint64 id = bench.start(ask, parameters);
+        const DOrder order = bench.finish(id);
+        if (order.state == DOrder::State::Done) {
+            QCOMPARE(order.results.value(QStringLiteral("value")), QVariant(i));
+            ++right;
+        }
+        QVERIFY(connected || waitFor([&] { return connected; })); // else it would fail at once
+        bench.forget(id);
+    }
+    const WorkerStatistics statistics = bench.statistics();
+    qInfo("%d answered, %llu time-outs, %llu connections", right,
+          static_cast<unsigned long long>(statistics.timeouts),
+          static_cast<unsigned long long>(statistics.reconnects + 1));
+    QVERIFY(right > orders / 2);
+    QVERIFY(statistics.timeouts > orders / 20);
+    QCOMPARE(device.mostConnections, 1);
+}
+
+void EnduranceTest::aListenSurvivesARebootOfTheDevice()
+{
+    ScriptedDevice device;
+    const quint16 port = device.port();
+    Bench bench;
+    const quint64 connection = bench.connectTo(port);
+    QVariantMap parameters = value(4);
+    parameters.insert(QStringLiteral("function"), ask);
+    parameters.insert(QStringLiteral("recurrent"), true);
+    parameters.insert(QStringLiteral("recurrentInterval"), 5);
+    const quint64 listen = bench.start(watch, parameters);
+    for (int reboot = 0; reboot < 2; ++reboot) {
+        const int before = bench.results.value(listen).size();
+        QVERIFY(waitFor([&] { return bench.results.value(listen).size() > before + 3; }));
+        device.powerOff();
+        QVERIFY(waitFor([&] { return bench.results.value(connection).size() == 2 + 2 * reboot; }));
+        QVERIFY(device.start(port));
+    }
+    const int before = bench.results.value(listen).size();
+    QVERIFY(waitFor([&] { return bench.results.value(listen).size() > before + 3; }));
+    const QString up = QStringLiteral("connected=true");
+    const QString down = QStringLiteral("disconnected=true");
+    QCOMPARE(bench.results.value(connection), (QStringList{up, down, up, down, up}));
+    QVERIFY(bench.results.value(listen).size() <= device.requests.size());
+    QCOMPARE(device.mostConnections, 1);
+    QVERIFY(bench.ends.isEmpty());
+}
+
+void EnduranceTest::aHundredWorkersComeBackWithoutAStorm()
+{
+    constexpr int workers = 100;
+    ScriptedDevice device;
+    std::vector<std::unique_ptr<Bench>> benches;
+    int connected = 0;
+    for (int i = 1; i <= workers; ++i) {
+        benches.push_back(std::make_unique<Bench>());
+        Bench& bench = *benches.back();
+        // Every worker knows the device under an address of its own: that tells who tries.
+        bench.connectTo(device.port(), 2000, QStringLiteral("127.0.1.%1").arg(i));
+        QObject::connect(bench.plugin->worker(), &DAbstractWorker::sigStatusChanged, this,
+                         [&connected](bool up) { connected += up ? 1 : -1; });
+    }
+    QVERIFY(waitFor([&] { return connected == workers; }));
+    device.attempts.clear();
+    device.closeOnAccept = true; // gone, but still counting who knocks
+    QElapsedTimer clock;
+    clock.start();
+    device.clock = &clock;
+    device.closeAll();
+    QVERIFY(waitFor([&] { return clock.elapsed() > 5000; }));
+    device.closeOnAccept = false;
+    const qint64 backMs = clock.elapsed();
+    QVERIFY(waitFor([&] { return connected == workers; }, 25000));
+    qInfo("all back after %lld ms", clock.elapsed() - backMs);
+
+    QHash<QString, qint64> lastTry;
+    QList<qint64> late;
+    for (const ScriptedDevice::Attempt& attempt : qAsConst(device.attempts)) {
+        if (lastTry.contains(attempt.address)) {
+            QVERIFY(attempt.atMs - lastTry.value(attempt.address) >= 100);
+        }
+        lastTry.insert(attempt.address, attempt.atMs);
+        if (attempt.atMs > 1000) {
+            late.append(attempt.atMs);
+        }
+    }
+    QCOMPARE(lastTry.size(), workers);
+    for (int i = 0; i + 30 < late.size(); ++i) {
+        QVERIFY(late.at(i + 30) - late.at(i) >= 100);
+    }
+}
+
+void EnduranceTest::everyOrderOfAStormEndsOnce()
+{
+    constexpr int rounds = 1000;
+    const QList<Step> steps{Step::Answer,        Step::Never,      Step::Twice,
+                            Step::OtherFunction, Step::Exception2, Step::CloseInstead,
+                            Step::HalfThenClose, Step::CloseAfter, Step::ByteByByte,
+                            Step::Late};
+    QRandomGenerator random(7);
+    int orders = 0;
+    for (int round = 0; round < rounds; ++round) {
+        ScriptedDevice device;
+        device.lateMs = 2;
+        Bench bench(random.bounded(2) * 3);
+        QList<quint64> ids{bench.connectTo(device.port())};
+        const int events = random.bounded(4, 24);
+        for (int i = 0; i < events && bench.plugin; ++i) {
+            device.script = {steps.at(random.bounded(steps.size()))};
+            switch (random.bounded(8)) {
+            case 0:
+                bench.plugin->orders()->stop(ids.at(random.bounded(ids.size())));
+                break;
+            case 1:
+                device.closeAll();
+                break;
+            case 2:
+                ids.append(bench.connectTo(device.port()));
+                break;
+            case 3: {
+                QVariantMap parameters = value(i);
+                parameters.insert(QStringLiteral("function"), ask);
+                parameters.insert(QStringLiteral("recurrent"), true);
+                parameters.insert(QStringLiteral("recurrentInterval"), random.bounded(1, 4));
+                parameters.insert(QStringLiteral("limit"), 2);
+                ids.append(bench.start(watch, parameters));
+                break;
+            }
+            case 4:
+                waitFor([] { return false; }, 1);
+                break;
+            default: {
+                QVariantMap parameters = value(i);
+                parameters.insert(QStringLiteral("limit"), random.bounded(1, 4));
+                ids.append(bench.start(ask, parameters));
+                break;
+            }
+            }
+            QCoreApplication::processEvents();
+        }
+        if (random.bounded(2) == 0) {
+            for (const quint64 id : qAsConst(ids)) {
+                bench.plugin->orders()->stop(id);
+            }
+            QVERIFY(waitFor([&] { return bench.ends.size() == ids.size(); }));
+        }
+        bench.plugin.reset(); // ends what still runs
+        for (const quint64 id : qAsConst(ids)) {
+            QCOMPARE(bench.ends.value(id), 1);
+        }
+        orders += ids.size();
+    }
+    qInfo("%d orders", orders);
+}
+
+QTEST_GUILESS_MAIN(EnduranceTest)
+
+#include "tst_endurance.moc"

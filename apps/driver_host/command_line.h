@@ -1,0 +1,42 @@
+#pragma once
+
+#include "renderer.h"
+
+#include <plugin_management/types.h>
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+struct ModuleDescription;
+
+/// What the user asks for.
+struct Request
+{
+    QString command; ///< one of the module's, or "info" when the module has none of that name
+    ParameterMap parameters; ///< of the order, checked and with declared defaults
+    ParameterMap connectParameters; ///< of the order that makes the connection
+    Format format = Format::Text;
+    bool quiet = false;
+    bool verbose = false;
+    bool color = true;
+    int count = 0; ///< end after so many results; 0: go on
+};
+
+/// A request, or what to say instead of doing something.
+struct CommandLine
+{
+    std::optional<Request> request;
+    int exitCode = 0;
+    QString output; ///< an answer for standard output, such as a help text
+    QString error; ///< what is wrong with the arguments, one line or more
+};
+
+/// The last value of --plugin, empty when it is not there. It is looked up before all else, because
+/// the commands and options to parse come from that module.
+QString pluginArgument(const QStringList& arguments);
+
+/// Reads the arguments (without the program's own name) against what \a module declares: one
+/// subcommand per command, one option per parameter, and the options of "connect" for all.
+CommandLine parseCommandLine(const QStringList& arguments, const ModuleDescription& module);

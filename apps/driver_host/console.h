@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QObject>
+#include <QSocketNotifier>
+#include <QString>
+
+/// The two streams of the program: results go to standard output and leave it at once, everything
+/// else goes to standard error.
+class Console : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// With \a quiet, notes are not shown; with \a color, failures stand out on a terminal.
+    Console(bool quiet, bool color, QObject* parent = nullptr);
+
+    /// Writes whole lines to standard output.
+    void write(const QString& lines);
+    /// True when a result could not be written although somebody was there to read it.
+    bool hasLostOutput() const { return m_lostOutput; }
+    /// Tells what went wrong.
+    void error(const QString& line);
+    /// Tells what is nice to know.
+    void note(const QString& line);
+
+signals:
+    /// Nothing more can be written to standard output: its reader has gone, or a write failed.
+    /// Emitted once.
+    void outputClosed();
+
+private:
+    void watchOutput();
+    void closeOutput();
+
+    bool m_quiet;
+    bool m_color;
+    bool m_open = true;
+    bool m_lostOutput = false;
+    QSocketNotifier m_hangUp;
+};
+
+/// Opens those of the three standard files that the program was started without. To be called
+/// before anything else opens a file, which would get their numbers and then the results.
+void openStandardFiles();
+
+/// One line to standard error, from any thread.
+void writeStandardError(const QString& line);

@@ -1,0 +1,53 @@
+#include "module_file.h"
+
+#include <plugin_management/d_abstract_plugin.h>
+#include <plugin_management/d_plugin_loader.h>
+
+#include <QCoreApplication>
+#include <QFileInfo>
+
+namespace {
+
+// The module's place in the build tree and in an installed one, as seen from the program.
+QStringList usualFiles()
+{
+    const QString folder = QCoreApplication::applicationDirPath() + QLatin1Char('/');
+    const QString name = QStringLiteral("/libp_driver_modbus.so");
+    return {folder + QLatin1String("../lib/plugins") + name,
+            folder + QLatin1String(DRIVER_HOST_PLUGIN_FOLDER) + name};
+}
+
+QString usualFile()
+{
+    const QStringList files = usualFiles();
+    for (const QString& file : files) {
+        if (QFileInfo::exists(file)) {
+            return QFileInfo(file).canonicalFilePath();
+        }
+    }
+    return files.first();
+}
+
+} // namespace
+
+Module loadModule(const QString& file, const QString& objectName)
+{
+    Module module;
+    const QString path = file.isEmpty() ? usualFile() : file;
+    const DPluginLoader::Result loaded = DPluginLoader::load(path);
+    if (!loaded) {
+        module.error = loaded.text;
+        return module;
+    }
+    module.owner.reset(loaded.root->createInstance(QUuid::createUuid()));
+    module.device = dynamic_cast<DAbstractPlugin*>(module.owner.get());
+    if (module.device == nullptr) {
+        module.error =
+            QStringLiteral("cannot use '%1': it makes no object of this host's kind").arg(path);
+        return module;
+    }
+    module.device->setObjectName(objectName);
+    module.device->initPluginCommands();
+    module.description = describeModule(*module.device, path);
+    return module;
+}

@@ -1,0 +1,55 @@
+#include "poll_statistics.h"
+
+#include <QStringList>
+
+#include <array>
+
+namespace {
+
+struct FailureKind
+{
+    const char* one;
+    const char* many;
+    quint64 WorkerStatistics::*counter;
+};
+
+constexpr std::array<FailureKind, 5> failureKinds{{
+    {"timeout", "timeouts", &WorkerStatistics::timeouts},
+    {"exception", "exceptions", &WorkerStatistics::exceptions},
+    {"bad reply", "bad replies", &WorkerStatistics::badReplies},
+    {"not connected", "not connected", &WorkerStatistics::notConnected},
+    {"other", "others", &WorkerStatistics::otherFailures},
+}};
+
+QString counted(quint64 count, const char* one, const char* many)
+{
+    return QStringLiteral("%1 %2").arg(count).arg(QLatin1String(count == 1 ? one : many));
+}
+
+} // namespace
+
+QString pollStatistics(const WorkerStatistics& before, const WorkerStatistics& after,
+                       qint64 elapsedMs)
+{
+    const auto since = [&](quint64 WorkerStatistics::*counter) {
+        return after.*counter - before.*counter;
+    };
+    quint64 failed = 0;
+    QStringList reasons;
+    for (const FailureKind& kind : failureKinds) {
+        const quint64 count = since(kind.counter);
+        failed += count;
+        if (count > 0) {
+            reasons.append(counted(count, kind.one, kind.many));
+        }
+    }
+    const QString why = reasons.isEmpty()
+        ? QString()
+        : QStringLiteral(" (%1)").arg(reasons.join(QLatin1String(", ")));
+    return QStringLiteral("%1 done, %2 failed%3, %4, %5, %6, %7 s")
+        .arg(QString::number(since(&WorkerStatistics::done)), QString::number(failed), why,
+             counted(since(&WorkerStatistics::ticksSkipped), "tick skipped", "ticks skipped"),
+             counted(since(&WorkerStatistics::reconnects), "reconnect", "reconnects"),
+             counted(since(&WorkerStatistics::droppedBytes), "byte dropped", "bytes dropped"),
+             QString::number(double(elapsedMs) / 1000.0, 'f', 1));
+}

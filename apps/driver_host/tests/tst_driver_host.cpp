@@ -1,0 +1,225 @@
+#include "command_line.h"
+#include "failure_text.h"
+#include "module_description.h"
+#include "renderer.h"
+#include "value_parser.h"
+
+#include <QtTest>
+
+Q_DECLARE_METATYPE(OrderFailure)
+Q_DECLARE_METATYPE(RenderedOrder)
+Q_DECLARE_METATYPE(Format)
+
+namespace {
+
+using Code = OrderFailure::Code;
+
+OrderFailure failure(Code code, const char* text, int exceptionCode = 0, int unitId = -1)
+{
+    return {code, QString::fromLatin1(text), exceptionCode, unitId};
+}
+
+QVariantList list(const std::initializer_list<QVariant>& values) { return values; }
+
+// A made-up module, unlike the real one where that matters: "speak" has a "host" of its own.
+ModuleDescription module()
+{
+    const QVariant none;
+    ModuleDescription module;
+    const QList<Declaration> connect{{"host", "strg", "", none}, {"port", "ui16", "", 502}};
+    const QList<Declaration> speak{{"host", "strg", "", none}, {"loudNess", "ui16", "", 3}};
+    module.commands = {{"connect", "disconnect", "Connects", true, connect, {}},
+                       {"speak", {}, "Speaks", false, speak, {}},
+                       {"hear", "deafen", "Hears", true, {{"what", "vart", "", none}}, {}}};
+    return module;
+}
+
+} // namespace
+
+class TestDriverHost : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void value_data();
+    void value();
+    void failureLine_data();
+    void failureLine();
+    void rendering_data();
+    void rendering();
+    void arguments_data();
+    void arguments();
+};
+
+void TestDriverHost::value_data()
+{
+    QTest::addColumn<QString>("tag");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QVariant>("expected"); // invalid: refused
+
+    const auto row = [](const char* name, const char* tag, const char* text,
+                        const QVariant& value) {
+        QTest::newRow(name) << QString(tag) << QString(text) << value;
+    };
+    row("ui16 decimal", "ui16", "502", 502u);
+    row("ui16 hexadecimal", "ui16", "0xFFFF", 65535u);
+    row("ui16 above its range", "ui16", "65536", {});
+    row("ui16 no number", "ui16", "abc", {});
+    row("strg stays text", "strg", "7", "7");
+    row("any: number", "vart", "7", 7);
+    row("any: beyond int", "vart", "4294967296", qint64(4294967296));
+    row("any: list, mixed bases", "vart", "258,0x304", list({258, 772}));
+    row("any: list in brackets", "vart", "[1, 2,0x3]", list({1, 2, 3}));
+    row("any: list of one", "vart", "[7]", list({7}));
+    row("any: empty list", "vart", "[]", list({}));
+    row("any: JSON array", "vart", "[\"a\",true]", list({"a", true}));
+    row("any: comma list that is not all numbers", "vart", "1,x,3", "1,x,3");
+    row("any: text", "vart", "pump off", "pump off");
+    row("any: unclosed bracket", "vart", "[1,2", "[1,2");
+    row("list of one value", "varL", "7", list({7}));
+    row("map", "varM", "{\"a\":\"b\"}", QVariantMap{{"a", "b"}});
+    row("map that is none", "varM", "[1]", {});
+}
+
+void TestDriverHost::value()
+{
+    QFETCH(QString, tag);
+    QFETCH(QString, text);
+    QFETCH(QVariant, expected);
+    QVariant value;
+    QString wanted;
+    QCOMPARE(parseValue(tag, text, value, &wanted), expected.isValid());
+    if (expected.isValid()) {
+        QCOMPARE(value.userType(), expected.userType());
+        QCOMPARE(value, expected);
+    }
+}
+
+void TestDriverHost::failureLine_data()
+{
+    QTest::addColumn<OrderFailure>("why");
+    QTest::addColumn<ParameterMap>("parameters");
+    QTest::addColumn<QString>("moduleMessage");
+    QTest::addColumn<QString>("line");
+
+    const ParameterMap one{{"register", 9999}, {"dataSize", 1}};
+    QTest::newRow("exception")
+        << failure(Code::DeviceException, "the device answered exception 2, illegal data address",
+                   2, 0)
+        << one << "unheard"
+        << "read failed: the device answered exception 2, illegal data address (register 9999, 1 "
+           "value, unit 0)";
+    QTest::newRow("time-out of a write")
+        << failure(Code::Timeout, "no answer within 2000 ms", 0, 0)
+        << ParameterMap{{"register", 5}, {"data", list({1, 2})}} << QString()
+        << "read failed: no answer within 2000 ms (register 5, 2 values, unit 0); a device that "
+           "does not serve unit 0 looks just like one that is switched off";
+    QTest::newRow("refused, with the module's reason")
+        << failure(Code::Usage, "the driver refused the order")
+        << ParameterMap{{"registerType", "coils"}, {"data", 7}} << "Type not managed"
+        << "read failed: the driver refused the order: Type not managed (data 7, registerType "
+           "coils)";
+    QTest::newRow("nobody gives a reason")
+        << OrderFailure() << one << QString() << "read failed: the module refused the order";
+    QTest::newRow("not connected") << failure(Code::NotConnected, "no connection to a:1") << one
+                                   << QString() << "read failed: no connection to a:1";
+}
+
+void TestDriverHost::failureLine()
+{
+    QFETCH(OrderFailure, why);
+    QFETCH(ParameterMap, parameters);
+    QFETCH(QString, moduleMessage);
+    QTEST(failureText("read", why, parameters, moduleMessage), "line");
+}
+
+void TestDriverHost::rendering_data()
+{
+    QTest::addColumn<Format>("format");
+    QTest::addColumn<RenderedOrder>("order");
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("lines");
+
+    const RenderedOrder read{{}, "device", "read", {}, false, RegisterRange{100, 2}};
+    const RenderedOrder ask{"q1", "pump \"1\"", "ask", {}, false, {}};
+    const QVariant words = list({258, 7});
+    const QVariant map = QVariantMap{{"info", QByteArray("\x01\xffHi")}, {"name", "a,\"b\"\x1b\n"}};
+    const auto row = [](const char* name, Format format, const RenderedOrder& order,
+                        const QVariant& value, const char* lines) {
+        QTest::newRow(name) << format << order << value << QString::fromLatin1(lines);
+    };
+    row("text registers", Format::Text, read, words, "100  258  0x0102\n101  7  0x0007\n");
+    row("text packed", Format::Text, read, list({258}), "258  0x0102\n");
+    row("text map", Format::Text, ask, map, "info: 01 ff 48 69  |..Hi|\nname: a,\"b\"\\x1b\\x0a\n");
+    row("csv registers", Format::Csv, read, words,
+        "time,register,value\n2024-03-09T17:05:42.031Z,100,258\n2024-03-09T17:05:42.031Z,101,7\n");
+    row("csv packed", Format::Csv, read, list({258}),
+        "time,register,value\n2024-03-09T17:05:42.031Z,,258\n");
+    row("csv map", Format::Csv, ask, map,
+        "time,name,index,value\n2024-03-09T17:05:42.031Z,answer,info,01ff4869\n"
+        "2024-03-09T17:05:42.031Z,answer,name,\"a,\"\"b\"\"\x1b\n\"\n");
+    row("json registers", Format::Json, read, words,
+        "{\"time\":\"2024-03-09T17:05:42.031Z\",\"device\":\"device\",\"command\":\"read\","
+        "\"event\":\"result\",\"name\":\"answer\",\"value\":[258,7]}\n");
+    row("json map", Format::Json, ask, map,
+        "{\"time\":\"2024-03-09T17:05:42.031Z\",\"id\":\"q1\",\"device\":\"pump \\\"1\\\"\","
+        "\"command\":\"ask\",\"event\":\"result\",\"name\":\"answer\",\"value\":"
+        "{\"info\":\"01ff4869\",\"name\":\"a,\\\"b\\\"\\u001b\\n\"}}\n");
+}
+
+void TestDriverHost::rendering()
+{
+    QFETCH(Format, format);
+    QFETCH(RenderedOrder, order);
+    QFETCH(QVariant, value);
+    const QDateTime time({2024, 3, 9}, {18, 5, 42, 31}, Qt::OffsetFromUTC, 3600);
+    QTEST(makeRenderer(format, order)->result(time, "answer", value), "lines");
+}
+
+void TestDriverHost::arguments_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<ParameterMap>("parameters");
+    QTest::addColumn<ParameterMap>("connectParameters");
+    QTest::addColumn<QString>("error"); // first line
+
+    const auto good = [](const char* line, const ParameterMap& own, const ParameterMap& connect) {
+        QTest::newRow(line) << QString(line) << own << connect << QString();
+    };
+    const auto bad = [](const char* line, const char* error) {
+        QTest::newRow(line) << QString(line) << ParameterMap() << ParameterMap()
+                            << QStringLiteral("driver-host: ") + QLatin1String(error);
+    };
+    good("connect --host a", {{"host", "a"}, {"port", 502}}, {});
+    good("speak --host a --loud-ness 0x10 --format json", {{"host", "a"}, {"loudNess", 16u}},
+         {{"port", 502}});
+    good("--quiet hear --what -5 --host=a --port 1 --interval 20 --param x=1,2",
+         {{"what", -5}, {"recurrentInterval", 20}, {"x", list({1, 2})}},
+         {{"host", "a"}, {"port", 1u}, {"x", list({1, 2})}});
+    good("speak --param host=a --param port=7 --loudNess 1", {{"host", "a"}, {"loudNess", 1u}},
+         {{"port", 7u}});
+    bad("hear --host a", "hear needs --what");
+    bad("speak --host a --loudNess loud", "--loud-ness: 'loud' is not a number 0 to 65535");
+    bad("speak --host a --count 3", "unknown option '--count'");
+    bad("hear --what 1 --host a --count 0", "--count: '0' is not a number 1 to 2147483647");
+    bad("speak --host", "--host needs a value");
+    bad("shout", "unknown command 'shout'");
+    bad("--format xml info", "--format: 'xml' is not one of text, json, csv");
+    bad("--quiet", "no command given");
+}
+
+void TestDriverHost::arguments()
+{
+    QFETCH(QString, line);
+    QFETCH(QString, error);
+    const CommandLine read = parseCommandLine(line.split(' '), module());
+    QCOMPARE(read.error.section('\n', 0, 0), error);
+    QCOMPARE(read.exitCode, error.isEmpty() ? 0 : 2);
+    QCOMPARE(read.request.has_value(), error.isEmpty());
+    const Request request = read.request.value_or(Request());
+    QTEST(request.parameters, "parameters");
+    QTEST(request.connectParameters, "connectParameters");
+}
+
+QTEST_GUILESS_MAIN(TestDriverHost)
+#include "tst_driver_host.moc"

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QString>
+#include <QVariant>
+
+/// Turns the text of an option into a value of the parameter's type. False, with what would do in
+/// \a wanted, when it does not fit.
+///
+/// "vart" takes a number (decimal or 0x hexadecimal), a list of numbers ("258,0x304", "[1,2,3]"), a
+/// JSON array, and anything else as text. "varL" is the same, and a single value becomes a list of
+/// one. "varM" is a JSON object. All other tags are checkValue()'s.
+bool parseValue(const QString& typeTag, const QString& text, QVariant& value, QString* wanted);
+
+struct CountRange
+{
+    int least;
+    int most;
+};
+
+/// A whole number within \a range. False, with what would do in \a wanted, when it is none.
+bool parseCount(const QString& text, CountRange range, int& number, QString* wanted);

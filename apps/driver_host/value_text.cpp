@@ -1,0 +1,112 @@
+#include "value_text.h"
+
+#include <plugin_management/types.h>
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <utilities/utilities.h>
+
+namespace {
+
+bool isPrintable(char byte) { return byte >= 0x20 && byte < 0x7F; }
+
+QString bytesText(const QByteArray& bytes)
+{
+    QString printable;
+    for (const char byte : bytes) {
+        printable += QLatin1Char(isPrintable(byte) ? byte : '.');
+    }
+    return QStringLiteral("%1  |%2|").arg(QString::fromLatin1(bytes.toHex(' ')), printable);
+}
+
+// What a device says must not drive the terminal that shows it.
+QString withoutControls(const QString& text)
+{
+    QString safe;
+    for (const QChar c : text) {
+        const bool control = c.category() == QChar::Other_Control;
+        safe += control ? QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'))
+                        : QString(c);
+    }
+    return safe;
+}
+
+QString listText(const QVariantList& list)
+{
+    QStringList texts;
+    for (const QVariant& item : list) {
+        texts.append(plainText(item));
+    }
+    return texts.join(QLatin1String(", "));
+}
+
+QJsonArray jsonArray(const QVariantList& list)
+{
+    QJsonArray array;
+    for (const QVariant& item : list) {
+        array.append(jsonValue(item));
+    }
+    return array;
+}
+
+QJsonObject jsonObject(const ParameterMap& map)
+{
+    QJsonObject object;
+    for (auto it = map.cbegin(); it != map.cend(); ++it) {
+        object.insert(it.key(), jsonValue(it.value()));
+    }
+    return object;
+}
+
+} // namespace
+
+QString plainText(const QVariant& value)
+{
+    switch (value.userType()) {
+    case QMetaType::QByteArray:
+        return bytesText(value.toByteArray());
+    case QMetaType::QVariantList:
+    case QMetaType::QStringList:
+        return listText(value.toList());
+    case QMetaType::QVariantMap:
+        return convVariantMapToString(value.toMap());
+    default:
+        return withoutControls(value.toString());
+    }
+}
+
+QJsonValue jsonValue(const QVariant& value)
+{
+    switch (value.userType()) {
+    case QMetaType::QByteArray:
+        return QString::fromLatin1(value.toByteArray().toHex());
+    case QMetaType::QVariantList:
+        return jsonArray(value.toList());
+    case QMetaType::QVariantMap:
+        return jsonObject(value.toMap());
+    default:
+        return QJsonValue::fromVariant(value);
+    }
+}
+
+QString compactJson(const QJsonValue& value)
+{
+    // A document holds an array or an object only, so a lone value borrows an array's brackets.
+    const QByteArray json = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(json.mid(1, json.size() - 2));
+}
+
+QString fieldText(const QVariant& value)
+{
+    switch (value.userType()) {
+    case QMetaType::QByteArray:
+        return QString::fromLatin1(value.toByteArray().toHex());
+    case QMetaType::QVariantList:
+    case QMetaType::QVariantMap:
+        return compactJson(jsonValue(value));
+    default:
+        return value.toString();
+    }
+}

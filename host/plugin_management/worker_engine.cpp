@@ -124,7 +124,8 @@ bool WorkerEngine::fillOrder(WorkerOrder& order, const QString& function, QStrin
         return false;
     }
     order.function = *it;
-    order.needsConnection = function != connectName() && function != disconnectName();
+    order.endsConnection = function == disconnectName();
+    order.needsConnection = !order.endsConnection && function != connectName();
     order.intervalMs = intervalOf(order.parameters);
     if (order.intervalMs < 0) {
         refusal = QStringLiteral("parameter 'recurrentInterval': '%1' is not a number of "
@@ -167,6 +168,9 @@ void WorkerEngine::pump()
     }
     const QPointer<WorkerEngine> self(this);
     m_pumping = true;
+    if (nobodyWaitsForReply() && m_queue.endsConnectionNext()) {
+        settle(takeCurrent(), true, {}); // with the socket goes every late reply
+    }
     m_lastFailed = false;
     while (!m_current && !m_lastFailed) {
         const WorkerOrderPtr order = m_queue.takeNext(!m_connection.isAwaited());
@@ -186,6 +190,11 @@ void WorkerEngine::pump()
         QMetaObject::invokeMethod(this, &WorkerEngine::pump, Qt::QueuedConnection);
     }
     armTick();
+}
+
+bool WorkerEngine::nobodyWaitsForReply() const
+{
+    return m_current && (m_current->stopped || m_current->id == 0);
 }
 
 void WorkerEngine::run(const WorkerOrderPtr& order)
@@ -253,7 +262,9 @@ void WorkerEngine::settle(const WorkerOrderPtr& order, bool succeeded, const Par
     if (order->stopped) {
         return;
     }
-    count(succeeded, reply);
+    if (order->needsConnection) {
+        count(succeeded, reply);
+    }
     if (order->recurrent()) {
         emit m_worker.sigOrderAnswer(order->id, reply);
     } else if (succeeded) {

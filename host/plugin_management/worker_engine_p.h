@@ -54,6 +54,7 @@ private:
     bool fillOrder(WorkerOrder& order, const QString& function, QString& refusal) const;
 
     void pump();
+    bool nobodyWaitsForReply() const;
     void run(const WorkerOrderPtr& order);
     void afterCall(bool succeeded, const ParameterMap& result);
     WorkerOrderPtr takeCurrent();

@@ -15,6 +15,7 @@ struct WorkerOrder
     int timeoutMs = 0;
     int intervalMs = 0; ///< 0: a one-shot order
     bool needsConnection = true;
+    bool endsConnection = false;
     bool stopped = false; ///< nobody waits for its outcome any more
     bool due = false; ///< of a recurrent order: an instance waits to run
     bool running = false; ///< of a recurrent order: an instance is being run
@@ -41,6 +42,11 @@ public:
     /// The next order to run, null when there is none. Without \a connected only orders that need
     /// no connection are given.
     WorkerOrderPtr takeNext(bool connected);
+    /// True when the order to end the connection is the next one-shot order.
+    bool endsConnectionNext() const
+    {
+        return !m_oneShots.empty() && m_oneShots.front()->endsConnection;
+    }
     /// Takes everything that waits for a connection; recurrent orders stay for their next tick.
     std::vector<WorkerOrderPtr> takeWaiting();
     /// Makes due what has come to its time and skips the ticks that were missed.

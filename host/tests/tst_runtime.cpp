@@ -34,6 +34,7 @@ private slots:
     void connectFails_data();
     void connectFails();
     void stoppedConnectEndsAfterDisconnect();
+    void disconnectDoesNotWaitForAReplyThatNobodyWants();
     void theConnectionComesBack();
     void ordersFailAtOnceWhileTheDeviceIsGone();
     void aDeviceThatClosesAtOnceIsNotStormed();
@@ -265,6 +266,23 @@ void RuntimeTest::stoppedConnectEndsAfterDisconnect()
     bench.connectTo(device.port());
     QCOMPARE(bench.valueOf(bench.start(ask, value(5))), QVariant(5));
     QCOMPARE(device.connections, 2);
+}
+
+void RuntimeTest::disconnectDoesNotWaitForAReplyThatNobodyWants()
+{
+    ScriptedDevice device;
+    Bench bench;
+    const quint64 connection = bench.connectTo(device.port());
+    device.script = {Step::Never};
+    QVariantMap parameters = value(1);
+    parameters.insert(QStringLiteral("limit"), 60000);
+    const quint64 id = bench.start(ask, parameters);
+    QTRY_COMPARE(device.requests.size(), 1);
+    bench.plugin->orders()->stop(id);
+    bench.plugin->orders()->stop(connection);
+    QCOMPARE(bench.finish(connection).state, DOrder::State::Stopped);
+    QTRY_COMPARE(device.openConnections(), 0);
+    QCOMPARE(bench.statistics().done, 0u);
 }
 
 void RuntimeTest::theConnectionComesBack()

@@ -26,6 +26,19 @@ QString counted(quint64 count, const char* one, const char* many)
     return QStringLiteral("%1 %2").arg(count).arg(QLatin1String(count == 1 ? one : many));
 }
 
+QString milliseconds(quint64 us) { return QString::number(double(us) / 1000.0, 'f', 2); }
+
+// Empty before the first reply.
+QString roundTrips(const WorkerStatistics& statistics)
+{
+    if (statistics.roundTripMostUs == 0) {
+        return {};
+    }
+    return QStringLiteral(", round trip min/mean/p99/max %1/%2/%3/%4 ms")
+        .arg(milliseconds(statistics.roundTripLeastUs), milliseconds(statistics.roundTripMeanUs),
+             milliseconds(statistics.roundTripP99Us), milliseconds(statistics.roundTripMostUs));
+}
+
 } // namespace
 
 QString pollStatistics(const WorkerStatistics& before, const WorkerStatistics& after,
@@ -46,10 +59,10 @@ QString pollStatistics(const WorkerStatistics& before, const WorkerStatistics& a
     const QString why = reasons.isEmpty()
         ? QString()
         : QStringLiteral(" (%1)").arg(reasons.join(QLatin1String(", ")));
-    return QStringLiteral("%1 done, %2 failed%3, %4, %5, %6, %7 s")
+    return QStringLiteral("%1 done, %2 failed%3, %4, %5, %6, %7 s%8")
         .arg(QString::number(since(&WorkerStatistics::done)), QString::number(failed), why,
              counted(since(&WorkerStatistics::ticksSkipped), "tick skipped", "ticks skipped"),
              counted(since(&WorkerStatistics::reconnects), "reconnect", "reconnects"),
              counted(since(&WorkerStatistics::droppedBytes), "byte dropped", "bytes dropped"),
-             QString::number(double(elapsedMs) / 1000.0, 'f', 1));
+             QString::number(double(elapsedMs) / 1000.0, 'f', 1), roundTrips(after));
 }

@@ -219,19 +219,20 @@ void WorkerEngine::run(const WorkerOrderPtr& order)
     if (!self) {
         return;
     }
+    const qint64 calledUs = steadyNowUs(); // a device on the same machine answers within the write
     ParameterMap result;
     const bool succeeded = order->function(order->id, order->parameters, result);
-    afterCall(succeeded, result);
+    afterCall(succeeded, result, calledUs);
 }
 
-void WorkerEngine::afterCall(bool succeeded, const ParameterMap& result)
+void WorkerEngine::afterCall(bool succeeded, const ParameterMap& result, qint64 calledUs)
 {
     if (m_connectBegun) {
         m_current.reset(); // from here on the order belongs to the connection
         return;
     }
     if (succeeded && m_replyExpected) {
-        m_lastRequestUs = steadyNowUs();
+        m_lastRequestUs = calledUs;
         m_deadline.arm(m_lastRequestUs / 1000 + m_current->timeoutMs);
         return;
     }

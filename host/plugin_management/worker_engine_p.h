@@ -56,7 +56,7 @@ private:
     void pump();
     bool nobodyWaitsForReply() const;
     void run(const WorkerOrderPtr& order);
-    void afterCall(bool succeeded, const ParameterMap& result);
+    void afterCall(bool succeeded, const ParameterMap& result, qint64 calledUs);
     WorkerOrderPtr takeCurrent();
     void settle(const WorkerOrderPtr& order, bool succeeded, const ParameterMap& reply);
     void failWaiting(const QString& why);

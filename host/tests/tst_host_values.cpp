@@ -1,6 +1,7 @@
 #include <plugin_management/fast_delegate.h>
 #include <plugin_management/parameter_check.h>
 #include <plugin_management/reply_framing.h>
+#include <plugin_management/round_trips_p.h>
 #include <utilities/utilities.h>
 
 #include <QRegularExpression>
@@ -30,6 +31,7 @@ private slots:
     void parameters();
     void frameLengths_data();
     void frameLengths();
+    void roundTrips();
     void delegates();
 };
 
@@ -166,6 +168,22 @@ void HostValuesTest::frameLengths()
 {
     QFETCH(QByteArray, bytes);
     QTEST(mbapFraming().frameLength(bytes.constData(), bytes.size()), "length");
+}
+
+void HostValuesTest::roundTrips()
+{
+    RoundTrips trips;
+    QCOMPARE(trips.quantileUs(99), 0u);
+    for (int us = 1; us <= 1000; ++us) {
+        trips.add(us);
+    }
+    trips.add(70000000);
+    QCOMPARE(trips.leastUs(), 1u);
+    QCOMPARE(trips.mostUs(), 70000000u);
+    QCOMPARE(trips.meanUs(), 70430u); // (500500 + 70000000) / 1001
+    QVERIFY(trips.quantileUs(99) >= 990 && trips.quantileUs(99) <= 1023);
+    QVERIFY(trips.quantileUs(50) >= 500 && trips.quantileUs(50) <= 560);
+    QCOMPARE(trips.quantileUs(100), 70000000u);
 }
 
 struct Base

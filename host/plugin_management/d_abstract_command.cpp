@@ -20,6 +20,15 @@ QString listed(const char* title, const std::vector<Declaration>& declarations)
     return text.isEmpty() ? text : QLatin1Char('\n') + QLatin1String(title) + text;
 }
 
+// A command is made per order: its declarations must not cost it an allocation each.
+void append(std::vector<Declaration>& declarations, Declaration&& declaration)
+{
+    if (declarations.empty()) {
+        declarations.reserve(6);
+    }
+    declarations.push_back(std::move(declaration));
+}
+
 QList<Declaration> toList(const std::vector<Declaration>& declarations)
 {
     return {declarations.cbegin(), declarations.cend()};
@@ -116,13 +125,13 @@ void DAbstractCommand::setDescription(const QString& text) { m_description = tex
 void DAbstractCommand::declareAParameter(const QString& name, const QString& typeTag,
                                          const QString& description, const QVariant& defaultValue)
 {
-    m_arguments.push_back({name, typeTag, description, defaultValue});
+    append(m_arguments, {name, typeTag, description, defaultValue});
 }
 
 void DAbstractCommand::declareAResult(const QString& name, const QString& typeTag,
                                       const QString& description, const QVariant& defaultValue)
 {
-    m_results.push_back({name, typeTag, description, defaultValue});
+    append(m_results, {name, typeTag, description, defaultValue});
 }
 
 QVariant DAbstractCommand::getParameterValue(const QString& name,

@@ -48,7 +48,15 @@ public:
         ReplyDelegate reply;
     };
 
-    const DAbstractCommand* prototype(const QString& name) const;
+    /// A command that orders are made from, with what it declares at hand.
+    struct Prototype
+    {
+        const DAbstractCommand* command;
+        QString name;
+        QList<Declaration> arguments;
+    };
+
+    const Prototype* prototype(const QString& name) const;
     quint64 startInstruction(Running& order, const Instruction& instruction);
     bool stopInstruction(Running& order, quint64 id);
     void executed(const RunningPtr& order, bool accepted);
@@ -69,7 +77,7 @@ public:
     void flush();
 
     DOrders& q;
-    QList<const DAbstractCommand*> prototypes;
+    std::vector<Prototype> prototypes;
     QPointer<DAbstractWorker> worker;
     QHash<quint64, RunningPtr> orders;
     QHash<quint64, PendingInstruction> instructions;
@@ -129,11 +137,11 @@ private:
     Private& m_book;
 };
 
-const DAbstractCommand* DOrders::Private::prototype(const QString& name) const
+const DOrders::Private::Prototype* DOrders::Private::prototype(const QString& name) const
 {
     const auto it = std::find_if(prototypes.cbegin(), prototypes.cend(),
-                                 [&](const auto* p) { return p->commandName() == name; });
-    return it != prototypes.cend() ? *it : nullptr;
+                                 [&](const Prototype& p) { return p.name == name; });
+    return it != prototypes.cend() ? &*it : nullptr;
 }
 
 quint64 DOrders::Private::startInstruction(Running& order, const Instruction& instruction)
@@ -328,13 +336,13 @@ DOrders::~DOrders() { shutDown(); }
 
 quint64 DOrders::start(const QString& command, const ParameterMap& parameters, QString* refusal)
 {
-    const DAbstractCommand* prototype = d->closed ? nullptr : d->prototype(command);
+    const Private::Prototype* prototype = d->closed ? nullptr : d->prototype(command);
     QString error;
     if (prototype == nullptr) {
         error = QStringLiteral("there is no command '%1'").arg(command);
     }
     ParameterMap checked = parameters;
-    if (prototype == nullptr || !checkParameters(prototype->commandArguments(), checked, &error)) {
+    if (prototype == nullptr || !checkParameters(prototype->arguments, checked, &error)) {
         if (refusal != nullptr) {
             *refusal = error;
         }
@@ -344,8 +352,8 @@ quint64 DOrders::start(const QString& command, const ParameterMap& parameters, Q
     order->data.id = nextId();
     order->data.command = command;
     order->data.parameters = checked;
-    order->data.recurrent = prototype->isRecurrent();
-    order->command = prototype->createCommand(checked);
+    order->data.recurrent = prototype->command->isRecurrent();
+    order->command = prototype->command->createCommand(checked);
     if (auto* object = dynamic_cast<QObject*>(order->command.data())) {
         object->setParent(nullptr); // the order owns it, not the plug-in object
     }
@@ -406,7 +414,10 @@ void DOrders::shutDown()
     }
 }
 
-void DOrders::addPrototype(const DAbstractCommand* prototype) { d->prototypes.append(prototype); }
+void DOrders::addPrototype(const DAbstractCommand* prototype)
+{
+    d->prototypes.push_back({prototype, prototype->commandName(), prototype->commandArguments()});
+}
 
 void DOrders::setWorker(ILocalWorker* worker)
 {

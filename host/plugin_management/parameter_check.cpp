@@ -60,6 +60,21 @@ bool checkUInt16(QVariant& value)
     return fits;
 }
 
+// The common case, and the one that costs no copy of the map: the value has the tag's type already.
+bool fitsAsItIs(const QString& typeTag, const QVariant& value)
+{
+    switch (value.userType()) {
+    case QMetaType::Int:
+    case QMetaType::UInt:
+        return typeTag == QLatin1String("ui16") && value.toLongLong() >= 0
+            && value.toLongLong() <= largestUInt16;
+    case QMetaType::QString:
+        return typeTag == QLatin1String("strg");
+    default:
+        return false;
+    }
+}
+
 bool checkBool(QVariant& value)
 {
     const QString text = value.toString().trimmed().toLower();
@@ -126,21 +141,27 @@ bool checkParameters(const QList<Declaration>& declarations, ParameterMap& param
                      QString* error)
 {
     for (const Declaration& declared : declarations) {
-        const auto it = parameters.find(declared.name);
-        if (it == parameters.end()) {
+        const auto it = qAsConst(parameters).constFind(declared.name);
+        if (it == parameters.constEnd()) {
             if (declared.defaultValue.isValid()) {
                 parameters.insert(declared.name, declared.defaultValue);
             }
             continue;
         }
+        if (fitsAsItIs(declared.typeTag, *it)) {
+            continue;
+        }
         QString wanted;
-        const QString given = printable(it.value());
-        if (!checkValue(declared.typeTag, it.value(), &wanted)) {
+        QVariant value = *it;
+        if (!checkValue(declared.typeTag, value, &wanted)) {
             if (error != nullptr) {
                 *error = QStringLiteral("parameter '%1': '%2' is not %3")
-                             .arg(declared.name, given, wanted);
+                             .arg(declared.name, printable(*it), wanted);
             }
             return false;
+        }
+        if (value != *it || value.userType() != it->userType()) {
+            parameters.insert(declared.name, value);
         }
     }
     return true;

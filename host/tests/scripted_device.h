@@ -25,11 +25,14 @@ public:
         HalfThenRest,
         Twice, ///< the reply and a copy of it in one write
         OtherFunction,
+        OtherUnit,
+        WrongLength, ///< the length field tells one byte less than there is
         Exception2,
         ImplausibleHeader,
         CloseInstead,
         HalfThenClose,
         CloseAfter,
+        FullStop, ///< from here on it reads nothing any more
     };
 
     ScriptedDevice() { start(0); }
@@ -177,6 +180,12 @@ private:
         case OtherFunction:
             client->write(QByteArray(good).replace(7, 1, "\x04"));
             break;
+        case OtherUnit:
+            client->write(QByteArray(good).replace(6, 1, "\x07"));
+            break;
+        case WrongLength:
+            client->write(QByteArray(good).replace(5, 1, "\x04"));
+            break;
         case Exception2:
             client->write(request.left(2) + QByteArray::fromHex("00000003008302"));
             break;
@@ -193,6 +202,9 @@ private:
         case CloseAfter:
             client->write(good);
             client->disconnectFromHost();
+            break;
+        case FullStop:
+            client->disconnect(this);
             break;
         }
     }

@@ -107,7 +107,7 @@ void HostValuesTest::parameters_data()
     QTest::addColumn<QVariant>("taken"); // invalid: refused
     const QVariant refused;
     const auto text = [](const char* t) { return QVariant(QString::fromLatin1(t)); };
-    QTest::newRow("number") << "ui16" << QVariant(65535) << QVariant(65535u);
+    QTest::newRow("number") << "ui16" << QVariant(65535) << QVariant(65535);
     QTest::newRow("number as text") << "ui16" << text(" 100 ") << QVariant(100u);
     QTest::newRow("hexadecimal text") << "ui16" << text("0x0102") << QVariant(258u);
     QTest::newRow("leading zero is decimal") << "ui16" << text("010") << QVariant(10u);

@@ -60,6 +60,9 @@ void RuntimeTest::replies_data()
     QTest::newRow("exception") << QList<Step>{S::Exception2} << Code::DeviceException << 1;
     QTest::newRow("never") << QList<Step>{S::Never} << Code::Timeout << 2;
     QTest::newRow("other function") << QList<Step>{S::OtherFunction} << Code::BadReply << 2;
+    QTest::newRow("other unit") << QList<Step>{S::OtherUnit} << Code::None << 1;
+    QTest::newRow("wrong length") << QList<Step>{S::WrongLength} << Code::BadReply << 2;
+    QTest::newRow("reads no more") << QList<Step>{S::FullStop} << Code::Timeout << 2;
     QTest::newRow("implausible header") << QList<Step>{S::ImplausibleHeader} << Code::BadReply << 2;
     QTest::newRow("close instead") << QList<Step>{S::CloseInstead} << Code::NotConnected << 2;
     QTest::newRow("half, then close") << QList<Step>{S::HalfThenClose} << Code::NotConnected << 2;

@@ -1,0 +1,216 @@
+// The same reads through one client after another's manner:
+//   bench_reads KIND PORT QUANTITY COUNT [MODULE]
+// KIND is socket (a bare blocking socket), libmodbus, qtserialbus or driver (an order through the
+// loaded module and the host runtime, from its start to its end). Every read is checked. Prints the
+// nanoseconds per read.
+
+#include <plugin_management/d_abstract_plugin.h>
+#include <plugin_management/d_orders.h>
+#include <plugin_management/d_plugin_loader.h>
+
+#include <QCoreApplication>
+#include <QModbusDataUnit>
+#include <QModbusReply>
+#include <QModbusTcpClient>
+
+#include <arpa/inet.h>
+#include <modbus.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace {
+
+struct Job
+{
+    quint16 port = 0;
+    int quantity = 1;
+    int count = 0;
+    QString module;
+};
+
+constexpr int firstRegister = 100;
+
+[[noreturn]] void fail(const char* why)
+{
+    std::fprintf(stderr, "bench_reads: %s\n", why);
+    std::exit(1);
+}
+
+class Stopwatch
+{
+public:
+    void print(int count) const
+    {
+        const auto spent = std::chrono::steady_clock::now() - m_start;
+        const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(spent).count();
+        std::printf("%lld\n", static_cast<long long>(ns / count));
+    }
+
+private:
+    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+};
+
+void readBySocket(const Job& job)
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(job.port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int on = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        fail("no connection");
+    }
+    const std::array<unsigned char, 12> request{0xAA, 0xBB,
+                                                0,    0,
+                                                0,    6,
+                                                0,    3,
+                                                0,    firstRegister,
+                                                0,    static_cast<unsigned char>(job.quantity)};
+    std::array<unsigned char, 300> reply;
+    const Stopwatch watch;
+    for (int i = 0; i < job.count; ++i) {
+        if (::send(fd, request.data(), request.size(), 0) != 12
+            || ::recv(fd, reply.data(), reply.size(), 0) != 9 + 2 * job.quantity
+            || reply[10] != firstRegister) {
+            fail("a wrong reply");
+        }
+    }
+    watch.print(job.count);
+    ::close(fd);
+}
+
+void readByLibmodbus(const Job& job)
+{
+    modbus_t* context = modbus_new_tcp("127.0.0.1", job.port);
+    modbus_set_slave(context, 0);
+    if (modbus_connect(context) != 0) {
+        fail("no connection");
+    }
+    std::array<quint16, 125> values;
+    const Stopwatch watch;
+    for (int i = 0; i < job.count; ++i) {
+        if (modbus_read_registers(context, firstRegister, job.quantity, values.data())
+                != job.quantity
+            || values[0] != firstRegister) {
+            fail("a wrong reply");
+        }
+    }
+    watch.print(job.count);
+    modbus_close(context);
+    modbus_free(context);
+}
+
+void readByQtSerialBus(const Job& job)
+{
+    QModbusTcpClient client;
+    client.setConnectionParameter(QModbusDevice::NetworkAddressParameter,
+                                  QStringLiteral("127.0.0.1"));
+    client.setConnectionParameter(QModbusDevice::NetworkPortParameter, job.port);
+    std::unique_ptr<Stopwatch> watch;
+    int done = 0;
+    const QModbusDataUnit unit(QModbusDataUnit::HoldingRegisters, firstRegister,
+                               static_cast<quint16>(job.quantity));
+    std::function<void()> next = [&] {
+        QModbusReply* reply = client.sendReadRequest(unit, 0);
+        QObject::connect(reply, &QModbusReply::finished, reply, [&, reply] {
+            if (reply->error() != QModbusDevice::NoError
+                || reply->result().value(0) != firstRegister) {
+                fail("a wrong reply");
+            }
+            reply->deleteLater();
+            if (++done < job.count) {
+                next();
+            } else {
+                watch->print(job.count);
+                QCoreApplication::quit();
+            }
+        });
+    };
+    QObject::connect(&client, &QModbusClient::stateChanged, &client, [&](auto state) {
+        if (state == QModbusDevice::ConnectedState) {
+            watch = std::make_unique<Stopwatch>();
+            next();
+        }
+    });
+    client.connectDevice();
+    QCoreApplication::exec();
+}
+
+void readByDriver(const Job& job)
+{
+    const DPluginLoader::Result module = DPluginLoader::load(job.module);
+    if (!module) {
+        fail(qPrintable(module.text));
+    }
+    const std::unique_ptr<DAbstractPlugin> device(
+        dynamic_cast<DAbstractPlugin*>(module.root->createInstance(QUuid::createUuid())));
+    device->initPluginCommands();
+    DOrders* orders = device->orders();
+    const QString read = QStringLiteral("read");
+    const ParameterMap parameters{
+        {QStringLiteral("register"), firstRegister},
+        {QStringLiteral("registerType"), QStringLiteral("holdingRegisters")},
+        {QStringLiteral("dataSize"), job.quantity}};
+    std::unique_ptr<Stopwatch> watch;
+    int done = 0;
+    QObject::connect(orders, &DOrders::sigOrderResult, orders,
+                     [&](quint64, const QString&, const QVariant& value) {
+                         if (!watch) { // "connected"
+                             watch = std::make_unique<Stopwatch>();
+                             orders->start(read, parameters);
+                         } else if (value.toList().value(0) != firstRegister) {
+                             fail("a wrong reply");
+                         }
+                     });
+    QObject::connect(orders, &DOrders::sigOrderFinished, orders, [&](const DOrder& order) {
+        if (order.state != DOrder::State::Done) {
+            fail(qPrintable(order.failure.text));
+        }
+        if (++done < job.count) {
+            orders->start(read, parameters);
+        } else {
+            watch->print(job.count);
+            std::fflush(stdout);
+            std::_Exit(0); // the connect order would end as stopped, which is no failure here
+        }
+    });
+    orders->start(QStringLiteral("connect"),
+                  {{QStringLiteral("host"), QStringLiteral("127.0.0.1")},
+                   {QStringLiteral("port"), job.port}});
+    QCoreApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    const Job job{arguments.value(2).toUShort(), arguments.value(3).toInt(),
+                  arguments.value(4).toInt(), arguments.value(5)};
+    const QString kind = arguments.value(1);
+    if (job.port == 0 || job.quantity < 1 || job.quantity > 125 || job.count < 1) {
+        fail("usage: bench_reads socket|libmodbus|qtserialbus|driver PORT QUANTITY COUNT [MODULE]");
+    }
+    if (kind == QLatin1String("socket")) {
+        readBySocket(job);
+    } else if (kind == QLatin1String("libmodbus")) {
+        readByLibmodbus(job);
+    } else if (kind == QLatin1String("qtserialbus")) {
+        readByQtSerialBus(job);
+    } else if (kind == QLatin1String("driver")) {
+        readByDriver(job);
+    } else {
+        fail("unknown kind of client");
+    }
+    return 0;
+}

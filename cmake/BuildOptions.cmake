@@ -28,6 +28,9 @@ endif()
 function(use_project_warnings target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion
         -Wnon-virtual-dtor -Woverloaded-virtual $<$<BOOL:${WARNINGS_AS_ERRORS}>:-Werror>)
+    # Qt's logging macros may be called without arguments, which clang finds pedantically wrong.
+    target_compile_options(${target} PRIVATE
+        $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
     target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII
         QT_NO_URL_CAST_FROM_STRING QT_DEPRECATED_WARNINGS)
     if(ENABLE_CLANG_TIDY)

@@ -38,8 +38,8 @@ public:
     QVariant getProperty(const QString& name, bool* found = nullptr) const override;
     QVariant getProperty(const QString& name, const QVariant& defaultValue) const override;
     QStringList getFunctions(bool withStopNames) const override;
-    QString getFunctionDescription(const QString& command) const override;
-    QList<Declaration> getCommandParameters(const QString& command) const override;
+    QString getFunctionDescription(const QString& name) const override;
+    QList<Declaration> getCommandParameters(const QString& name) const override;
     void setMainConfig(const ParameterMap& config) override;
     QVariant getInMainConfig(const QString& key, const QVariant& defaultValue) const override;
     QVariant getInPluginConfig(const QString& key, const QVariant& defaultValue) const override;

@@ -63,7 +63,7 @@ Result load(const QString& file)
                        QStringLiteral("there is no such file; check the path"));
     }
     QPluginLoader loader(info.absoluteFilePath());
-    const Result judged = judgeMetadata(file, loader.metaData());
+    Result judged = judgeMetadata(file, loader.metaData());
     if (judged.reason != Reason::None) {
         return judged;
     }

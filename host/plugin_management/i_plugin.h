@@ -50,9 +50,9 @@ public:
     /// The names of the declared commands in order of declaration, with \a withStopNames each one's
     /// stop name after it.
     virtual QStringList getFunctions(bool withStopNames) const = 0;
-    virtual QString getFunctionDescription(const QString& command) const = 0;
+    virtual QString getFunctionDescription(const QString& name) const = 0;
     /// The declared parameters of a command in order; empty for an unknown one.
-    virtual QList<Declaration> getCommandParameters(const QString& command) const = 0;
+    virtual QList<Declaration> getCommandParameters(const QString& name) const = 0;
     virtual ParameterMap getMainConfig() const = 0;
     virtual void setInPluginConfig(const QString& key, const QVariant& value) = 0;
     virtual void setInMainConfig(const QString& key, const QVariant& value) = 0;

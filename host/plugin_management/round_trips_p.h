@@ -52,7 +52,7 @@ private:
         }
         const unsigned top = 63u - static_cast<unsigned>(__builtin_clzll(value));
         const auto fine = (value >> (top - bitsPerDoubling)) - perDoubling;
-        const std::size_t index = (top - bitsPerDoubling + 1) * perDoubling + fine;
+        const std::size_t index = std::size_t{top - bitsPerDoubling + 1} * perDoubling + fine;
         return std::min(index, classes - 1);
     }
 
@@ -63,7 +63,7 @@ private:
             return index;
         }
         const auto doubling = index / perDoubling - 1;
-        return ((perDoubling + index % perDoubling + 1) << doubling) - 1;
+        return (quint64{perDoubling + index % perDoubling + 1} << doubling) - 1;
     }
 
     quint64 m_least = std::numeric_limits<quint64>::max();

@@ -400,7 +400,7 @@ void WorkerEngine::handleFrame()
         m_statistics.droppedBytes += static_cast<quint64>(frame.size());
     } else if (m_current->id != 0) { // of the keep-alive any reply at all is life
         succeeded = judge(frame, reply);
-        inStep = inStep && OrderFailure::fromReply(reply).code != Code::BadReply;
+        inStep = inStep && (succeeded || OrderFailure::fromReply(reply).code != Code::BadReply);
     }
     const WorkerOrderPtr order = takeCurrent();
     if (!inStep) {

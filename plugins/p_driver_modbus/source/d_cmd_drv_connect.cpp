@@ -1,0 +1,124 @@
+#include "d_cmd_drv_connect.h"
+
+#include "log_line.h"
+
+namespace {
+
+QString connectedKey() { return QStringLiteral("connected"); }
+
+QString disconnectedKey() { return QStringLiteral("disconnected"); }
+
+} // namespace
+
+DCmdDrvConnect::DCmdDrvConnect(const ParameterMap& parameters, QObject* parent)
+    : DAbstractCommand(QStringLiteral("connect"), QStringLiteral("disconnect"), parameters, parent)
+{
+    setDescription(QStringLiteral("Connect the driver to an Ethernet device"));
+    declareAParameter(QStringLiteral("host"), QStringLiteral("strg"),
+                      QStringLiteral("Host address of the Ethernet device to connect to"),
+                      QVariant());
+    declareAParameter(QStringLiteral("port"), QStringLiteral("ui16"),
+                      QStringLiteral("Port number of the Ethernet device to connect to"),
+                      QVariant());
+    declareAParameter(QStringLiteral("timeout"), QStringLiteral("ui16"),
+                      QStringLiteral("maximum delay to answer to a request"), 2000);
+    declareAParameter(QStringLiteral("keepAlive"), QStringLiteral("ui16"),
+                      QStringLiteral("interval, in second, to send a command to device to keep "
+                                     "connection alive, 0 means no sending"),
+                      0);
+    declareAParameter(
+        QStringLiteral("httpPort"), QStringLiteral("ui16"),
+        QStringLiteral("HTTP port for device web interface (e.g., Tarvomex point loading)"), 80);
+    declareAResult(connectedKey(), QStringLiteral("bool"),
+                   QStringLiteral("Return TRUE if connected, FALSE otherwise"), QVariant());
+}
+
+DCmdDrvConnect::DCmdDrvConnect(QObject* parent) : DCmdDrvConnect(ParameterMap(), parent) { }
+
+bool DCmdDrvConnect::commandExecute()
+{
+    if (!DAbstractCommand::commandExecute()) {
+        return false;
+    }
+    const auto text = [this](const QString& name, const QVariant& defaultValue) {
+        return getParameterValue(name, defaultValue).toString();
+    };
+    const int timeout =
+        static_cast<int>(getParameterValue(QStringLiteral("timeout"), QVariant()).toUInt());
+    // Meant: the HTTP port is cut to 16 bits (65616 becomes 80), the port of the device is not.
+    const auto httpPort =
+        static_cast<quint16>(getParameterValue(QStringLiteral("httpPort"), QVariant(80)).toUInt());
+    // Meant: "keepAlive" is declared but neither read nor passed on; the worker's own interval
+    // holds, whatever the order says.
+    ParameterMap map;
+    map.insert(QStringLiteral("timeout"), timeout);
+    map.insert(QStringLiteral("httpPort"), int{httpPort});
+    map.insert(QStringLiteral("host"), text(QStringLiteral("host"), QVariant()));
+    map.insert(QStringLiteral("port"),
+               getParameterValue(QStringLiteral("port"), QVariant()).toUInt());
+    for (const QString& name :
+         {QStringLiteral("keepAliveFunction"), QStringLiteral("keepAliveFunctionRegister")}) {
+        map.insert(name, text(name, QStringLiteral("")));
+    }
+    m_instructionId = addInstruction(QString(), QStringLiteral("connect"), map, timeout,
+                                     ReplyDelegate(this, &DCmdDrvConnect::takeConnectReply));
+    return m_instructionId != 0;
+}
+
+bool DCmdDrvConnect::finishTheCommand(bool& ok)
+{
+    if (m_instructionId != 0) {
+        ok = stopTheInstruction(m_instructionId)
+            && addInstruction(QString(), QStringLiteral("disconnect"), ParameterMap(), 0,
+                              ReplyDelegate(this, &DCmdDrvConnect::takeDisconnectReply))
+                != 0;
+    }
+    return commandFinish(ok);
+}
+
+QSharedPointer<ICommand> DCmdDrvConnect::createCommand(const ParameterMap& parameters) const
+{
+    return QSharedPointer<ICommand>(new DCmdDrvConnect(parameters, parent()));
+}
+
+// Meant to be one-sided: a "connected" reply passes over a repeated true only, a "disconnected"
+// reply over a repeated false only. Other repetitions are reported again.
+bool DCmdDrvConnect::takeConnectReply(unsigned long long /*instructionId*/,
+                                      const ParameterMap& reply)
+{
+    const auto connected = reply.constFind(connectedKey());
+    if (connected != reply.constEnd()) {
+        const bool state = connected->toBool();
+        return (m_connected && state) || reportConnected(state);
+    }
+    const auto disconnected = reply.constFind(disconnectedKey());
+    if (disconnected != reply.constEnd()) {
+        const bool state = !disconnected->toBool();
+        return (!m_connected && !state) || reportConnected(state);
+    }
+    log_line::error(this, log_line::badConnectReply);
+    return false;
+}
+
+bool DCmdDrvConnect::takeDisconnectReply(unsigned long long /*instructionId*/,
+                                         const ParameterMap& reply)
+{
+    const auto disconnected = reply.constFind(disconnectedKey());
+    if (disconnected == reply.constEnd()) {
+        log_line::error(this, log_line::badDisconnectReply);
+        return false;
+    }
+    const bool state = !disconnected->toBool();
+    if (state == m_connected) {
+        return true;
+    }
+    bool ok = reportConnected(state);
+    commandFinish(ok);
+    return ok;
+}
+
+bool DCmdDrvConnect::reportConnected(bool connected)
+{
+    m_connected = connected;
+    return commandUpdateResult(connectedKey(), connected);
+}

@@ -1,0 +1,56 @@
+#include "d_cmd_drv_read.h"
+
+#include "log_line.h"
+#include "modbus_utilities.h"
+
+namespace {
+
+constexpr int replyTimeoutMs = 2000;
+
+} // namespace
+
+DCmdDrvRead::DCmdDrvRead(const ParameterMap& parameters, QObject* parent)
+    : DAbstractCommand(QStringLiteral("read"), parameters, parent)
+{
+    setDescription(QStringLiteral("Read once one or many registers of the connected device"));
+    declareAParameter(QStringLiteral("register"), QStringLiteral("ui16"),
+                      QStringLiteral("Register number"), QVariant());
+    // Meant: the text says "coilRegister", the value that is accepted is "coilsRegister".
+    declareAParameter(QStringLiteral("registerType"), QStringLiteral("strg"),
+                      QStringLiteral("modbus register type: coilRegister / inputStatus / "
+                                     "holdingRegisters / inputRegisters"),
+                      QVariant());
+    declareAParameter(QStringLiteral("dataSize"), QStringLiteral("ui16"),
+                      QStringLiteral("Number of register read"), 1);
+    declareAResult(QStringLiteral("values"), QStringLiteral("varL"),
+                   QStringLiteral("Return a list of the register values of the connected device"),
+                   QVariant());
+}
+
+DCmdDrvRead::DCmdDrvRead(QObject* parent) : DCmdDrvRead(ParameterMap(), parent) { }
+
+bool DCmdDrvRead::commandExecute()
+{
+    if (!DAbstractCommand::commandExecute()) {
+        return false;
+    }
+    ParameterMap map;
+    for (const QString& name : {QStringLiteral("register"), QStringLiteral("dataSize")}) {
+        map.insert(name, getParameterValue(name, QVariant()).toInt());
+    }
+    const int functionCode = registerTypeToFunctionCode(
+        getParameterValue(QStringLiteral("registerType"), QVariant()).toString());
+    if (functionCode < 1) {
+        // Meant: no failure of this call. The order ends because it left no instruction.
+        log_line::error(this, log_line::readTypeUnknown);
+        return true;
+    }
+    map.insert(QStringLiteral("funcCode"), functionCode);
+    addInstruction(QString(), readFunctionName(functionCode), map, replyTimeoutMs, ReplyDelegate());
+    return true;
+}
+
+QSharedPointer<ICommand> DCmdDrvRead::createCommand(const ParameterMap& parameters) const
+{
+    return QSharedPointer<ICommand>(new DCmdDrvRead(parameters, parent()));
+}

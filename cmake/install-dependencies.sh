@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Installs what is missing of the Debian 12 packages that this tree is built with:
+# install-dependencies.sh [--checks] also takes those that only the checks of .ci/run need.
+# Says nothing when nothing is missing, and never writes to standard output.
+set -euo pipefail
+exec 1>&2
+
+packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libmodbus-dev libcli11-dev
+          pkg-config python3)
+if [ "${1:-}" = --checks ]; then
+    packages+=(clang clang-tidy clang-format libclang-rt-14-dev)
+fi
+
+missing=()
+for package in "${packages[@]}"; do
+    dpkg -s "$package" 2>/dev/null | grep -q '^Status: install ok installed$' || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+        echo "These Debian packages are missing: ${missing[*]}"
+        echo "Run this as root, install sudo, or install them yourself: apt-get install ${missing[*]}"
+        exit 1
+    fi
+    as_root=(sudo)
+fi
+
+apt() {
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o Acquire::Retries=3 "$@"
+}
+
+echo "Installing: ${missing[*]}"
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+if ! { apt update && apt install --no-install-recommends "${missing[@]}"; } \
+        </dev/null >"$log" 2>&1; then
+    cat "$log"
+    echo "The packages could not be installed: ${missing[*]}"
+    exit 1
+fi

@@ -1,0 +1,306 @@
+#!/usr/bin/env python3
+"""driver-host end to end: the real program and module against three devices that know nothing of
+each other. CTest passes the programs in the environment."""
+
+import json
+import os
+import signal
+import socket
+import subprocess
+import sys
+import threading
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+HOST = os.environ["DRIVER_HOST"]
+RAW_DEVICE = [sys.executable, os.path.join(HERE, "devices", "raw_device.py")]
+DEVICES = {
+    "device-simulator": [os.environ["DEVICE_SIMULATOR"], "--port", "0", "--quiet",
+                         "--set", "inputRegisters:200=7,65535"],
+    "libmodbus server": [os.environ["LIBMODBUS_SERVER"]],
+    "raw device": RAW_DEVICE,
+}
+PATIENCE = 100  # seconds until something that hangs is given up
+PORTS = {}
+HOLDING = ["--register-type", "holdingRegisters", "--register"]
+
+
+class Program(subprocess.Popen):
+    """A program that runs on, killed when it outlives all patience."""
+
+    def __init__(self, command):
+        super().__init__(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                         stderr=subprocess.PIPE, encoding="utf-8")
+        self.watchdog = threading.Timer(PATIENCE, self.kill)
+        self.watchdog.start()
+
+    def end(self, number=signal.SIGTERM):
+        """Exit code, rest of standard output and standard error after this signal."""
+        self.send_signal(number)
+        output, errors = self.communicate()
+        self.watchdog.cancel()
+        return self.returncode, output, errors
+
+
+class Device(Program):
+    def __init__(self, command):
+        super().__init__(command)
+        self.port = int(self.stdout.readline().rpartition(":")[2])
+
+
+def setUpModule():
+    for name, command in DEVICES.items():
+        device = Device(command)
+        unittest.addModuleCleanup(device.end)
+        PORTS[name] = device.port
+
+
+def command_line(command, port, *options):
+    return [HOST, command, "--host", "127.0.0.1", "--port", str(port), *map(str, options)]
+
+
+def run(command, port, *options):
+    return execute(command_line(command, port, *options))
+
+
+def execute(command):
+    return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, encoding="utf-8",
+                          timeout=PATIENCE)
+
+
+def events(text, kind="result"):
+    return [event for event in map(json.loads, text.splitlines()) if event["event"] == kind]
+
+
+class EndToEnd(unittest.TestCase):
+    def assertEnded(self, done, code):
+        self.assertEqual(done.returncode, code, f"{done.args}\n{done.stdout}\n{done.stderr}")
+
+    def on_every_device(self, check, rows=((),)):
+        for device in PORTS:
+            for row in rows:
+                with self.subTest(device=device, row=row):
+                    check(device, *row)
+
+
+class Info(EndToEnd):
+    def test_text(self):
+        done = execute([HOST, "info"])
+        self.assertEnded(done, 0)
+        self.assertIn("Plugin MODBUS Driver", done.stdout)
+        self.assertIn("f1e5000d-744a-49c0-91f8-2854bc6507eb", done.stdout)
+
+    def test_json(self):
+        done = execute([HOST, "info", "--format", "json"])
+        self.assertEnded(done, 0)
+        info = json.loads(done.stdout)
+        self.assertEqual((info["name"], info["version"]), ("Plugin MODBUS Driver", "1.0"))
+        self.assertEqual([command["name"] for command in info["commands"]],
+                         ["connect", "listen", "read", "write", "deviceInformation"])
+
+
+class Read(EndToEnd):
+    ROWS = [
+        # type, register, count, values
+        ("holdingRegisters", 100, 3, [258, 772, 1286]),
+        ("holdingRegisters", 9998, 1, [0]),
+        ("holdingRegisters", 100, 63, [258, 772, 1286, 1800, 2314, 2828, 3342, 3856, 4370, 4884]
+         + [0] * 53),
+        ("inputRegisters", 200, 2, [7, 65535]),
+        # Packed, and of the last byte only the last bit asked for is kept: 49 92 gives 49 80.
+        ("coilsRegister", 0, 16, [0x4980]),
+        ("coilsRegister", 0, 7, [0x40]),
+        ("inputStatus", 0, 16, [0x2180]),
+    ]
+    SERVER_IDS = {
+        "device-simulator": b"\x01\xffdevice-simulator 1.0.0",
+        "libmodbus server": b"\xb4\xffLMB",
+        "raw device": b"\x01\xffraw device",
+    }
+
+    def test_values(self):
+        self.on_every_device(self.check_values, self.ROWS)
+
+    def check_values(self, device, kind, register, count, values):
+        options = ["--register-type", kind, "--register", register, "--data-size", count]
+        done = run("read", PORTS[device], "--format", "json", *options)
+        self.assertEnded(done, 0)
+        self.assertEqual([e["value"] for e in events(done.stdout)], [values])
+        self.assertEqual([e["ok"] for e in events(done.stdout, "finished")], [True])
+        lines = run("read", PORTS[device], *options).stdout.splitlines()
+        self.assertEqual(len(lines), len(values))
+        for line, value in zip(lines, values):
+            self.assertIn(str(value), line.split())
+
+    def test_device_information(self):
+        self.on_every_device(self.check_device_information)
+
+    def check_device_information(self, device):
+        done = run("deviceInformation", PORTS[device], "--format", "json")
+        self.assertEnded(done, 0)
+        value = events(done.stdout)[0]["value"]
+        self.assertIn(self.SERVER_IDS[device], bytes.fromhex(value["info"]))
+        self.assertEqual((value["ipAdress"], value["httpPort"]), ("127.0.0.1", 80))
+
+
+class Write(EndToEnd):
+    ROWS = [
+        # type, register, data, table and values that another client then reads there
+        ("coilsRegister", 301, "1", "coils", "1"),
+        ("coilsRegister", 303, "0", "coils", "0"),
+        ("singleRegister", 310, "0x1234", "holding", "4660"),
+        ("multipleRegisters", 320, "258,0x304,65535", "holding", "258 772 65535"),
+    ]
+
+    def write(self, device, kind, register, data):
+        return run("write", PORTS[device], "--register-type", kind, "--register", register,
+                   "--data", data)
+
+    def assertHolds(self, device, table, register, values):
+        done = execute([os.environ["LIBMODBUS_CLIENT"], str(PORTS[device]), table, str(register),
+                        str(len(values.split()))])
+        self.assertEnded(done, 0)
+        self.assertEqual(done.stdout.strip(), values)
+
+    def test_read_back_by_another_client(self):
+        self.on_every_device(self.check_write, self.ROWS)
+
+    def check_write(self, device, kind, register, data, table, values):
+        self.assertEnded(self.write(device, kind, register, data), 0)
+        self.assertHolds(device, table, register, values)
+
+    def test_multiple_coils_travel_as_words(self):
+        """Three words where three bits are due: libmodbus takes the first bits of them, stricter
+        devices refuse the byte count."""
+        self.assertEnded(self.write("libmodbus server", "multipleCoils", 331, "0x0500,0,0"), 0)
+        self.assertHolds("libmodbus server", "coils", 331, "1 0 1")
+        for device in ("device-simulator", "raw device"):
+            done = self.write(device, "multipleCoils", 331, "0x0500,0,0")
+            self.assertEnded(done, 1)
+            self.assertIn("exception 3", done.stderr)
+
+
+class Failures(EndToEnd):
+    ROWS = [
+        # name, exit code, words on standard error, options of a read
+        ("no such register", 1, ["exception 2", "illegal data address", "9999"],
+         HOLDING + ["9999"]),
+        ("more than 63 registers", 1, ["MALFORMED REPLY SIZE"],
+         HOLDING + ["0", "--data-size", "64", "--verbose"]),
+        ("unknown register type", 1, ["register type"],
+         ["--register", "0", "--register-type", "coilRegister"]),
+        ("missing option", 2, ["--register-type"], ["--register", "0"]),
+        ("no number", 2, ["--data-size", "abc"], HOLDING + ["0", "--data-size", "abc"]),
+        ("out of range", 2, ["--register", "65536"], HOLDING + ["65536"]),
+        ("unresolvable host", 3, ["no-such-host.invalid"],
+         HOLDING + ["0", "--host", "no-such-host.invalid"]),
+        ("no module", 4, ["no_such_module.so"], HOLDING + ["0", "--plugin", "no_such_module.so"]),
+        ("not a module", 4, ["raw_device.py"], HOLDING + ["0", "--plugin", RAW_DEVICE[1]]),
+    ]
+
+    def assertFails(self, done, code, words):
+        self.assertEnded(done, code)
+        self.assertEqual(done.stdout, "")
+        for word in words:
+            self.assertIn(word.lower(), done.stderr.lower())
+
+    def test_texts_and_exit_codes(self):
+        for name, code, words, options in self.ROWS:
+            with self.subTest(name):
+                command = [HOST, "read", "--port", str(PORTS["libmodbus server"]), *options]
+                if "--host" not in options:
+                    command += ["--host", "127.0.0.1"]
+                self.assertFails(execute(command), code, words)
+
+    def test_missing_register_on_every_device(self):
+        self.on_every_device(self.check_missing_register)
+
+    def check_missing_register(self, device):
+        done = run("read", PORTS[device], *HOLDING, 9999, "--format", "json")
+        self.assertEnded(done, 1)
+        self.assertEqual([(e["code"], e["exceptionCode"]) for e in events(done.stdout, "error")],
+                         [("device_exception", 2)])
+
+    def test_nobody_listens(self):
+        with socket.socket() as bound:
+            bound.bind(("127.0.0.1", 0))
+            self.assertFails(run("read", bound.getsockname()[1], *HOLDING, 0), 3, ["refused"])
+
+    def test_misbehaving_devices(self):
+        for mode, code, words in [("silent", 1, ["no answer within 2000 ms"]),
+                                  ("closing", 3, ["connection"]),
+                                  ("busy", 1, ["exception 6", "busy"])]:
+            with self.subTest(mode):
+                device = Device(RAW_DEVICE + [mode])
+                self.addCleanup(device.end)
+                self.assertFails(run("read", device.port, *HOLDING, 0), code, words)
+
+
+class LongRunning(EndToEnd):
+    def listen(self, port, *options):
+        program = Program(command_line("listen", port, *HOLDING, 100, "--format", "json",
+                                       "--interval", 20, *options))
+        self.addCleanup(program.stderr.close)
+        self.addCleanup(program.stdout.close)
+        return program
+
+    def next_value(self, program):
+        """The next value listened to, and whether errors came before it."""
+        failed = False
+        for line in program.stdout:
+            event = json.loads(line)
+            if event["event"] == "result":
+                return event["value"], failed
+            failed = True
+        self.fail("the output ended")
+
+    def test_count(self):
+        self.on_every_device(self.check_count)
+
+    def check_count(self, device):
+        done = run("listen", PORTS[device], *HOLDING, 100, "--interval", 20, "--count", 3,
+                   "--format", "json")
+        self.assertEnded(done, 0)
+        self.assertEqual([e["value"] for e in events(done.stdout)], [[258]] * 3)
+
+    def test_interrupted_listen_ends_well(self):
+        program = self.listen(PORTS["raw device"])
+        self.assertEqual(self.next_value(program), ([258], False))
+        code, _, errors = program.end(signal.SIGINT)
+        self.assertEqual(code, 0, errors)
+        self.assertRegex(errors, r"\d+ done, 0 failed")
+
+    def test_interrupted_read(self):
+        for number, code in [(signal.SIGINT, 130), (signal.SIGTERM, 143)]:
+            with self.subTest(number), socket.create_server(("127.0.0.1", 0)) as silent:
+                program = Program(command_line("read", silent.getsockname()[1], *HOLDING, 0))
+                client = silent.accept()[0]
+                with client:
+                    self.assertEqual(client.recv(12)[7:].hex(), "0300000001")
+                    self.assertEqual(program.end(number)[0], code)
+
+    def test_closed_pipe(self):
+        program = self.listen(PORTS["raw device"])
+        self.next_value(program)
+        program.stdout.close()
+        self.assertEqual(program.wait(PATIENCE), 0)
+        program.watchdog.cancel()
+        self.assertNotIn("pipe", program.stderr.read().lower())
+
+    def test_device_comes_back(self):
+        device = Device(RAW_DEVICE)
+        program = self.listen(device.port)
+        self.next_value(program)
+        device.end(signal.SIGKILL)
+        line = next(line for line in program.stdout if json.loads(line)["event"] != "result")
+        self.assertEqual(json.loads(line)["code"], "not_connected")
+        again = Device(RAW_DEVICE + ["normal", str(device.port)])
+        self.addCleanup(again.end)
+        self.assertEqual(self.next_value(program)[0], [258])
+        code, _, errors = program.end(signal.SIGINT)
+        self.assertEqual(code, 0, errors)
+        self.assertRegex(errors, r"[1-9]\d* reconnect")
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -16,6 +16,8 @@ struct RawOptions
     std::string address = "127.0.0.1";
     int port = 1502;
     std::vector<std::string> presets;
+    std::string misbehaviour;
+    Misbehaviour details;
     bool quiet = false;
 };
 
@@ -30,6 +32,33 @@ std::string checkPreset(const std::string& text)
     QString error;
     return RegisterText::parse(QString::fromStdString(text), error) ? std::string()
                                                                     : error.toStdString();
+}
+
+std::string checkMisbehaviour(const std::string& text)
+{
+    const bool known = Misbehaviour::kindFromName(QString::fromStdString(text)).has_value();
+    return known ? std::string()
+                 : "\"" + text + "\" is not one of "
+            + Misbehaviour::names().join(QStringLiteral(", ")).toStdString();
+}
+
+void declareMisbehaviour(CLI::App& app, RawOptions& raw)
+{
+    constexpr int longestDelayMs = 3600 * 1000;
+    auto* misbehave =
+        app.add_option("--misbehave", raw.misbehaviour,
+                       "Spoil replies: "
+                           + Misbehaviour::names().join(QStringLiteral(", ")).toStdString())
+            ->check(CLI::Validator(checkMisbehaviour, "NAME"));
+    app.add_option("--every", raw.details.every, "Spoil each N-th reply")
+        ->check(CLI::Range(1, 1000000))
+        ->capture_default_str()
+        ->needs(misbehave);
+    app.add_option("--delay", raw.details.delayMs,
+                   "How late a reply, or how long a reboot is, in milliseconds")
+        ->check(CLI::Range(0, longestDelayMs))
+        ->capture_default_str()
+        ->needs(misbehave);
 }
 
 void declare(CLI::App& app, RawOptions& raw)
@@ -47,6 +76,7 @@ void declare(CLI::App& app, RawOptions& raw)
         ->check(CLI::Validator(checkPreset, "SETTING"))
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    declareMisbehaviour(app, raw);
     app.add_flag("--quiet", raw.quiet, "Do not log clients and writes on standard error");
 }
 
@@ -75,6 +105,10 @@ bool Options::parse(int argc, char** argv, int& exitCode)
     address = QHostAddress(QString::fromStdString(raw.address));
     port = static_cast<quint16>(raw.port);
     quiet = raw.quiet;
+    if (const auto kind = Misbehaviour::kindFromName(QString::fromStdString(raw.misbehaviour))) {
+        raw.details.kind = *kind;
+        misbehaviour = raw.details;
+    }
     for (const std::string& text : raw.presets) {
         QString ignored;
         presets.append(*RegisterText::parse(QString::fromStdString(text), ignored));

@@ -1,8 +1,12 @@
 #pragma once
 
+#include "misbehaviour.h"
+
 #include <QHostAddress>
 #include <QModbusDataUnit>
 #include <QVector>
+
+#include <optional>
 
 /// What the command line asks for.
 struct Options
@@ -10,6 +14,7 @@ struct Options
     QHostAddress address;
     quint16 port = 0; ///< 0 lets the system choose
     QVector<QModbusDataUnit> presets; ///< register contents to begin with, in order
+    std::optional<Misbehaviour> misbehaviour;
     bool quiet = false;
 
     /// Reads the command line into these options. True to go on; otherwise the answer has been

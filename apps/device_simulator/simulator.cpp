@@ -61,11 +61,11 @@ bool Simulator::start()
     for (const QModbusDataUnit& preset : m_options.presets) {
         m_server.setData(preset);
     }
-    if (!listen()) {
+    if (!(m_options.misbehaviour ? listenBehindGate() : listen())) {
         return false;
     }
     m_timer.start();
-    std::printf("listening on %s\n", qUtf8Printable(endpoint(m_options.address, m_server.port())));
+    std::printf("listening on %s\n", qUtf8Printable(endpoint(m_options.address, port())));
     std::fflush(stdout);
     return true;
 }
@@ -94,10 +94,31 @@ bool Simulator::listen()
     m_server.setConnectionParameter(QModbusDevice::NetworkAddressParameter,
                                     host(m_options.address));
     m_server.setConnectionParameter(QModbusDevice::NetworkPortParameter, m_options.port);
-    if (m_server.connectDevice()) {
-        return true;
+    return m_server.connectDevice() || refused(m_server.errorString());
+}
+
+bool Simulator::listenBehindGate()
+{
+    m_server.setConnectionParameter(QModbusDevice::NetworkAddressParameter,
+                                    QStringLiteral("127.0.0.1"));
+    m_server.setConnectionParameter(QModbusDevice::NetworkPortParameter, 0);
+    if (!m_server.connectDevice()) {
+        return refused(m_server.errorString());
     }
+    m_gate = std::make_unique<Gate>(*m_options.misbehaviour, m_server.port(),
+                                    [quiet = m_options.quiet](const QString& line) {
+                                        if (!quiet) {
+                                            log(line);
+                                        }
+                                    });
+    return m_gate->listen(m_options.address, m_options.port) || refused(m_gate->errorString());
+}
+
+bool Simulator::refused(const QString& why) const
+{
     log(QStringLiteral("cannot listen on %1: %2")
-            .arg(endpoint(m_options.address, m_options.port), m_server.errorString()));
+            .arg(endpoint(m_options.address, m_options.port), why));
     return false;
 }
+
+quint16 Simulator::port() const { return m_gate ? m_gate->port() : m_server.port(); }

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "gate.h"
 #include "options.h"
 #include "simulator_server.h"
 
 #include <QObject>
 #include <QTimer>
+
+#include <memory>
 
 class QTcpSocket;
 
@@ -24,9 +27,13 @@ private:
     void logTraffic();
     void logClient(const QTcpSocket& client, const QString& event) const;
     bool listen();
+    bool listenBehindGate();
+    bool refused(const QString& why) const;
+    quint16 port() const;
 
     const Options m_options;
     SimulatorServer m_server;
+    std::unique_ptr<Gate> m_gate; ///< between clients and server when the device misbehaves
     QTimer m_timer;
     unsigned m_tick = 0;
 };

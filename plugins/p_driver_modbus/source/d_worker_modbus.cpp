@@ -256,11 +256,11 @@ ParameterMap DWorkerModbus::cbReply(const QByteArray& reply)
     const uint functionCode = m_requestParameters.value(functionCodeKey(), 0).toUInt();
     QByteArray data;
     Rejection rejection = checkHeader(reply, functionCode);
-    if (!rejection) {
+    if (rejection == nullptr) {
         rejection = takeData(reply, static_cast<quint16>(functionCode), data);
     }
-    if (rejection) {
-        logRejection(rejection, reply);
+    if (rejection != nullptr) {
+        logRejection(*rejection, reply);
         return {{QStringLiteral("doneOk"), false}};
     }
     return static_cast<quint16>(functionCode) == ReportServerId ? deviceInformation(data)
@@ -274,14 +274,14 @@ DWorkerModbus::Rejection DWorkerModbus::checkHeader(const QByteArray& reply,
         reinterpret_cast<const quint8*>(reply.constData()), static_cast<quint16>(reply.size()),
         static_cast<quint8>(m_unitId), static_cast<quint8>(functionCode))) {
     case ReplyHeaderException:
-        return {log_line::replyException, __LINE__};
+        return &log_line::headerException;
     case ReplyHeaderBadLength:
-        return {log_line::replyBadLength, __LINE__};
+        return &log_line::headerBadLength;
     case ReplyHeaderOtherFunction:
-        return {log_line::replyOtherFunction, __LINE__};
+        return &log_line::headerOtherFunction;
     default:
         // Meant: a reply from another unit id is taken like one from the unit that was asked.
-        return {};
+        return nullptr;
     }
 }
 
@@ -295,7 +295,7 @@ DWorkerModbus::Rejection DWorkerModbus::takeData(const QByteArray& reply, quint1
     case ReadHoldingRegisters:
     case ReadInputRegisters:
     case ReportServerId:
-        return takeBytes(reply, data);
+        return takeBytes(reply, log_line::bytesTooShort, log_line::bytesMalformed, data);
     case WriteSingleCoil:
     case WriteSingleRegister:
         return takeSingleWrite(reply, functionCode, data);
@@ -304,14 +304,15 @@ DWorkerModbus::Rejection DWorkerModbus::takeData(const QByteArray& reply, quint1
         return takeMultipleWrite(reply, data);
     default:
         // Meant: nothing is known of other functions; a good header is an accepted reply.
-        return {};
+        return nullptr;
     }
 }
 
 DWorkerModbus::Rejection DWorkerModbus::takeBits(const QByteArray& reply, QByteArray& data) const
 {
-    const Rejection rejection = takeBytes(reply, data);
-    if (!rejection && !data.isEmpty()) {
+    const Rejection rejection =
+        takeBytes(reply, log_line::bitsTooShort, log_line::bitsMalformed, data);
+    if (rejection == nullptr && !data.isEmpty()) {
         const int quantity = getCurrentOrderParameters().value(QStringLiteral("dataSize")).toInt();
         char& last = data.data()[data.size() - 1];
         last = static_cast<char>(static_cast<quint8>(last) & lastCoilMask(quantity));
@@ -319,16 +320,19 @@ DWorkerModbus::Rejection DWorkerModbus::takeBits(const QByteArray& reply, QByteA
     return rejection;
 }
 
-DWorkerModbus::Rejection DWorkerModbus::takeBytes(const QByteArray& reply, QByteArray& data)
+DWorkerModbus::Rejection DWorkerModbus::takeBytes(const QByteArray& reply,
+                                                  const log_line::Entry& tooShort,
+                                                  const log_line::Entry& malformed,
+                                                  QByteArray& data)
 {
     if (reply.size() < DataOffset) {
-        return {log_line::replyTooShort, __LINE__};
+        return &tooShort;
     }
     if (byteCount(reply) != reply.size() - DataOffset) {
-        return {log_line::replyMalformed, __LINE__};
+        return &malformed;
     }
     data = reply.mid(DataOffset);
-    return {};
+    return nullptr;
 }
 
 DWorkerModbus::Rejection DWorkerModbus::takeSingleWrite(const QByteArray& reply,
@@ -337,10 +341,10 @@ DWorkerModbus::Rejection DWorkerModbus::takeSingleWrite(const QByteArray& reply,
 {
     if (reply.size() == m_requestLength) {
         if (reply.size() != echoLength) {
-            return {log_line::replyMalformed, __LINE__};
+            return &log_line::singleWriteMalformed;
         }
         data.append(echoesRequest(reply) ? '\1' : '\0');
-        return {};
+        return nullptr;
     }
     // Meant: a reply of another size than the request is a successful write when its header is
     // consistent, whatever it carries.
@@ -348,20 +352,20 @@ DWorkerModbus::Rejection DWorkerModbus::takeSingleWrite(const QByteArray& reply,
                                                 + signedByte(reply, MbapLengthOffset + 1));
     if (mbapLength + MbapHeaderSize != reply.size() || signedByte(reply, UnitIdOffset) != m_unitId
         || signedByte(reply, FunctionCodeOffset) != functionCode) {
-        return {log_line::replyIncorrectSize, __LINE__};
+        return &log_line::singleWriteIncorrect;
     }
     data.append('\1');
-    return {};
+    return nullptr;
 }
 
 DWorkerModbus::Rejection DWorkerModbus::takeMultipleWrite(const QByteArray& reply,
                                                           QByteArray& data) const
 {
     if (reply.size() != echoLength) {
-        return {log_line::replyIncorrectSize, __LINE__};
+        return &log_line::multipleWriteIncorrect;
     }
     data.append(echoesRequest(reply) ? '\1' : '\0');
-    return {};
+    return nullptr;
 }
 
 // Meant: an echo that differs is no rejection. The order is done, with the value 0 instead of 1.
@@ -385,9 +389,9 @@ ParameterMap DWorkerModbus::deviceInformation(const QByteArray& info) const
     return reply;
 }
 
-void DWorkerModbus::logRejection(const Rejection& rejection, const QByteArray& reply) const
+void DWorkerModbus::logRejection(const log_line::Entry& rejection, const QByteArray& reply) const
 {
-    log_line::error(this, {log_line::workerUnit, rejection.line, rejection.text})
+    log_line::error(this, rejection)
         << reply.toHex(':').toUpper()
         << ", request =" << convVariantMapToString(m_requestParameters);
 }

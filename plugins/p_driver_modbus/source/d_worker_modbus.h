@@ -40,14 +40,8 @@ protected:
     quint16 m_unitId = 0;
 
 private:
-    // Why a reply was rejected, and the line of the check that did it.
-    struct Rejection
-    {
-        const char* text = nullptr;
-        int line = 0;
-
-        explicit operator bool() const { return text != nullptr; }
-    };
+    // The check that a reply failed; null when it passed.
+    using Rejection = const log_line::Entry*;
 
     bool cbRead(unsigned long long orderId, const ParameterMap& parameters, ParameterMap& result);
     bool cbWriteSingleCoil(unsigned long long orderId, const ParameterMap& parameters,
@@ -69,13 +63,14 @@ private:
     Rejection checkHeader(const QByteArray& reply, uint functionCode) const;
     Rejection takeData(const QByteArray& reply, quint16 functionCode, QByteArray& data) const;
     Rejection takeBits(const QByteArray& reply, QByteArray& data) const;
-    static Rejection takeBytes(const QByteArray& reply, QByteArray& data);
+    static Rejection takeBytes(const QByteArray& reply, const log_line::Entry& tooShort,
+                               const log_line::Entry& malformed, QByteArray& data);
     Rejection takeSingleWrite(const QByteArray& reply, quint16 functionCode,
                               QByteArray& data) const;
     Rejection takeMultipleWrite(const QByteArray& reply, QByteArray& data) const;
     bool echoesRequest(const QByteArray& reply) const;
     ParameterMap deviceInformation(const QByteArray& info) const;
-    void logRejection(const Rejection& rejection, const QByteArray& reply) const;
+    void logRejection(const log_line::Entry& rejection, const QByteArray& reply) const;
 };
 
 /// A new worker with this name; the caller owns it.

@@ -53,15 +53,25 @@ inline constexpr Entry noFunctionCode{workerUnit, 413,
 inline constexpr Entry manyValues{lookupUnit, 95, ", Multiple values isn't managed :"};
 inline constexpr Entry missingField{lookupUnit, 101, ", No"};
 
-// Why a reply was rejected; the line is that of the check (see DWorkerModbus::cbReply()).
-inline constexpr const char* replyException = "ERROR: !!!!!  EXCEPTION  !!!!! Reply =";
-inline constexpr const char* replyBadLength = "ERROR: !!!!!  BAD REPLY LENGTH  !!!!! Reply =";
-inline constexpr const char* replyOtherFunction =
+// Why a reply was rejected, for error(). The checks that share a text are told apart by the line.
+inline constexpr const char* exceptionText = "ERROR: !!!!!  EXCEPTION  !!!!! Reply =";
+inline constexpr const char* badLengthText = "ERROR: !!!!!  BAD REPLY LENGTH  !!!!! Reply =";
+inline constexpr const char* otherFunctionText =
     "ERROR: !!!!!  UNEXPECTED FUNCTION CODE  !!!!! Reply =";
-inline constexpr const char* replyTooShort = "ERROR: !!!!!  REPLY SIZE TOO SHORT  !!!!! Reply =";
-inline constexpr const char* replyMalformed = "ERROR: !!!!!  MALFORMED REPLY SIZE  !!!!! Reply =";
-inline constexpr const char* replyIncorrectSize =
-    "ERROR: !!!!!  NOT CORRECT REPLY SIZE  !!!!! Reply =";
+inline constexpr const char* tooShortText = "ERROR: !!!!!  REPLY SIZE TOO SHORT  !!!!! Reply =";
+inline constexpr const char* malformedText = "ERROR: !!!!!  MALFORMED REPLY SIZE  !!!!! Reply =";
+inline constexpr const char* incorrectText = "ERROR: !!!!!  NOT CORRECT REPLY SIZE  !!!!! Reply =";
+
+inline constexpr Entry headerException{workerUnit, 441, exceptionText};
+inline constexpr Entry headerBadLength{workerUnit, 445, badLengthText};
+inline constexpr Entry headerOtherFunction{workerUnit, 449, otherFunctionText};
+inline constexpr Entry bitsTooShort{workerUnit, 461, tooShortText};
+inline constexpr Entry bitsMalformed{workerUnit, 469, malformedText};
+inline constexpr Entry bytesTooShort{workerUnit, 492, tooShortText};
+inline constexpr Entry bytesMalformed{workerUnit, 499, malformedText};
+inline constexpr Entry singleWriteMalformed{workerUnit, 513, malformedText};
+inline constexpr Entry singleWriteIncorrect{workerUnit, 527, incorrectText};
+inline constexpr Entry multipleWriteIncorrect{workerUnit, 538, incorrectText};
 
 /// A line for \a object, null for a free function, that ends in the entry's message.
 QDebug error(const QObject* object, const Entry& entry);

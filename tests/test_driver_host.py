@@ -287,6 +287,23 @@ class LongRunning(EndToEnd):
         program.watchdog.cancel()
         self.assertNotIn("pipe", program.stderr.read().lower())
 
+    def test_misbehaviour_gives_no_wrong_value(self):
+        for name, codes in [("late", {"timeout"}), ("half", {"timeout"}), ("byte-by-byte", set()),
+                            ("twice", set()), ("unasked", set()), ("other-unit", set()),
+                            ("other-function", {"bad_reply"}), ("wrong-length", {"bad_reply"}),
+                            ("garbage", {"bad_reply"}), ("exception", {"device_exception"}),
+                            ("close-before", {"not_connected"}), ("close-after", set()),
+                            ("close-within", {"not_connected"}), ("reboot", {"not_connected"})]:
+            with self.subTest(name):
+                device = Device([os.environ["DEVICE_SIMULATOR"], "--port", "0", "--quiet",
+                                 "--misbehave", name, "--every", "4", "--delay", "2100"])
+                done = run("listen", device.port, *HOLDING, 100, "--interval", 20, "--count", 6,
+                           "--format", "json")
+                device.end()
+                self.assertEnded(done, 0)
+                self.assertEqual([e["value"] for e in events(done.stdout)], [[258]] * 6)
+                self.assertEqual({e["code"] for e in events(done.stdout, "error")}, codes)
+
     def test_device_comes_back(self):
         device = Device(RAW_DEVICE)
         program = self.listen(device.port)

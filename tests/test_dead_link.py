@@ -1,0 +1,89 @@
+#!/usr/bin/env python3
+"""A link that goes dead without a word: the device lives in a network namespace of its own, and
+from one moment on everything it sends is dropped. Needs root and the command ip; else it is skipped
+(exit code 77)."""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import threading
+import time
+import unittest
+
+HOST = os.environ["DRIVER_HOST"]
+SIMULATOR = os.environ["DEVICE_SIMULATOR"]
+SPACE = f"dl{os.getpid()}"
+OURS, THEIRS, PORT = "198.18.77.1", "198.18.77.2", "1502"  # of the range for tests of networks
+LOST_WITHIN = 12  # seconds, as promised
+PATIENCE = 60
+
+
+def ip(*words, space=None):
+    subprocess.run(["ip", *(["-n", space] if space else []), *words], check=True,
+                   capture_output=True)
+
+
+def set_up_network():
+    link = SPACE + "v"
+    ip("netns", "add", SPACE)
+    ip("link", "add", link, "type", "veth", "peer", "name", "v", "netns", SPACE)
+    ip("addr", "add", OURS + "/30", "dev", link)
+    ip("link", "set", link, "up")
+    ip("addr", "add", THEIRS + "/30", "dev", "v", space=SPACE)
+    ip("link", "set", "v", "up", space=SPACE)
+
+
+class DeadLink(unittest.TestCase):
+    def start(self, *command):
+        program = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                   stderr=subprocess.STDOUT, encoding="utf-8", bufsize=1)
+        watchdog = threading.Timer(PATIENCE, program.kill)
+        watchdog.start()
+        self.addCleanup(program.stdout.close)
+        self.addCleanup(program.wait)
+        self.addCleanup(program.terminate)
+        self.addCleanup(watchdog.cancel)
+        return program
+
+    def wait_for(self, program, pattern):
+        for line in program.stdout:
+            if re.search(pattern, line):
+                return time.monotonic()
+        self.fail(f"it ended without '{pattern}'")
+
+    def check(self, *command, first):
+        simulator = self.start("ip", "netns", "exec", SPACE, SIMULATOR, "--address", THEIRS,
+                               "--port", PORT, "--quiet")
+        self.wait_for(simulator, "listening on")
+        host = self.start(HOST, *command, "--host", THEIRS, "--port", PORT)
+        self.wait_for(host, first)
+        ip("route", "add", "blackhole", OURS + "/32", space=SPACE)
+        cut = time.monotonic()
+        lost = self.wait_for(host, "connection lost")
+        ip("route", "del", "blackhole", OURS + "/32", space=SPACE)
+        self.assertLess(lost - cut, LOST_WITHIN)
+        self.wait_for(host, "connected")
+
+    def test_without_orders(self):
+        self.check("connect", first="connected")
+
+    def test_with_orders_running(self):
+        self.check("listen", "--register", "100", "--register-type", "holdingRegisters",
+                   "--interval", "200", first="258")
+
+
+if __name__ == "__main__":
+    if os.geteuid() != 0 or not shutil.which("ip"):
+        print("skipped: it needs root and the command ip")
+        sys.exit(77)
+    try:
+        try:
+            set_up_network()
+        except subprocess.CalledProcessError as error:
+            print("skipped: no network namespaces here:", error.stderr.decode())
+            sys.exit(77)
+        unittest.main(verbosity=2)
+    finally:
+        subprocess.run(["ip", "netns", "del", SPACE], check=False)

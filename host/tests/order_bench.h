@@ -8,6 +8,22 @@
 
 inline QVariantMap value(int number) { return {{QStringLiteral("value"), number}}; }
 
+/// The same with a time limit of its own.
+inline QVariantMap value(int number, int limitMs)
+{
+    return {{QStringLiteral("value"), number}, {QStringLiteral("limit"), limitMs}};
+}
+
+/// Parameters of "watch" that make it ask again and again.
+inline QVariantMap repeating(int number, int intervalMs, int limitMs = 60)
+{
+    QVariantMap parameters = value(number, limitMs);
+    parameters.insert(QStringLiteral("function"), QStringLiteral("ask"));
+    parameters.insert(QStringLiteral("recurrent"), true);
+    parameters.insert(QStringLiteral("recurrentInterval"), intervalMs);
+    return parameters;
+}
+
 inline const QString ask = QStringLiteral("ask");
 inline const QString watch = QStringLiteral("watch");
 

@@ -40,9 +40,7 @@ void EnduranceTest::noOrderEndsWithAnothersValue()
                      [&connected](bool up) { connected = up; });
     int right = 0;
     for (int i = 1; i <= orders; ++i) {
-        QVariantMap parameters = value(i);
-        parameters.insert(QStringLiteral("limit"), limitMs);
-        const quint64 id = bench.start(ask, parameters);
+        const quint64 id = bench.start(ask, value(i, limitMs));
         const DOrder order = bench.finish(id);
         if (order.state == DOrder::State::Done) {
             QCOMPARE(order.results.value(QStringLiteral("value")), QVariant(i));
@@ -66,11 +64,7 @@ void EnduranceTest::aListenSurvivesARebootOfTheDevice()
     const quint16 port = device.port();
     Bench bench;
     const quint64 connection = bench.connectTo(port);
-    QVariantMap parameters = value(4);
-    parameters.insert(QStringLiteral("function"), ask);
-    parameters.insert(QStringLiteral("recurrent"), true);
-    parameters.insert(QStringLiteral("recurrentInterval"), 5);
-    const quint64 listen = bench.start(watch, parameters);
+    const quint64 listen = bench.start(watch, repeating(4, 5));
     for (int reboot = 0; reboot < 2; ++reboot) {
         const int before = bench.results.value(listen).size();
         QVERIFY(waitFor([&] { return bench.results.value(listen).size() > before + 3; }));
@@ -159,24 +153,15 @@ void EnduranceTest::everyOrderOfAStormEndsOnce()
             case 2:
                 ids.append(bench.connectTo(device.port()));
                 break;
-            case 3: {
-                QVariantMap parameters = value(i);
-                parameters.insert(QStringLiteral("function"), ask);
-                parameters.insert(QStringLiteral("recurrent"), true);
-                parameters.insert(QStringLiteral("recurrentInterval"), random.bounded(1, 4));
-                parameters.insert(QStringLiteral("limit"), 2);
-                ids.append(bench.start(watch, parameters));
+            case 3:
+                ids.append(bench.start(watch, repeating(i, random.bounded(1, 4), 2)));
                 break;
-            }
             case 4:
                 waitFor([] { return false; }, 1);
                 break;
-            default: {
-                QVariantMap parameters = value(i);
-                parameters.insert(QStringLiteral("limit"), random.bounded(1, 4));
-                ids.append(bench.start(ask, parameters));
+            default:
+                ids.append(bench.start(ask, value(i, random.bounded(1, 4))));
                 break;
-            }
             }
             QCoreApplication::processEvents();
         }

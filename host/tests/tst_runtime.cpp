@@ -277,9 +277,7 @@ void RuntimeTest::disconnectDoesNotWaitForAReplyThatNobodyWants()
     Bench bench;
     const quint64 connection = bench.connectTo(device.port());
     device.script = {Step::Never};
-    QVariantMap parameters = value(1);
-    parameters.insert(QStringLiteral("limit"), 60000);
-    const quint64 id = bench.start(ask, parameters);
+    const quint64 id = bench.start(ask, value(1, 60000));
     QTRY_COMPARE(device.requests.size(), 1);
     bench.plugin->orders()->stop(id);
     bench.plugin->orders()->stop(connection);
@@ -343,11 +341,7 @@ void RuntimeTest::repetitionsGoOn()
     Bench bench;
     bench.connectTo(device.port());
     device.script = {Step::Answer, Step::Exception2, Step::Answer, Step::Never, Step::Answer};
-    QVariantMap parameters = value(9);
-    parameters.insert(QStringLiteral("function"), ask);
-    parameters.insert(QStringLiteral("recurrent"), true);
-    parameters.insert(QStringLiteral("recurrentInterval"), 5);
-    const quint64 id = bench.start(watch, parameters);
+    const quint64 id = bench.start(watch, repeating(9, 5));
     QVERIFY(waitFor([&] { return bench.results.value(id).size() >= 4; }));
     QCOMPARE(bench.troubles.value(id), (QList<Code>{Code::DeviceException, Code::Timeout}));
     QVERIFY(bench.plugin->orders()->stop(id));
@@ -366,24 +360,14 @@ void RuntimeTest::ticksDoNotPileUpAndOneShotsGoFirst()
     for (int i = 0; i < 60; ++i) {
         device.script.append(Step::Late);
     }
-    const auto repeating = [](int number) {
-        QVariantMap parameters = value(number);
-        parameters.insert(QStringLiteral("function"), ask);
-        parameters.insert(QStringLiteral("recurrent"), true);
-        parameters.insert(QStringLiteral("recurrentInterval"), 2);
-        parameters.insert(QStringLiteral("limit"), 1000);
-        return parameters;
-    };
-    const quint64 first = bench.start(watch, repeating(1));
-    const quint64 second = bench.start(watch, repeating(2));
+    const quint64 first = bench.start(watch, repeating(1, 2, 1000));
+    const quint64 second = bench.start(watch, repeating(2, 2, 1000));
     QVERIFY(waitFor([&] {
         return bench.results.value(first).size() >= 3 && bench.results.value(second).size() >= 3;
     }));
     QVERIFY(qAbs(bench.results.value(first).size() - bench.results.value(second).size()) <= 1);
     const int asked = device.requests.size();
-    QVariantMap between = value(3);
-    between.insert(QStringLiteral("limit"), 1000);
-    QCOMPARE(bench.valueOf(bench.start(ask, between)), QVariant(3));
+    QCOMPARE(bench.valueOf(bench.start(ask, value(3, 1000))), QVariant(3));
     QVERIFY(device.requests.size() <= asked + 2); // one reply at most before it
     QVERIFY(bench.statistics().ticksSkipped > 0);
 }

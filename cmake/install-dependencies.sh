@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing of the Debian 12 packages that this tree is built with:
-# install-dependencies.sh [--checks] also takes those that only the checks of .ci/run need.
+# install-dependencies.sh [--checks|--bench] also takes those that only the checks of .ci/run, or the
+# benchmarks, need.
 # Says nothing when nothing is missing, and never writes to standard output.
 set -euo pipefail
 exec 1>&2
@@ -9,6 +10,8 @@ packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libmodbus-dev l
           pkg-config python3 iproute2)
 if [ "${1:-}" = --checks ]; then
     packages+=(clang clang-tidy clang-format libclang-rt-14-dev)
+elif [ "${1:-}" = --bench ]; then
+    packages+=(valgrind strace)
 fi
 
 missing=()

@@ -234,12 +234,15 @@ void Connection::attemptFailed(const QString& why)
         return;
     }
     retryLater();
+    const QPointer<Connection> self(this);
     if (m_reported) {
         m_reported = false;
         qCInfo(logConnection).noquote() << endpointText() << "disconnected:" << why;
         emit lost(why);
     }
-    emit retryFailed(why);
+    if (self) {
+        emit retryFailed(why);
+    }
 }
 
 void Connection::retryLater()

@@ -592,7 +592,7 @@ void WorkerEngine::handleLost(const QString& why)
     const Hold hold(this);
     const QPointer<WorkerEngine> self(this);
     const WorkerOrderPtr order = takeCurrent();
-    if (order && m_requestHeadSize == 0 && order->id != 0) {
+    if (order && m_requestHeadSize == 0 && order->id != 0 && !order->stopped) {
         m_queue.putBack(order); // the write found the socket ended: the device has seen nothing
     } else if (order) {
         const QString text = QStringLiteral("the connection to %1 was lost (%2)");

@@ -14,6 +14,7 @@ constexpr const char* programName = "driver-host";
 constexpr const char* helpFooter =
     "Results go to standard output, everything else to standard error.\n"
     "Exit codes: 0 done, 1 the order failed, 2 usage, 3 no connection, 4 module not loadable.";
+constexpr const char* needsOrders = "run needs ORDERS, a file or - for standard input";
 constexpr int helpColumn = 46;
 
 constexpr std::array<std::pair<const char*, Format>, 3> formats{{
@@ -40,6 +41,9 @@ public:
 
 private:
     QString fill(Request& request) const;
+    void addOwnCommands(const ModuleDescription& module);
+    QString fillInfo(Request& request) const;
+    QString fillRun(Request& request) const;
     QString fillGlobals(Request& request) const;
     QString unexpected() const;
     CommandLine usageError(const QString& what) const;
@@ -48,6 +52,8 @@ private:
     CLI::App m_app;
     GlobalOptions m_globals;
     CLI::App* m_info = nullptr;
+    CLI::App* m_run = nullptr;
+    std::string m_orders;
     std::deque<Subcommand> m_subcommands;
 };
 
@@ -59,14 +65,29 @@ Parser::Parser(const ModuleDescription& module)
     addGlobalOptions(m_app, m_globals);
     m_app.require_subcommand(1, 1);
     m_app.footer(helpFooter);
+    addOwnCommands(module);
+    for (const CommandDescription& command : module.commands) {
+        m_subcommands.emplace_back(m_app, command, module.connectCommand(), m_globals);
+    }
+}
+
+// A command of the module goes before one of ours with the same name.
+void Parser::addOwnCommands(const ModuleDescription& module)
+{
     if (module.find(QStringLiteral("info")) == nullptr) {
         m_info = m_app.add_subcommand("info",
                                       "Identity, commands, parameters and results of the "
                                       "module");
         addGlobalOptions(*m_info, m_globals);
     }
-    for (const CommandDescription& command : module.commands) {
-        m_subcommands.emplace_back(m_app, command, module.connectCommand(), m_globals);
+    if (module.find(QStringLiteral("run")) == nullptr) {
+        m_run = m_app.add_subcommand("run",
+                                     "Orders as JSON lines in, events as JSON lines out; many "
+                                     "devices at once");
+        m_run->add_option("ORDERS", m_orders, "The file to read, - for standard input")
+            ->option_text("")
+            ->required();
+        addGlobalOptions(*m_run, m_globals);
     }
 }
 
@@ -103,10 +124,10 @@ QString Parser::fill(Request& request) const
         return error;
     }
     if (m_info != nullptr && m_info->parsed()) {
-        request.command = QStringLiteral("info");
-        return request.format == Format::Csv
-            ? QStringLiteral("--format: 'csv' is not one of text, json, which info has")
-            : QString();
+        return fillInfo(request);
+    }
+    if (m_run != nullptr && m_run->parsed()) {
+        return fillRun(request);
     }
     for (const Subcommand& subcommand : m_subcommands) {
         if (subcommand.isUsed()) {
@@ -115,6 +136,27 @@ QString Parser::fill(Request& request) const
         }
     }
     return QString();
+}
+
+QString Parser::fillInfo(Request& request) const
+{
+    request.command = QStringLiteral("info");
+    return request.format == Format::Csv
+        ? QStringLiteral("--format: 'csv' is not one of text, json, which info has")
+        : QString();
+}
+
+QString Parser::fillRun(Request& request) const
+{
+    request.command = QStringLiteral("run");
+    request.orders = QString::fromStdString(m_orders);
+    const bool otherFormat =
+        m_app.count("--format") + m_run->count("--format") > 0 && request.format != Format::Json;
+    if (otherFormat) {
+        return unfit(QStringLiteral("--format"), QString::fromStdString(m_globals.format),
+                     QStringLiteral("json, the one that run has"));
+    }
+    return request.orders.isEmpty() ? QLatin1String(needsOrders) : QString();
 }
 
 QString Parser::fillGlobals(Request& request) const
@@ -136,7 +178,8 @@ QString Parser::unexpected() const
 {
     const std::vector<std::string> left = m_app.remaining(true);
     if (left.empty()) {
-        return QStringLiteral("no command given");
+        return usedCommand().isEmpty() ? QStringLiteral("no command given")
+                                       : QLatin1String(needsOrders);
     }
     const QString first = QString::fromStdString(left.front());
     if (first.startsWith(QLatin1Char('-'))) {

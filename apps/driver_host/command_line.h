@@ -14,7 +14,9 @@ struct ModuleDescription;
 /// What the user asks for.
 struct Request
 {
-    QString command; ///< one of the module's, or "info" when the module has none of that name
+    /// One of the module's, or "info" or "run" when the module has none of that name.
+    QString command;
+    QString orders; ///< of "run": the file to read, "-" for standard input; else empty
     ParameterMap parameters; ///< of the order, checked and with declared defaults
     ParameterMap connectParameters; ///< of the order that makes the connection
     Format format = Format::Text;

@@ -1,5 +1,6 @@
 #include "console.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -8,6 +9,9 @@
 #include <unistd.h>
 
 namespace {
+
+constexpr const char* clearLine = "\r\x1b[K";
+std::atomic<bool> progressIsShown{false};
 
 // True when a failed write may be tried again: it was interrupted, or the file, which another
 // program has set not to block, has room again.
@@ -82,6 +86,17 @@ void Console::note(const QString& line)
     }
 }
 
+bool Console::canShowProgress() const
+{
+    return !m_quiet && ::isatty(STDERR_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 0;
+}
+
+void Console::showProgress(const QString& text)
+{
+    progressIsShown = true;
+    writeAll(STDERR_FILENO, clearLine + text.toUtf8());
+}
+
 // A reader that goes away between two results is noticed here and not by the next write, which may
 // be hours off.
 void Console::watchOutput()
@@ -108,4 +123,8 @@ void openStandardFiles()
     ::close(file);
 }
 
-void writeStandardError(const QString& line) { writeAll(STDERR_FILENO, line.toUtf8() + '\n'); }
+void writeStandardError(const QString& line)
+{
+    const QByteArray before = progressIsShown.exchange(false) ? clearLine : "";
+    writeAll(STDERR_FILENO, before + line.toUtf8() + '\n');
+}

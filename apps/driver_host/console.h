@@ -22,6 +22,10 @@ public:
     void error(const QString& line);
     /// Tells what is nice to know.
     void note(const QString& line);
+    /// True when somebody is at the terminal who wants notes and does not see results there.
+    bool canShowProgress() const;
+    /// Tells how far it has come, on a line that the next one replaces.
+    void showProgress(const QString& text);
 
 signals:
     /// Nothing more can be written to standard output: its reader has gone, or a write failed.

@@ -1,9 +1,11 @@
 #include "command_line.h"
 #include "console.h"
 #include "exit_codes.h"
+#include "frame_trace.h"
 #include "message_log.h"
 #include "module_file.h"
 #include "module_info.h"
+#include "run_session.h"
 #include "session.h"
 #include "signal_watcher.h"
 
@@ -14,31 +16,56 @@
 
 namespace {
 
-void showFrame(bool outgoing, const QByteArray& frame)
-{
-    writeStandardError(
-        QStringLiteral("%1 %2 %3")
-            .arg(QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss.zzz")),
-                 QLatin1String(outgoing ? "->" : "<-"), QString::fromLatin1(frame.toHex(' '))));
-}
-
 int showInfo(const ModuleDescription& module, Format format, Console& console)
 {
     console.write(format == Format::Json ? moduleInfoJson(module) : moduleInfoText(module));
     return ExitDone;
 }
 
-int runOrder(DAbstractPlugin& device, const ModuleDescription& module, const Request& request,
-             Console& console)
+// Runs a Session or a RunSession to its end, and answers its exit code.
+template <typename AnySession>
+int execute(AnySession& session, Console& console)
 {
     SignalWatcher signalWatcher;
-    Session session(device, module, request, console);
-    QObject::connect(&signalWatcher, &SignalWatcher::stopRequested, &session, &Session::interrupt);
-    QObject::connect(&console, &Console::outputClosed, &session, &Session::outputClosed);
-    QObject::connect(&session, &Session::ended,
+    QObject::connect(&signalWatcher, &SignalWatcher::stopRequested, &session,
+                     &AnySession::interrupt);
+    QObject::connect(&console, &Console::outputClosed, &session, &AnySession::outputClosed);
+    QObject::connect(&session, &AnySession::ended,
                      [](int exitCode) { QCoreApplication::exit(exitCode); });
-    QMetaObject::invokeMethod(&session, &Session::start, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(&session, &AnySession::start, Qt::QueuedConnection);
     return QCoreApplication::exec();
+}
+
+int runOrder(const Module& module, const Request& request, Console& console)
+{
+    DAbstractPlugin& device = *module.object.plugin;
+    if (request.verbose && device.worker() != nullptr) {
+        traceFrames(*device.worker(), QString());
+    }
+    Session session(device, module.description, request, console);
+    return execute(session, console);
+}
+
+int runOrders(const Module& module, const Request& request, Console& console)
+{
+    QString error;
+    const int file = openOrders(request.orders, &error);
+    if (file < 0) {
+        console.error(
+            QStringLiteral("driver-host: cannot read '%1': %2").arg(request.orders, error));
+        return ExitUsage;
+    }
+    RunSession session(file, module, request, console);
+    return execute(session, console);
+}
+
+int carryOut(const Module& module, const Request& request, Console& console)
+{
+    if (module.description.find(request.command) != nullptr) {
+        return runOrder(module, request, console);
+    }
+    return request.orders.isEmpty() ? showInfo(module.description, request.format, console)
+                                    : runOrders(module, request, console);
 }
 
 // Help and version are answered without a module as well, as far as they go.
@@ -58,20 +85,15 @@ int answer(const CommandLine& line, const QString& moduleError, Console& console
 int run(const QStringList& arguments)
 {
     MessageLog::install();
-    Module module = loadModule(pluginArgument(arguments), QStringLiteral("device"));
+    const Module module = loadModule(pluginArgument(arguments), QStringLiteral("device"));
     const CommandLine line = parseCommandLine(arguments, module.description);
     const Request request = line.request.value_or(Request());
     Console console(request.quiet, request.color);
-    if (!line.request || module.device == nullptr) {
+    if (!line.request || module.object.plugin == nullptr) {
         return answer(line, module.error, console);
     }
     MessageLog::setVerbose(request.verbose);
-    if (request.verbose && module.device->worker() != nullptr) {
-        module.device->worker()->setFrameTracer(showFrame);
-    }
-    const bool ofModule = module.description.find(request.command) != nullptr;
-    const int exitCode = !ofModule ? showInfo(module.description, request.format, console)
-                                   : runOrder(*module.device, module.description, request, console);
+    const int exitCode = carryOut(module, request, console);
     return exitCode == ExitDone && console.hasLostOutput() ? int(ExitOrderFailed) : exitCode;
 }
 

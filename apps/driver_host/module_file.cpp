@@ -30,6 +30,18 @@ QString usualFile()
 
 } // namespace
 
+PluginObject makeObject(const IPlugin& maker, const QString& name)
+{
+    PluginObject object;
+    object.owner.reset(maker.createInstance(QUuid::createUuid()));
+    object.plugin = dynamic_cast<DAbstractPlugin*>(object.owner.get());
+    if (object.plugin != nullptr) {
+        object.plugin->setObjectName(name);
+        object.plugin->initPluginCommands();
+    }
+    return object;
+}
+
 Module loadModule(const QString& file, const QString& objectName)
 {
     Module module;
@@ -39,15 +51,12 @@ Module loadModule(const QString& file, const QString& objectName)
         module.error = loaded.text;
         return module;
     }
-    module.owner.reset(loaded.root->createInstance(QUuid::createUuid()));
-    module.device = dynamic_cast<DAbstractPlugin*>(module.owner.get());
-    if (module.device == nullptr) {
+    module.object = makeObject(*loaded.root, objectName);
+    if (module.object.plugin == nullptr) {
         module.error =
             QStringLiteral("cannot use '%1': it makes no object of this host's kind").arg(path);
         return module;
     }
-    module.device->setObjectName(objectName);
-    module.device->initPluginCommands();
-    module.description = describeModule(*module.device, path);
+    module.description = describeModule(*module.object.plugin, path);
     return module;
 }

@@ -21,6 +21,30 @@ constexpr std::array<FailureKind, 5> failureKinds{{
     {"other", "others", &WorkerStatistics::otherFailures},
 }};
 
+struct Counter
+{
+    const char* name;
+    quint64 WorkerStatistics::*counter;
+};
+
+constexpr std::array<Counter, 13> counters{{
+    {"done", &WorkerStatistics::done},
+    {"timeouts", &WorkerStatistics::timeouts},
+    {"exceptions", &WorkerStatistics::exceptions},
+    {"badReplies", &WorkerStatistics::badReplies},
+    {"notConnected", &WorkerStatistics::notConnected},
+    {"otherFailures", &WorkerStatistics::otherFailures},
+    {"ticksSkipped", &WorkerStatistics::ticksSkipped},
+    {"reconnects", &WorkerStatistics::reconnects},
+    {"droppedBytes", &WorkerStatistics::droppedBytes},
+    {"roundTripLeastUs", &WorkerStatistics::roundTripLeastUs},
+    {"roundTripMeanUs", &WorkerStatistics::roundTripMeanUs},
+    {"roundTripP99Us", &WorkerStatistics::roundTripP99Us},
+    {"roundTripMostUs", &WorkerStatistics::roundTripMostUs},
+}};
+static_assert(sizeof(WorkerStatistics) == counters.size() * sizeof(quint64),
+              "every counter is in the table");
+
 QString counted(quint64 count, const char* one, const char* many)
 {
     return QStringLiteral("%1 %2").arg(count).arg(QLatin1String(count == 1 ? one : many));
@@ -65,4 +89,13 @@ QString pollStatistics(const WorkerStatistics& before, const WorkerStatistics& a
              counted(since(&WorkerStatistics::reconnects), "reconnect", "reconnects"),
              counted(since(&WorkerStatistics::droppedBytes), "byte dropped", "bytes dropped"),
              QString::number(double(elapsedMs) / 1000.0, 'f', 1), roundTrips(after));
+}
+
+ParameterMap statisticsValues(const WorkerStatistics& statistics)
+{
+    ParameterMap values;
+    for (const Counter& each : counters) {
+        values.insert(QLatin1String(each.name), statistics.*each.counter);
+    }
+    return values;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <plugin_management/types.h>
 #include <plugin_management/worker_statistics.h>
 
 #include <QString>
@@ -8,3 +9,6 @@
 /// exceptions), 0 ticks skipped, 1 reconnect, 0 bytes dropped, 12.3 s".
 QString pollStatistics(const WorkerStatistics& before, const WorkerStatistics& after,
                        qint64 elapsedMs);
+
+/// All counters under their own names.
+ParameterMap statisticsValues(const WorkerStatistics& statistics);

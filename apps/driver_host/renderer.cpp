@@ -1,8 +1,7 @@
 #include "renderer.h"
 
+#include "event_json.h"
 #include "value_text.h"
-
-#include <QJsonValue>
 
 namespace {
 
@@ -100,70 +99,32 @@ private:
     RenderedOrder m_order;
 };
 
-// One object per line, its members in the order in which a reader wants them.
-class JsonLine
-{
-public:
-    void add(const char* key, const QJsonValue& value)
-    {
-        m_text += QStringLiteral("%1\"%2\":%3")
-                      .arg(QLatin1String(m_text.isEmpty() ? "{" : ","), QLatin1String(key),
-                           compactJson(value));
-    }
-    QString text() const { return m_text + QLatin1String("}\n"); }
-
-private:
-    QString m_text;
-};
-
 class JsonRenderer : public Renderer
 {
 public:
-    explicit JsonRenderer(const RenderedOrder& order) : m_order(order) { }
+    explicit JsonRenderer(const RenderedOrder& order)
+        : m_source{QJsonValue::Undefined, order.device, order.command}
+    {
+    }
 
     QString result(const QDateTime& time, const QString& name, const QVariant& value) override
     {
-        JsonLine line = event(time, "result");
-        line.add("name", name);
-        line.add("value", jsonValue(value));
-        return line.text();
+        return EventJson::result(m_source, time, name, value);
     }
 
     QString error(const QDateTime& time, const OrderFailure& failure,
                   const QString& message) override
     {
-        JsonLine line = event(time, "error");
-        line.add("code", OrderFailure::codeName(failure.code));
-        line.add("message", message);
-        if (failure.code == OrderFailure::Code::DeviceException) {
-            line.add("exceptionCode", failure.exceptionCode);
-        }
-        return line.text();
+        return EventJson::error(m_source, time, failure, message);
     }
 
     QString finished(const QDateTime& time, bool ok, const ParameterMap& results) override
     {
-        JsonLine line = event(time, "finished");
-        line.add("ok", ok);
-        line.add("results", jsonValue(results));
-        return line.text();
+        return EventJson::finished(m_source, time, ok, results);
     }
 
 private:
-    JsonLine event(const QDateTime& time, const char* name) const
-    {
-        JsonLine line;
-        line.add("time", utcText(time));
-        if (!m_order.id.isEmpty()) {
-            line.add("id", m_order.id);
-        }
-        line.add("device", m_order.device);
-        line.add("command", m_order.command);
-        line.add("event", QLatin1String(name));
-        return line;
-    }
-
-    RenderedOrder m_order;
+    EventSource m_source;
 };
 
 // RFC 4180, section 2: a field with a separator, a quote or a line end stands in quotes, and its

@@ -24,7 +24,6 @@ std::optional<RegisterRange> registerRange(const ParameterMap& parameters);
 /// The order whose results are rendered.
 struct RenderedOrder
 {
-    QString id; ///< empty: the order has none, and none is shown
     QString device;
     QString command;
     QString endpoint; ///< "host:port" of a connect order, else empty

@@ -27,6 +27,24 @@ QVariant numberVariant(qint64 number)
     return fits ? QVariant(int(number)) : QVariant(number);
 }
 
+QVariantList listVariant(const QJsonArray& array)
+{
+    QVariantList list;
+    for (const QJsonValue& item : array) {
+        list.append(jsonVariant(item));
+    }
+    return list;
+}
+
+QVariantMap mapVariant(const QJsonObject& object)
+{
+    QVariantMap map;
+    for (auto it = object.begin(); it != object.end(); ++it) {
+        map.insert(it.key(), jsonVariant(it.value()));
+    }
+    return map;
+}
+
 bool readNumbers(const QString& text, QVariantList& numbers)
 {
     for (const QString& item : text.split(QLatin1Char(','))) {
@@ -57,7 +75,7 @@ QVariant parseBracketed(const QString& text)
         return numbers;
     }
     QJsonDocument document;
-    return readJson(text, document) ? QVariant(document.array().toVariantList()) : QVariant(text);
+    return readJson(text, document) ? QVariant(listVariant(document.array())) : QVariant(text);
 }
 
 QVariant parseAny(const QString& given)
@@ -86,7 +104,7 @@ bool parseMap(const QString& text, QVariant& value, QString* wanted)
         *wanted = QStringLiteral("a JSON object");
         return false;
     }
-    value = document.object().toVariantMap();
+    value = mapVariant(document.object());
     return true;
 }
 
@@ -105,6 +123,23 @@ bool parseValue(const QString& typeTag, const QString& text, QVariant& value, QS
         value = text;
     }
     return checkValue(typeTag, value, wanted);
+}
+
+QVariant jsonVariant(const QJsonValue& value)
+{
+    switch (value.type()) {
+    case QJsonValue::Array:
+        return listVariant(value.toArray());
+    case QJsonValue::Object:
+        return mapVariant(value.toObject());
+    case QJsonValue::Null:
+        return {};
+    default:
+        break;
+    }
+    const QVariant variant = value.toVariant();
+    return variant.userType() == QMetaType::LongLong ? numberVariant(variant.toLongLong())
+                                                     : variant;
 }
 
 bool parseCount(const QString& text, CountRange range, int& number, QString* wanted)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonValue>
 #include <QString>
 #include <QVariant>
 
@@ -10,6 +11,10 @@
 /// JSON array, and anything else as text. "varL" is the same, and a single value becomes a list of
 /// one. "varM" is a JSON object. All other tags are checkValue()'s.
 bool parseValue(const QString& typeTag, const QString& text, QVariant& value, QString* wanted);
+
+/// A JSON value as a parameter's: whole numbers as int where one holds them, in lists and maps too;
+/// null as an invalid value.
+QVariant jsonVariant(const QJsonValue& value);
 
 struct CountRange
 {

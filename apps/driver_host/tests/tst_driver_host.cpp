@@ -1,6 +1,8 @@
 #include "command_line.h"
 #include "failure_text.h"
+#include "line_reader.h"
 #include "module_description.h"
+#include "order_line.h"
 #include "renderer.h"
 #include "value_parser.h"
 
@@ -9,6 +11,7 @@
 Q_DECLARE_METATYPE(OrderFailure)
 Q_DECLARE_METATYPE(RenderedOrder)
 Q_DECLARE_METATYPE(Format)
+Q_DECLARE_METATYPE(OrderLine::Kind)
 
 namespace {
 
@@ -49,6 +52,10 @@ private slots:
     void rendering();
     void arguments_data();
     void arguments();
+    void inputLines_data();
+    void inputLines();
+    void orderLine_data();
+    void orderLine();
 };
 
 void TestDriverHost::value_data()
@@ -140,8 +147,8 @@ void TestDriverHost::rendering_data()
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("lines");
 
-    const RenderedOrder read{{}, "device", "read", {}, false, RegisterRange{100, 2}};
-    const RenderedOrder ask{"q1", "pump \"1\"", "ask", {}, false, {}};
+    const RenderedOrder read{"device", "read", {}, false, RegisterRange{100, 2}};
+    const RenderedOrder ask{"pump \"1\"", "ask", {}, false, {}};
     const QVariant words = list({258, 7});
     const QVariant map = QVariantMap{{"info", QByteArray("\x01\xffHi")}, {"name", "a,\"b\"\x1b\n"}};
     const auto row = [](const char* name, Format format, const RenderedOrder& order,
@@ -162,7 +169,7 @@ void TestDriverHost::rendering_data()
         "{\"time\":\"2024-03-09T17:05:42.031Z\",\"device\":\"device\",\"command\":\"read\","
         "\"event\":\"result\",\"name\":\"answer\",\"value\":[258,7]}\n");
     row("json map", Format::Json, ask, map,
-        "{\"time\":\"2024-03-09T17:05:42.031Z\",\"id\":\"q1\",\"device\":\"pump \\\"1\\\"\","
+        "{\"time\":\"2024-03-09T17:05:42.031Z\",\"device\":\"pump \\\"1\\\"\","
         "\"command\":\"ask\",\"event\":\"result\",\"name\":\"answer\",\"value\":"
         "{\"info\":\"01ff4869\",\"name\":\"a,\\\"b\\\"\\u001b\\n\"}}\n");
 }
@@ -206,6 +213,8 @@ void TestDriverHost::arguments_data()
     bad("shout", "unknown command 'shout'");
     bad("--format xml info", "--format: 'xml' is not one of text, json, csv");
     bad("--quiet", "no command given");
+    bad("run", "run needs ORDERS, a file or - for standard input");
+    bad("--format text run -", "--format: 'text' is not json, the one that run has");
 }
 
 void TestDriverHost::arguments()
@@ -219,6 +228,89 @@ void TestDriverHost::arguments()
     const Request request = read.request.value_or(Request());
     QTEST(request.parameters, "parameters");
     QTEST(request.connectParameters, "connectParameters");
+}
+
+void TestDriverHost::inputLines_data()
+{
+    QTest::addColumn<QByteArrayList>("pieces");
+    QTest::addColumn<QStringList>("lines"); // of at most 4 bytes, those above it as "too long"
+
+    const auto row = [](const char* name, const QByteArrayList& pieces, const QStringList& lines) {
+        QTest::newRow(name) << pieces << lines;
+    };
+    row("nothing", {}, {});
+    row("byte by byte", {"a", "b", "\n", "\n", "c", "\n"}, {"1 ab", "2 ", "3 c"});
+    row("the last one has no end", {"a\nb", "c"}, {"1 a", "2 bc"});
+    row("just short enough", {"abcd\n", "ab", "cd"}, {"1 abcd", "2 abcd"});
+    row("too long at once", {"abcde\nf\n"}, {"1 too long", "2 f"});
+    row("too long in pieces", {"abc", "def", "g\nh", "\nabcde"},
+        {"1 too long", "2 h", "3 too long"});
+    row("a dropped beginning leaves nothing", {"abcde", "\n", "f"}, {"1 too long", "2 f"});
+}
+
+void TestDriverHost::inputLines()
+{
+    QFETCH(QByteArrayList, pieces);
+    LineReader reader(4);
+    QStringList lines;
+    const auto readAll = [&] {
+        while (const auto line = reader.next()) {
+            lines +=
+                QString::number(line->number) + ' ' + (line->tooLong ? "too long" : line->text);
+        }
+    };
+    for (const QByteArray& piece : pieces) {
+        reader.append(piece.constData(), piece.size());
+        readAll();
+    }
+    reader.finish();
+    readAll();
+    QTEST(lines, "lines");
+}
+
+void TestDriverHost::orderLine_data()
+{
+    using Kind = OrderLine::Kind;
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<Kind>("kind");
+    QTest::addColumn<QJsonValue>("id");
+    QTest::addColumn<QString>("target"); // device/command
+    QTest::addColumn<QString>("error"); // what it begins with
+
+    const auto row = [](const char* text, Kind kind, const QJsonValue& id, const char* target,
+                        const char* error) {
+        QTest::newRow(text) << QByteArray(text) << kind << id << QString(target) << QString(error);
+    };
+    const QJsonValue none(QJsonValue::Undefined);
+    row(R"({"id":"a","device":"d","command":"c"})", Kind::Order, "a", "d/c", "");
+    row(R"({"id":-2,"device":"d \u0022","command":"c","parameters":{}})", Kind::Order, -2, "d \"/c",
+        "");
+    row(R"({"id":"a","stop":true})", Kind::Stop, "a", "/", "");
+    row(R"({"id":"a","device":"d","statistics":true})", Kind::Statistics, "a", "d/statistics", "");
+    row(R"({"id":"a"} x)", Kind::Nothing, none, "/", "no JSON: ");
+    row("[1]", Kind::Nothing, none, "/", "no JSON object");
+    row(R"({"device":"d","command":"c"})", Kind::Nothing, none, "/", "'id' is missing");
+    row(R"({"id":true,"stop":true})", Kind::Nothing, none, "/", "'id' is neither");
+    row(R"({"id":9007199254740994,"stop":true})", Kind::Nothing, none, "/", "'id' is a number of");
+    row(R"({"id":1,"stop":false})", Kind::Stop, 1, "/", "'stop' is not true");
+    row(R"({"id":1,"stop":true,"device":"d"})", Kind::Stop, 1, "/", "unknown key 'device'");
+    row(R"({"id":1,"command":"c"})", Kind::Order, 1, "/c", "'device' is missing");
+    row(R"({"id":1,"device":"d","command":7})", Kind::Order, 1, "d/", "'command' is missing");
+    row(R"({"id":1,"device":"d","command":"c","parameters":[]})", Kind::Order, 1, "d/c",
+        "'parameters' is no object");
+    row(R"({"id":1,"device":"d","command":"c","paramters":{}})", Kind::Order, 1, "d/c",
+        "unknown key 'paramters'");
+}
+
+void TestDriverHost::orderLine()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(QString, error);
+    const OrderLine line = parseOrderLine(text);
+    QTEST(line.kind, "kind");
+    QTEST(line.id, "id");
+    QTEST(line.device + '/' + line.command, "target");
+    QCOMPARE(line.error.left(qMax(1, error.size())), error);
 }
 
 QTEST_GUILESS_MAIN(TestDriverHost)

@@ -8,16 +8,16 @@ import re
 import shutil
 import subprocess
 import sys
-import threading
 import time
 import unittest
+
+from programs import Program
 
 HOST = os.environ["DRIVER_HOST"]
 SIMULATOR = os.environ["DEVICE_SIMULATOR"]
 SPACE = f"dl{os.getpid()}"
 OURS, THEIRS, PORT = "198.18.77.1", "198.18.77.2", "1502"  # of the range for tests of networks
 LOST_WITHIN = 12  # seconds, as promised
-PATIENCE = 60
 
 
 def ip(*words, space=None):
@@ -37,14 +37,8 @@ def set_up_network():
 
 class DeadLink(unittest.TestCase):
     def start(self, *command):
-        program = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                   stderr=subprocess.STDOUT, encoding="utf-8", bufsize=1)
-        watchdog = threading.Timer(PATIENCE, program.kill)
-        watchdog.start()
-        self.addCleanup(program.stdout.close)
-        self.addCleanup(program.wait)
-        self.addCleanup(program.terminate)
-        self.addCleanup(watchdog.cancel)
+        program = Program(command, stderr=subprocess.STDOUT)
+        self.addCleanup(program.close)
         return program
 
     def wait_for(self, program, pattern):

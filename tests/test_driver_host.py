@@ -8,8 +8,9 @@ import signal
 import socket
 import subprocess
 import sys
-import threading
 import unittest
+
+from programs import PATIENCE, Device, Program
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 HOST = os.environ["DRIVER_HOST"]
@@ -20,32 +21,8 @@ DEVICES = {
     "libmodbus server": [os.environ["LIBMODBUS_SERVER"]],
     "raw device": RAW_DEVICE,
 }
-PATIENCE = 100  # seconds until something that hangs is given up
 PORTS = {}
 HOLDING = ["--register-type", "holdingRegisters", "--register"]
-
-
-class Program(subprocess.Popen):
-    """A program that runs on, killed when it outlives all patience."""
-
-    def __init__(self, command):
-        super().__init__(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                         stderr=subprocess.PIPE, encoding="utf-8")
-        self.watchdog = threading.Timer(PATIENCE, self.kill)
-        self.watchdog.start()
-
-    def end(self, number=signal.SIGTERM):
-        """Exit code, rest of standard output and standard error after this signal."""
-        self.send_signal(number)
-        output, errors = self.communicate()
-        self.watchdog.cancel()
-        return self.returncode, output, errors
-
-
-class Device(Program):
-    def __init__(self, command):
-        super().__init__(command)
-        self.port = int(self.stdout.readline().rpartition(":")[2])
 
 
 def setUpModule():
@@ -81,6 +58,13 @@ class EndToEnd(unittest.TestCase):
             for row in rows:
                 with self.subTest(device=device, row=row):
                     check(device, *row)
+
+
+    def misbehaving(self, name, *options):
+        device = Device([os.environ["DEVICE_SIMULATOR"], "--port", "0", "--quiet", "--misbehave",
+                         name, *options])
+        self.addCleanup(device.close)
+        return device
 
 
 class Info(EndToEnd):
@@ -227,12 +211,11 @@ class Failures(EndToEnd):
             self.assertFails(run("read", bound.getsockname()[1], *HOLDING, 0), 3, ["refused"])
 
     def test_misbehaving_devices(self):
-        for mode, code, words in [("silent", 1, ["no answer within 2000 ms"]),
-                                  ("closing", 3, ["connection"]),
-                                  ("busy", 1, ["exception 6", "busy"])]:
-            with self.subTest(mode):
-                device = Device(RAW_DEVICE + [mode])
-                self.addCleanup(device.end)
+        for name, code, words in [("never", 1, ["no answer within 2000 ms", "unit 0"]),
+                                  ("close-before", 3, ["connection"]),
+                                  ("exception", 1, ["exception 4", "server device failure"])]:
+            with self.subTest(name):
+                device = self.misbehaving(name, "--every", "1")
                 self.assertFails(run("read", device.port, *HOLDING, 0), code, words)
 
 
@@ -240,8 +223,7 @@ class LongRunning(EndToEnd):
     def listen(self, port, *options):
         program = Program(command_line("listen", port, *HOLDING, 100, "--format", "json",
                                        "--interval", 20, *options))
-        self.addCleanup(program.stderr.close)
-        self.addCleanup(program.stdout.close)
+        self.addCleanup(program.close)
         return program
 
     def next_value(self, program):
@@ -295,11 +277,9 @@ class LongRunning(EndToEnd):
                             ("close-before", {"not_connected"}), ("close-after", set()),
                             ("close-within", {"not_connected"}), ("reboot", {"not_connected"})]:
             with self.subTest(name):
-                device = Device([os.environ["DEVICE_SIMULATOR"], "--port", "0", "--quiet",
-                                 "--misbehave", name, "--every", "4", "--delay", "2100"])
+                device = self.misbehaving(name, "--every", "4", "--delay", "2100")
                 done = run("listen", device.port, *HOLDING, 100, "--interval", 20, "--count", 6,
                            "--format", "json")
-                device.end()
                 self.assertEnded(done, 0)
                 self.assertEqual([e["value"] for e in events(done.stdout)], [[258]] * 6)
                 self.assertEqual({e["code"] for e in events(done.stdout, "error")}, codes)
@@ -311,8 +291,7 @@ class LongRunning(EndToEnd):
         device.end(signal.SIGKILL)
         line = next(line for line in program.stdout if json.loads(line)["event"] != "result")
         self.assertEqual(json.loads(line)["code"], "not_connected")
-        again = Device(RAW_DEVICE + ["normal", str(device.port)])
-        self.addCleanup(again.end)
+        self.addCleanup(Device(RAW_DEVICE + [str(device.port)]).close)
         self.assertEqual(self.next_value(program)[0], [258])
         code, _, errors = program.end(signal.SIGINT)
         self.assertEqual(code, 0, errors)

@@ -9,12 +9,12 @@ import socket
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
+
+from programs import PATIENCE, Program
 
 EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "examples", "")
 HOST, SIMULATOR = os.environ["DRIVER_HOST"], os.environ["DEVICE_SIMULATOR"]
-PATIENCE = 100  # seconds until something that hangs is given up
 HOLDING = {"registerType": "holdingRegisters", "register": 100}
 
 
@@ -38,13 +38,8 @@ def summary(event):
 
 class Run(unittest.TestCase):
     def start(self, *command, stdin=subprocess.DEVNULL):
-        program = subprocess.Popen(command, stdin=stdin, stdout=subprocess.PIPE,
-                                   stderr=subprocess.PIPE, encoding="utf-8")
-        watchdog = threading.Timer(PATIENCE, program.kill)
-        watchdog.start()
-        self.addCleanup(program.__exit__, None, None, None)
-        self.addCleanup(program.kill)
-        self.addCleanup(watchdog.cancel)
+        program = Program(command, stdin=stdin)
+        self.addCleanup(program.close)
         return program
 
     def device(self, *options, port=0):

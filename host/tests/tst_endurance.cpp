@@ -71,7 +71,10 @@ void EnduranceTest::aListenSurvivesARebootOfTheDevice()
         device.powerOff();
         QVERIFY(waitFor([&] { return bench.results.value(connection).size() == 2 + 2 * reboot; }));
         QVERIFY(device.start(port));
+        // The first attempt after a loss is worth waiting for.
+        QCOMPARE(bench.valueOf(bench.start(ask, value(7, 1000))), QVariant(7));
     }
+    QCOMPARE(bench.statistics().reconnects, 2u);
     const int before = bench.results.value(listen).size();
     QVERIFY(waitFor([&] { return bench.results.value(listen).size() > before + 3; }));
     const QString up = QStringLiteral("connected=true");
@@ -79,7 +82,7 @@ void EnduranceTest::aListenSurvivesARebootOfTheDevice()
     QCOMPARE(bench.results.value(connection), (QStringList{up, down, up, down, up}));
     QVERIFY(bench.results.value(listen).size() <= device.requests.size());
     QCOMPARE(device.mostConnections, 1);
-    QVERIFY(bench.ends.isEmpty());
+    QVERIFY(!bench.ends.contains(listen) && !bench.ends.contains(connection));
 }
 
 void EnduranceTest::aHundredWorkersComeBackWithoutAStorm()

@@ -35,9 +35,7 @@ private slots:
     void connectFails();
     void stoppedConnectEndsAfterDisconnect();
     void disconnectDoesNotWaitForAReplyThatNobodyWants();
-    void theConnectionComesBack();
     void ordersFailAtOnceWhileTheDeviceIsGone();
-    void aDeviceThatClosesAtOnceIsNotStormed();
     void repetitionsGoOn();
     void ticksDoNotPileUpAndOneShotsGoFirst();
     void keepAliveFindsADeadDevice();
@@ -286,23 +284,6 @@ void RuntimeTest::disconnectDoesNotWaitForAReplyThatNobodyWants()
     QCOMPARE(bench.statistics().done, 0u);
 }
 
-void RuntimeTest::theConnectionComesBack()
-{
-    ScriptedDevice device;
-    Bench bench;
-    const quint64 id = bench.connectTo(device.port());
-    QCOMPARE(bench.valueOf(bench.start(ask, value(1))), QVariant(1));
-    device.closeAll();
-    QTRY_COMPARE(bench.results.value(id).size(), 2);
-    // The first attempt after a loss is worth waiting for.
-    QCOMPARE(bench.valueOf(bench.start(ask, value(2))), QVariant(2));
-    QCOMPARE(bench.results.value(id),
-             (QStringList{connectedTrue, QStringLiteral("disconnected=true"), connectedTrue}));
-    QCOMPARE(bench.troubles.value(id), QList<Code>{Code::NotConnected});
-    QCOMPARE(bench.statistics().reconnects, 1u);
-    QCOMPARE(device.mostConnections, 1);
-}
-
 void RuntimeTest::ordersFailAtOnceWhileTheDeviceIsGone()
 {
     ScriptedDevice device;
@@ -321,18 +302,6 @@ void RuntimeTest::ordersFailAtOnceWhileTheDeviceIsGone()
     QVERIFY(device.start(port));
     QTRY_COMPARE_WITH_TIMEOUT(bench.results.value(id).size(), 3, 20000);
     QCOMPARE(bench.valueOf(bench.start(ask, value(4))), QVariant(4));
-}
-
-void RuntimeTest::aDeviceThatClosesAtOnceIsNotStormed()
-{
-    ScriptedDevice device;
-    device.closeOnAccept = true;
-    Bench bench;
-    const quint64 id = bench.connectTo(device.port());
-    QTRY_VERIFY_WITH_TIMEOUT(device.connections >= 3, 8000);
-    // Steps of 250 and 500 ms, drawn at half of that at the least, lie between three attempts.
-    QVERIFY(bench.troubles.value(id).size() <= 3);
-    QVERIFY(bench.ends.isEmpty());
 }
 
 void RuntimeTest::repetitionsGoOn()

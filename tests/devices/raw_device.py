@@ -1,9 +1,6 @@
 #!/usr/bin/env python3
-"""A Modbus TCP device on plain sockets: raw_device.py [MODE] [PORT], any free port by default.
-
-It holds what libmodbus-server holds. MODE is "normal", "silent" (accepts and never answers),
-"closing" (hangs up as soon as a client is there) or "busy" (answers everything with exception 6).
-"""
+"""A Modbus TCP device on plain sockets: raw_device.py [PORT], any free port by default. It holds
+what libmodbus-server holds."""
 
 import socketserver
 import struct
@@ -86,8 +83,6 @@ FUNCTIONS = {
 
 def answer(function, body):
     try:
-        if MODE == "busy":
-            raise Refused(6)
         if function not in FUNCTIONS:
             raise Refused(1)
         return bytes([function]) + FUNCTIONS[function](body)
@@ -99,13 +94,12 @@ def answer(function, body):
 
 class Client(socketserver.StreamRequestHandler):
     def handle(self):
-        while MODE != "closing" and len(header := self.rfile.read(7)) == 7:
+        while len(header := self.rfile.read(7)) == 7:
             transaction, protocol, length, unit = struct.unpack(">HHHB", header)
             pdu = self.rfile.read(length - 1)
-            if MODE != "silent":
-                reply = answer(pdu[0], pdu[1:])
-                head = struct.pack(">HHHB", transaction, protocol, len(reply) + 1, unit)
-                self.wfile.write(head + reply)
+            reply = answer(pdu[0], pdu[1:])
+            head = struct.pack(">HHHB", transaction, protocol, len(reply) + 1, unit)
+            self.wfile.write(head + reply)
 
 
 class Server(socketserver.ThreadingTCPServer):
@@ -116,7 +110,6 @@ class Server(socketserver.ThreadingTCPServer):
         pass  # a client that goes away in the middle is no fault of the device
 
 
-MODE = sys.argv[1] if len(sys.argv) > 1 else "normal"
-with Server(("127.0.0.1", int(sys.argv[2]) if len(sys.argv) > 2 else 0), Client) as server:
+with Server(("127.0.0.1", int(sys.argv[1]) if len(sys.argv) > 1 else 0), Client) as server:
     print(f"listening on 127.0.0.1:{server.server_address[1]}", flush=True)
     server.serve_forever()

@@ -1,0 +1,38 @@
+"""Programs that the end-to-end tests start, and end, whatever happens."""
+
+import signal
+import subprocess
+import threading
+
+PATIENCE = 100  # seconds until something that hangs is given up
+
+
+class Program(subprocess.Popen):
+    """A program that runs on, killed when it outlives all patience."""
+
+    def __init__(self, command, **options):
+        super().__init__(command, **{"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
+                                     "stderr": subprocess.PIPE, "encoding": "utf-8", **options})
+        self.watchdog = threading.Timer(PATIENCE, self.kill)
+        self.watchdog.start()
+
+    def end(self, number=signal.SIGTERM):
+        """Exit code, rest of standard output and standard error after this signal."""
+        self.send_signal(number)
+        output, errors = self.communicate()
+        self.watchdog.cancel()
+        return self.returncode, output, errors
+
+    def close(self):
+        """For addCleanup: kills it if it still runs, and closes its pipes."""
+        self.watchdog.cancel()
+        self.kill()
+        self.__exit__(None, None, None)
+
+
+class Device(Program):
+    """A device that tells its port in its first line."""
+
+    def __init__(self, command):
+        super().__init__(command)
+        self.port = int(self.stdout.readline().rpartition(":")[2])

@@ -69,8 +69,10 @@ class EndToEnd(unittest.TestCase):
 
 class Info(EndToEnd):
     def test_text(self):
-        done = execute([HOST, "info"])
+        module = os.path.join(os.path.dirname(HOST), "../lib/plugins/libp_driver_modbus.so")
+        done = execute([HOST, "info", "--plugin", os.path.relpath(module)])
         self.assertEnded(done, 0)
+        self.assertIn("fr.vexo.rd.box.PDriverModbus", done.stdout)
         self.assertIn("Plugin MODBUS Driver", done.stdout)
         self.assertIn("f1e5000d-744a-49c0-91f8-2854bc6507eb", done.stdout)
 

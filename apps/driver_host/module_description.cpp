@@ -3,6 +3,7 @@
 #include <plugin_management/d_abstract_command.h>
 #include <plugin_management/d_abstract_plugin.h>
 
+#include <QFileInfo>
 #include <QJsonObject>
 #include <QPluginLoader>
 
@@ -52,7 +53,10 @@ ModuleDescription describeModule(const DAbstractPlugin& plugin, const QString& f
     module.version = versionText(plugin.pluginVersion());
     module.uuid = plugin.pluginUuid().toString();
     module.type = typeText(plugin.pluginType());
-    module.interfaceId = QPluginLoader(file).metaData().value(QStringLiteral("IID")).toString();
+    module.interfaceId = QPluginLoader(QFileInfo(file).absoluteFilePath())
+                             .metaData()
+                             .value(QStringLiteral("IID"))
+                             .toString();
     for (const QString& name : plugin.commandNames()) {
         module.commands.append(describeCommand(*plugin.command(name)));
     }

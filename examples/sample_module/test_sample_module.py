@@ -1,0 +1,93 @@
+#!/usr/bin/env python3
+"""driver-host with a module of a protocol of its own: what it shows and does comes from what the
+module declares. CTest passes the program and the module in the environment."""
+
+import json
+import os
+import socket
+import socketserver
+import subprocess
+import threading
+import unittest
+
+from programs import PATIENCE, Program
+
+HOST = [os.environ["DRIVER_HOST"], "--plugin", os.environ["SAMPLE_MODULE"], "--no-color"]
+USAGE = "\ntry 'driver-host get --help'\n"
+ANSWERS = {b"level": b"level 20.5\n", b"outdoor_temperature": b"outdoor_temperature -4\n",
+           b"volume": b"level 20.5\n"}  # the last one answers another question
+
+
+class Device(socketserver.StreamRequestHandler):
+    def handle(self):
+        for line in self.rfile:
+            self.server.asked.append(line)
+            name = line.split()[1]
+            answer = ANSWERS.get(name, name + b" !1\n")
+            self.wfile.write(answer[:3])
+            self.wfile.write(answer[3:])
+
+
+def run(*arguments):
+    done = subprocess.run([*HOST, *arguments], stdin=subprocess.DEVNULL, capture_output=True,
+                          encoding="utf-8", timeout=PATIENCE)
+    return done.returncode, done.stdout, done.stderr
+
+
+class SampleModule(unittest.TestCase):
+    def setUp(self):
+        self.device = socketserver.ThreadingTCPServer(("127.0.0.1", 0), Device)
+        self.addCleanup(self.device.server_close)
+        self.device.daemon_threads = True
+        self.device.asked = []
+        self.endpoint = ["--host", "127.0.0.1", "--port", str(self.device.server_address[1])]
+        threading.Thread(target=self.device.serve_forever, args=(0.01,)).start()
+        self.addCleanup(self.device.shutdown)
+
+    def test_info(self):
+        info = json.loads(run("info", "--format", "json")[1])
+        self.assertEqual(info["interface"], "fr.vexo.rd.box.SampleModule")
+        self.assertEqual([(command["name"], command["stopName"]) for command in info["commands"]],
+                         [("connect", "disconnect"), ("get", "")])
+
+    def test_help_shows_the_declared_options_and_no_others(self):
+        output = run("get", "--help")[1]
+        options = [line.split("  ")[1] for line in output.splitlines() if line.startswith("  --")]
+        self.assertEqual(options[:2], ["--name TEXT, required", "--times 0..65535, default 1"])
+        self.assertIn("--port 0..65535, required", options)
+        self.assertNotRegex(output.lower(), "modbus|register|coil")
+
+    def test_get(self):
+        for arguments, *wanted in (
+                ("--name level", 0, "20.5\n", ""),
+                ("--name outdoor_temperature --times 0x10", 0, "-4\n", ""),
+                ("--name nothing", 1, "", "the device answered exception 1, no such name\n"),
+                ("--name volume", 1, "", "the device's reply does not fit the request; "
+                                         "--verbose shows the frames\n"),
+                ("--name two\nlines", 1, "", "parameter 'name' must be one word\n"),
+                ("--name level --times 70000", 2, "",
+                 "--times: '70000' is not a number 0 to 65535" + USAGE),
+                ("--times 2", 2, "", "get needs --name" + USAGE)):
+            with self.subTest(arguments):
+                code, output, errors = run("get", *self.endpoint, *arguments.split(" "))
+                self.assertEqual([code, output, errors.partition(": ")[2]], wanted)
+        self.assertEqual(b"".join(self.device.asked), b"GET level 1\nGET outdoor_temperature 16\n"
+                                                      b"GET nothing 1\nGET volume 1\n")
+
+    def test_no_device(self):
+        with socket.socket() as deaf:
+            deaf.bind(("127.0.0.1", 0))
+            self.endpoint[3] = str(deaf.getsockname()[1])
+            code, output, errors = run("get", "--name", "level", *self.endpoint)
+        self.assertEqual((code, output), (3, ""))
+        self.assertIn(f"cannot connect to 127.0.0.1:{self.endpoint[3]}: ", errors)
+
+    def test_connect_lasts_until_it_is_stopped(self):
+        program = Program([*HOST, "connect", *self.endpoint])
+        self.addCleanup(program.close)
+        self.assertIn("connected to 127.0.0.1:", program.stdout.readline())
+        self.assertEqual(program.end()[:2], (0, ""))
+
+
+if __name__ == "__main__":
+    unittest.main()

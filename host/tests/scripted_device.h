@@ -75,6 +75,7 @@ public:
         qint64 atMs;
     };
 
+    bool numbersReplies = false; ///< a reply's value is the number of its request, from 1
     QList<Step> script;
     std::function<void()> beforeStep; ///< may change the script for each request
     QElapsedTimer* clock = nullptr; ///< set: attempts to connect are written down
@@ -155,7 +156,11 @@ private:
 
     void play(Step step, QTcpSocket* client, const QByteArray& request)
     {
-        const QByteArray good = reply(request);
+        QByteArray good = reply(request);
+        if (numbersReplies) {
+            good[9] = char(requests.size() >> 8);
+            good[10] = char(requests.size());
+        }
         switch (step) {
         case Answer:
             client->write(good);

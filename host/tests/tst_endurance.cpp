@@ -66,6 +66,7 @@ void EnduranceTest::aListenSurvivesARebootOfTheDevice()
     const quint16 port = device.port();
     Bench bench;
     const quint64 connection = bench.connectTo(port);
+    device.numbersReplies = true;
     const quint64 listen = bench.start(watch, repeating(4, 5));
     for (int reboot = 0; reboot < 2; ++reboot) {
         const int before = bench.results.value(listen).size();
@@ -74,7 +75,7 @@ void EnduranceTest::aListenSurvivesARebootOfTheDevice()
         QVERIFY(waitFor([&] { return bench.results.value(connection).size() == 2 + 2 * reboot; }));
         QVERIFY(device.start(port));
         // The first attempt after a loss is worth waiting for.
-        QCOMPARE(bench.valueOf(bench.start(ask, value(7, 1000))), QVariant(7));
+        QVERIFY(bench.valueOf(bench.start(ask, value(7, 1000))).toInt() > 0);
     }
     QCOMPARE(bench.statistics().reconnects, 2u);
     const int before = bench.results.value(listen).size();
@@ -82,7 +83,12 @@ void EnduranceTest::aListenSurvivesARebootOfTheDevice()
     const QString up = QStringLiteral("connected=true");
     const QString down = QStringLiteral("disconnected=true");
     QCOMPARE(bench.results.value(connection), (QStringList{up, down, up, down, up}));
-    QVERIFY(bench.results.value(listen).size() <= device.requests.size());
+    int last = 0;
+    for (const QString& result : bench.results.value(listen)) { // none twice, none out of order
+        const int number = result.section(QLatin1Char('='), 1).toInt();
+        QVERIFY(number > last && number <= device.requests.size());
+        last = number;
+    }
     QCOMPARE(device.mostConnections, 1);
     QVERIFY(!bench.ends.contains(listen) && !bench.ends.contains(connection));
 }
@@ -126,6 +132,7 @@ void EnduranceTest::aHundredWorkersComeBackWithoutAStorm()
         }
     }
     QCOMPARE(lastTry.size(), workers);
+    QVERIFY(late.size() > workers); // else the next check would look at nothing
     for (int i = 0; i + 30 < late.size(); ++i) {
         QVERIFY(late.at(i + 30) - late.at(i) >= 100);
     }

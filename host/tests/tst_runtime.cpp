@@ -25,6 +25,7 @@ private slots:
     void aLateReplyAnswersNoOtherOrder();
     void aStoppedOrdersReplyAnswersNoOtherOrder();
     void unaskedBytesAnswerNothing();
+    void anUnsentOrderWaitsForTheNewConnection();
     void refusals_data();
     void refusals();
     void nothingIsReportedBeforeStartReturns();
@@ -132,6 +133,18 @@ void RuntimeTest::unaskedBytesAnswerNothing()
     device.sendUnasked(QByteArray::fromHex("aabb0000000500030200ee"));
     QTRY_COMPARE(bench.statistics().droppedBytes, 11u);
     QCOMPARE(bench.valueOf(bench.start(ask, value(2))), QVariant(2));
+    QCOMPARE(device.connections, 2); // nobody can tell any more what answers what on the first one
+}
+
+void RuntimeTest::anUnsentOrderWaitsForTheNewConnection()
+{
+    ScriptedDevice device;
+    Bench bench;
+    bench.connectTo(device.port());
+    QCOMPARE(bench.valueOf(bench.start(ask, value(1))), QVariant(1));
+    device.closeAll(); // which only the next write finds out
+    QCOMPARE(bench.valueOf(bench.start(ask, value(2, 1000))), QVariant(2));
+    QCOMPARE(device.requests.size(), 2);
 }
 
 void RuntimeTest::refusals_data()

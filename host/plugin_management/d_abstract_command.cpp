@@ -1,13 +1,15 @@
 #include <plugin_management/d_abstract_command.h>
 
 #include <plugin_management/i_order.h>
-#include <utilities/utilities.h>
+#include <plugin_management/map_lookup_p.h>
+#include <plugin_management/order_command_p.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
-QString listed(const char* title, const std::vector<Declaration>& declarations)
+QString listed(const char* title, const QList<Declaration>& declarations)
 {
     QString text;
     for (const Declaration& declared : declarations) {
@@ -20,16 +22,11 @@ QString listed(const char* title, const std::vector<Declaration>& declarations)
     return text.isEmpty() ? text : QLatin1Char('\n') + QLatin1String(title) + text;
 }
 
-// A command is made per order: its declarations must not cost it an allocation each.
-void append(std::vector<Declaration>& declarations, Declaration&& declaration)
-{
-    if (declarations.empty()) {
-        declarations.reserve(6);
-    }
-    declarations.push_back(std::move(declaration));
-}
+// The prototype that an order's command is being made of on this thread, until that command's
+// constructor takes it.
+thread_local const DAbstractCommand* beingCopied = nullptr;
 
-QList<Declaration> toList(const std::vector<Declaration>& declarations)
+QList<Declaration> toList(const QVector<Declaration>& declarations)
 {
     return {declarations.cbegin(), declarations.cend()};
 }
@@ -38,8 +35,15 @@ QList<Declaration> toList(const std::vector<Declaration>& declarations)
 
 DAbstractCommand::DAbstractCommand(const QString& name, const QString& stopName,
                                    const ParameterMap& parameters, QObject* parent)
-    : DObject(parent), m_name(name), m_stopName(stopName), m_parameters(parameters)
+    // An order owns its command; only prototypes belong to the plug-in object.
+    : DObject(beingCopied != nullptr ? nullptr : parent), m_name(name), m_stopName(stopName),
+      m_parameters(parameters)
 {
+    if (const DAbstractCommand* prototype = std::exchange(beingCopied, nullptr)) {
+        m_arguments = prototype->m_arguments;
+        m_results = prototype->m_results;
+        m_isDeclared = true;
+    }
 }
 
 DAbstractCommand::DAbstractCommand(const QString& name, const ParameterMap& parameters,
@@ -76,8 +80,8 @@ QString DAbstractCommand::fullDescription() const
 {
     const QString stop =
         m_stopName.isEmpty() ? QString() : QStringLiteral(" (stopped by %1)").arg(m_stopName);
-    return m_name + stop + QLatin1String(": ") + m_description + listed("Parameters:", m_arguments)
-        + listed("Results:", m_results);
+    return m_name + stop + QLatin1String(": ") + m_description
+        + listed("Parameters:", commandArguments()) + listed("Results:", commandResults());
 }
 
 QList<Declaration> DAbstractCommand::commandArguments() const { return toList(m_arguments); }
@@ -87,14 +91,14 @@ bool DAbstractCommand::commandExecute() { return isValid(); }
 bool DAbstractCommand::setReply(quint64 instructionId, const ParameterMap& reply)
 {
     Q_UNUSED(instructionId)
-    const auto done = reply.constFind(QStringLiteral("doneOk"));
-    if (done != reply.constEnd() && !done->toBool()) {
+    const QVariant* done = findValue(reply, QStringLiteral("doneOk"));
+    if (done != nullptr && !done->toBool()) {
         return false;
     }
-    for (const Declaration& result : m_results) {
-        const auto value = reply.constFind(result.name);
-        if (value != reply.constEnd()) {
-            commandUpdateResult(result.name, *value);
+    for (const Declaration& result : qAsConst(m_results)) {
+        const QVariant* value = findValue(reply, result.name);
+        if (value != nullptr && m_order != nullptr) {
+            m_order->resultUpdated(result.name, *value);
         }
     }
     return true;
@@ -125,19 +129,24 @@ void DAbstractCommand::setDescription(const QString& text) { m_description = tex
 void DAbstractCommand::declareAParameter(const QString& name, const QString& typeTag,
                                          const QString& description, const QVariant& defaultValue)
 {
-    append(m_arguments, {name, typeTag, description, defaultValue});
+    if (!m_isDeclared) {
+        m_arguments.append({name, typeTag, description, defaultValue});
+    }
 }
 
 void DAbstractCommand::declareAResult(const QString& name, const QString& typeTag,
                                       const QString& description, const QVariant& defaultValue)
 {
-    append(m_results, {name, typeTag, description, defaultValue});
+    if (!m_isDeclared) {
+        m_results.append({name, typeTag, description, defaultValue});
+    }
 }
 
 QVariant DAbstractCommand::getParameterValue(const QString& name,
                                              const QVariant& defaultValue) const
 {
-    return m_parameters.value(name, defaultValue);
+    const QVariant* value = findValue(m_parameters, name);
+    return value != nullptr ? *value : defaultValue;
 }
 
 bool DAbstractCommand::stopTheInstruction(quint64 instructionId)
@@ -169,4 +178,17 @@ bool DAbstractCommand::commandFinish(bool& ok)
         m_order->commandFinished(ok);
     }
     return ok;
+}
+
+QSharedPointer<ICommand> createOrderCommand(const DAbstractCommand& prototype,
+                                            const ParameterMap& parameters)
+{
+    beingCopied = &prototype;
+    QSharedPointer<ICommand> command = prototype.createCommand(parameters);
+    if (std::exchange(beingCopied, nullptr) != nullptr) { // of a class that is not based on ours
+        if (auto* object = dynamic_cast<QObject*>(command.data())) {
+            object->setParent(nullptr);
+        }
+    }
+    return command;
 }

@@ -3,9 +3,10 @@
 #include <plugin_management/d_abstract_command.h>
 #include <plugin_management/d_abstract_worker.h>
 #include <plugin_management/i_order.h>
+#include <plugin_management/id_table_p.h>
+#include <plugin_management/order_command_p.h>
 #include <plugin_management/parameter_check.h>
 
-#include <QHash>
 #include <QPointer>
 
 #include <algorithm>
@@ -59,6 +60,7 @@ public:
     const Prototype* prototype(const QString& name) const;
     quint64 startInstruction(Running& order, const Instruction& instruction);
     bool stopInstruction(Running& order, quint64 id);
+    void stopInstructions(Running& order);
     void executed(const RunningPtr& order, bool accepted);
     void finishByBase(Running& order, bool ok, const OrderFailure& why);
 
@@ -79,8 +81,8 @@ public:
     DOrders& q;
     std::vector<Prototype> prototypes;
     QPointer<DAbstractWorker> worker;
-    QHash<quint64, RunningPtr> orders;
-    QHash<quint64, PendingInstruction> instructions;
+    IdTable<RunningPtr> orders;
+    IdTable<PendingInstruction> instructions;
     std::deque<std::function<void()>> m_waiting;
     int m_holds = 0;
     bool closed = false;
@@ -102,12 +104,7 @@ public:
 
     bool stopInstruction(quint64 id) override { return m_book.stopInstruction(*this, id); }
 
-    void stopAllInstructions() override
-    {
-        while (!pending.empty()) {
-            m_book.stopInstruction(*this, pending.back());
-        }
-    }
+    void stopAllInstructions() override { m_book.stopInstructions(*this); }
 
     void resultUpdated(const QString& name, const QVariant& value) override
     {
@@ -127,7 +124,7 @@ public:
 
     DOrder data;
     QSharedPointer<ICommand> command;
-    std::vector<quint64> pending;
+    int pending = 0; ///< instructions that have not ended
     int calls = 0; ///< calls into the command that are on the stack
     bool finished = false;
     bool finishedOk = false;
@@ -153,8 +150,8 @@ quint64 DOrders::Private::startInstruction(Running& order, const Instruction& in
         return 0;
     }
     const quint64 id = nextId();
-    instructions.insert(id, {order.shared_from_this(), instruction.reply});
-    order.pending.push_back(id);
+    instructions.append(id, {order.shared_from_this(), instruction.reply});
+    ++order.pending;
     QString refusal;
     ++m_holds;
     const bool taken = worker->sltStartOrder(id, instruction.function, instruction.parameters,
@@ -163,20 +160,21 @@ quint64 DOrders::Private::startInstruction(Running& order, const Instruction& in
     if (taken) {
         return id;
     }
-    instructions.remove(id);
-    order.pending.erase(std::find(order.pending.begin(), order.pending.end(), id));
+    if (instructions.remove(id)) {
+        --order.pending;
+    }
     order.data.failure = makeFailure(OrderFailure::Code::Usage, refusal);
     return 0;
 }
 
 bool DOrders::Private::stopInstruction(Running& order, quint64 id)
 {
-    const auto it = std::find(order.pending.begin(), order.pending.end(), id);
-    if (it == order.pending.end()) {
+    const PendingInstruction* instruction = instructions.find(id);
+    if (instruction == nullptr || instruction->order.get() != &order) {
         return false;
     }
     const RunningPtr keep = order.shared_from_this();
-    order.pending.erase(it);
+    --order.pending;
     instructions.remove(id);
     ++m_holds;
     if (worker) {
@@ -184,6 +182,18 @@ bool DOrders::Private::stopInstruction(Running& order, quint64 id)
     }
     --m_holds;
     return true;
+}
+
+void DOrders::Private::stopInstructions(Running& order)
+{
+    const RunningPtr keep = order.shared_from_this();
+    while (order.pending > 0) { // the youngest first
+        const auto& all = instructions.entries();
+        const auto its = std::find_if(all.crbegin(), all.crend(), [&](const auto& entry) {
+            return entry.second.order == keep;
+        });
+        stopInstruction(order, its->first);
+    }
 }
 
 // A command that has run must have an instruction pending or be finished: nothing else would ever
@@ -195,7 +205,7 @@ void DOrders::Private::executed(const RunningPtr& order, bool accepted)
         finishByBase(
             *order, false,
             makeFailure(OrderFailure::Code::Usage, QStringLiteral("the command refused to run")));
-    } else if (order->pending.empty()) {
+    } else if (order->pending == 0) {
         finishByBase(*order, false,
                      makeFailure(OrderFailure::Code::Usage,
                                  QStringLiteral("the command had nothing to ask of the device: a "
@@ -228,15 +238,15 @@ void DOrders::Private::takeReply(quint64 id, Kind kind, const ParameterMap& repl
 
 void DOrders::Private::handleReply(quint64 id, Kind kind, const ParameterMap& reply)
 {
-    const auto it = instructions.constFind(id);
-    if (it == instructions.constEnd()) {
+    const PendingInstruction* instruction = instructions.find(id);
+    if (instruction == nullptr) {
         return; // stopped meanwhile
     }
-    const RunningPtr order = it->order;
-    const ReplyDelegate delegate = it->reply;
+    const RunningPtr order = instruction->order;
+    const ReplyDelegate delegate = instruction->reply;
     if (kind != Kind::Answer) {
-        instructions.erase(it);
-        order->pending.erase(std::find(order->pending.begin(), order->pending.end(), id));
+        instructions.remove(id);
+        --order->pending;
     }
     deliver(order, id, kind, delegate, reply);
 }
@@ -263,7 +273,7 @@ void DOrders::Private::deliver(const RunningPtr& order, quint64 id, Kind kind,
     if (!alive) {
         return;
     }
-    if (kind != Kind::Answer && order->pending.empty()) {
+    if (kind != Kind::Answer && order->pending == 0) {
         finishByBase(*order, accepted && kind == Kind::Done,
                      makeFailure(OrderFailure::Code::BadReply,
                                  QStringLiteral("the reply lacks what the command needs")));
@@ -282,7 +292,7 @@ void DOrders::Private::publish(quint64 orderId, const QString& name, const QVari
 
 void DOrders::Private::settleIfOver(const RunningPtr& order)
 {
-    const bool over = order->finished && order->pending.empty() && order->calls == 0;
+    const bool over = order->finished && order->pending == 0 && order->calls == 0;
     if (!over || order->data.state != DOrder::State::Running) {
         return;
     }
@@ -300,7 +310,7 @@ void DOrders::Private::settleIfOver(const RunningPtr& order)
 
 void DOrders::Private::end(const RunningPtr& order)
 {
-    if (orders.remove(order->data.id) == 0) {
+    if (!orders.remove(order->data.id)) {
         return;
     }
     if (order->data.state == DOrder::State::Done) {
@@ -349,16 +359,13 @@ quint64 DOrders::start(const QString& command, const ParameterMap& parameters, Q
         return 0;
     }
     const auto order = std::make_shared<Private::Running>(*d);
-    order->data.id = nextId();
     order->data.command = command;
     order->data.parameters = checked;
     order->data.recurrent = prototype->command->isRecurrent();
-    order->command = prototype->command->createCommand(checked);
-    if (auto* object = dynamic_cast<QObject*>(order->command.data())) {
-        object->setParent(nullptr); // the order owns it, not the plug-in object
-    }
+    order->command = createOrderCommand(*prototype->command, checked);
+    order->data.id = nextId();
     order->command->linkWithItsOrder(order.get());
-    d->orders.insert(order->data.id, order);
+    d->orders.append(order->data.id, order);
     ++d->m_holds;
     ++order->calls;
     const bool accepted = order->command->commandExecute();
@@ -371,10 +378,11 @@ quint64 DOrders::start(const QString& command, const ParameterMap& parameters, Q
 
 bool DOrders::stop(quint64 orderId)
 {
-    const Private::RunningPtr order = d->orders.value(orderId);
-    if (!order || order->stopping) {
-        return order != nullptr;
+    const Private::RunningPtr* found = d->orders.find(orderId);
+    if (found == nullptr || (*found)->stopping) {
+        return found != nullptr;
     }
+    const Private::RunningPtr order = *found;
     order->stopping = true;
     bool ok = true;
     ++order->calls;
@@ -390,19 +398,19 @@ bool DOrders::stop(quint64 orderId)
 
 const DOrder* DOrders::find(quint64 orderId) const
 {
-    const auto it = d->orders.constFind(orderId);
-    return it != d->orders.constEnd() ? &it.value()->data : nullptr;
+    const Private::RunningPtr* found = d->orders.find(orderId);
+    return found != nullptr ? &(*found)->data : nullptr;
 }
 
-int DOrders::runningCount() const { return d->orders.size(); }
+int DOrders::runningCount() const { return static_cast<int>(d->orders.size()); }
 
 void DOrders::shutDown()
 {
     d->closed = true;
     d->m_waiting.clear();
     const QPointer<DOrders> alive(this);
-    while (alive && !d->orders.isEmpty()) {
-        const Private::RunningPtr order = *d->orders.constBegin();
+    while (alive && !d->orders.empty()) {
+        const Private::RunningPtr order = d->orders.first();
         order->stopAllInstructions();
         order->finished = true;
         order->data.state = DOrder::State::Stopped;

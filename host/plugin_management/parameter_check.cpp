@@ -1,5 +1,6 @@
 #include <plugin_management/parameter_check.h>
 
+#include <plugin_management/map_lookup_p.h>
 #include <utilities/utilities.h>
 
 #include <array>
@@ -64,10 +65,10 @@ bool checkUInt16(QVariant& value)
 bool fitsAsItIs(const QString& typeTag, const QVariant& value)
 {
     switch (value.userType()) {
-    case QMetaType::Int:
+    case QMetaType::Int: // as unsigned numbers negative ones are out of the range as well
     case QMetaType::UInt:
-        return typeTag == QLatin1String("ui16") && value.toLongLong() >= 0
-            && value.toLongLong() <= largestUInt16;
+        return *static_cast<const uint*>(value.constData()) <= largestUInt16
+            && typeTag == QLatin1String("ui16");
     case QMetaType::QString:
         return typeTag == QLatin1String("strg");
     default:
@@ -141,26 +142,26 @@ bool checkParameters(const QList<Declaration>& declarations, ParameterMap& param
                      QString* error)
 {
     for (const Declaration& declared : declarations) {
-        const auto it = qAsConst(parameters).constFind(declared.name);
-        if (it == parameters.constEnd()) {
+        const QVariant* given = findValue(parameters, declared.name);
+        if (given == nullptr) {
             if (declared.defaultValue.isValid()) {
                 parameters.insert(declared.name, declared.defaultValue);
             }
             continue;
         }
-        if (fitsAsItIs(declared.typeTag, *it)) {
+        if (fitsAsItIs(declared.typeTag, *given)) {
             continue;
         }
         QString wanted;
-        QVariant value = *it;
+        QVariant value = *given;
         if (!checkValue(declared.typeTag, value, &wanted)) {
             if (error != nullptr) {
                 *error = QStringLiteral("parameter '%1': '%2' is not %3")
-                             .arg(declared.name, printable(*it), wanted);
+                             .arg(declared.name, printable(*given), wanted);
             }
             return false;
         }
-        if (value != *it || value.userType() != it->userType()) {
+        if (value != *given || value.userType() != given->userType()) {
             parameters.insert(declared.name, value);
         }
     }

@@ -8,13 +8,16 @@
 class ReplyCutter
 {
 public:
-    explicit ReplyCutter(const ReplyFraming& framing) : m_framing(&framing) { }
+    explicit ReplyCutter(const ReplyFraming& framing) : m_framing(&framing)
+    {
+        m_bytes.reserve(usualSize); // so that clear() keeps the memory
+    }
 
     void setFraming(const ReplyFraming& framing) { m_framing = &framing; }
 
     void clear()
     {
-        m_bytes.clear();
+        m_bytes.resize(0);
         m_frameSize = 0;
         m_implausible = false;
     }
@@ -43,6 +46,8 @@ public:
     bool implausible() const { return m_implausible; }
 
 private:
+    static constexpr int usualSize = 512;
+
     const ReplyFraming* m_framing;
     QByteArray m_bytes;
     int m_frameSize = 0;

@@ -72,10 +72,13 @@ WorkerOrderPtr WorkerQueue::takeNext(bool connected)
 
 WorkerOrderPtr WorkerQueue::takeOneShot(bool connected)
 {
-    const auto it =
-        std::find_if(m_oneShots.begin(), m_oneShots.end(), [connected](const auto& order) {
-            return connected || !order->needsConnection;
-        });
+    if (connected && !m_oneShots.empty()) {
+        WorkerOrderPtr order = std::move(m_oneShots.front());
+        m_oneShots.pop_front();
+        return order;
+    }
+    const auto it = std::find_if(m_oneShots.begin(), m_oneShots.end(),
+                                 [](const auto& order) { return !order->needsConnection; });
     if (it == m_oneShots.end()) {
         return nullptr;
     }

@@ -36,14 +36,9 @@ bool DCmdDrvListen::commandExecute()
     if (!DAbstractCommand::commandExecute()) {
         return false;
     }
-    ParameterMap map;
-    for (const QString& name : {QStringLiteral("register"), QStringLiteral("dataSize")}) {
-        map.insert(name, getParameterValue(name, QVariant()).toInt());
-    }
-    map.insert(QStringLiteral("recurrent"), true);
-    // The interval is not declared, so it comes unchecked and is passed on as it is.
-    map.insert(QStringLiteral("recurrentInterval"),
-               getParameterValue(QStringLiteral("recurrentInterval"), defaultIntervalMs));
+    const auto number = [this](const QString& name) {
+        return getParameterValue(name, QVariant()).toInt();
+    };
     const int functionCode = registerTypeToFunctionCode(
         getParameterValue(QStringLiteral("registerType"), QVariant()).toString());
     if (functionCode < 1) {
@@ -51,7 +46,14 @@ bool DCmdDrvListen::commandExecute()
         log_line::error(this, log_line::listenTypeUnknown);
         return true;
     }
-    map.insert(QStringLiteral("funcCode"), functionCode);
+    // The interval is not declared, so it comes unchecked and is passed on as it is.
+    const ParameterMap map{
+        {QStringLiteral("dataSize"), number(QStringLiteral("dataSize"))},
+        {QStringLiteral("funcCode"), functionCode},
+        {QStringLiteral("recurrent"), true},
+        {QStringLiteral("recurrentInterval"),
+         getParameterValue(QStringLiteral("recurrentInterval"), defaultIntervalMs)},
+        {QStringLiteral("register"), number(QStringLiteral("register"))}};
     addInstruction(QString(), readFunctionName(functionCode), map, replyTimeoutMs, ReplyDelegate());
     return true;
 }

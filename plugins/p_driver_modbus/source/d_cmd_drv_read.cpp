@@ -34,10 +34,9 @@ bool DCmdDrvRead::commandExecute()
     if (!DAbstractCommand::commandExecute()) {
         return false;
     }
-    ParameterMap map;
-    for (const QString& name : {QStringLiteral("register"), QStringLiteral("dataSize")}) {
-        map.insert(name, getParameterValue(name, QVariant()).toInt());
-    }
+    const auto number = [this](const QString& name) {
+        return getParameterValue(name, QVariant()).toInt();
+    };
     const int functionCode = registerTypeToFunctionCode(
         getParameterValue(QStringLiteral("registerType"), QVariant()).toString());
     if (functionCode < 1) {
@@ -45,7 +44,10 @@ bool DCmdDrvRead::commandExecute()
         log_line::error(this, log_line::readTypeUnknown);
         return true;
     }
-    map.insert(QStringLiteral("funcCode"), functionCode);
+    ParameterMap map; // filled in the order of the keys, which makes the place of each known
+    map.insert(map.constEnd(), QStringLiteral("dataSize"), number(QStringLiteral("dataSize")));
+    map.insert(map.constEnd(), QStringLiteral("funcCode"), functionCode);
+    map.insert(map.constEnd(), QStringLiteral("register"), number(QStringLiteral("register")));
     addInstruction(QString(), readFunctionName(functionCode), map, replyTimeoutMs, ReplyDelegate());
     return true;
 }

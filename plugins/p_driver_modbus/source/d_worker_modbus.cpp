@@ -39,9 +39,10 @@ quint8 lastCoilMask(int quantity)
 
 ParameterMap accepted(const QByteArray& data)
 {
-    ParameterMap reply;
-    reply.insert(QStringLiteral("values"), convUInt16BigEndianByteArrayToVariantList(data));
-    reply.insert(QStringLiteral("doneOk"), true);
+    ParameterMap reply; // filled in the order of the keys, which makes the place of each known
+    reply.insert(reply.constEnd(), QStringLiteral("doneOk"), true);
+    reply.insert(reply.constEnd(), QStringLiteral("values"),
+                 convUInt16BigEndianByteArrayToVariantList(data));
     return reply;
 }
 
@@ -132,8 +133,8 @@ bool DWorkerModbus::cbRead(unsigned long long orderId, const ParameterMap& param
     int length = -1;
     bool found = false;
     bool valid = false;
-    const auto keepAlive = parameters.constFind(QStringLiteral("keepAliveFunction"));
-    const quint16 functionCode = keepAlive != parameters.constEnd()
+    const QVariant* keepAlive = findValue(parameters, QStringLiteral("keepAliveFunction"));
+    const quint16 functionCode = keepAlive != nullptr
         ? keepAliveFunctionCode(keepAlive->toString())
         : functionCodeParameter(orderId, parameters, &found, &valid);
     // Meant: the same flags again, so an order without a usable function code is not refused; it
@@ -253,7 +254,8 @@ bool DWorkerModbus::cbDeviceInformation(unsigned long long orderId, const Parame
 
 ParameterMap DWorkerModbus::cbReply(const QByteArray& reply)
 {
-    const uint functionCode = m_requestParameters.value(functionCodeKey(), 0).toUInt();
+    const QVariant* code = findValue(m_requestParameters, functionCodeKey());
+    const uint functionCode = code != nullptr ? code->toUInt() : 0;
     QByteArray data;
     Rejection rejection = checkHeader(reply, functionCode);
     if (rejection == nullptr) {

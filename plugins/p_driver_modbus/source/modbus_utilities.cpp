@@ -3,6 +3,7 @@
 #include "log_line.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 namespace {
@@ -20,6 +21,13 @@ void logMissingField(quint64 orderId, const ParameterMap& parameters, const QStr
     const QString names = alias.isEmpty() ? key : key + QStringLiteral("\" or \"") + alias;
     log_line::orderError(nullptr, log_line::missingField, orderId)
         << names << "field available in parameters :" << parameters;
+}
+
+// Of the types that numbers mostly come in; anything else takes the way of conversions.
+bool isPlainNumber(const QVariant& value)
+{
+    const int type = value.userType();
+    return type == QMetaType::Int || type == QMetaType::UInt;
 }
 
 // Replaces the list when there is at least one element and all are numbers. The first that is none
@@ -48,7 +56,7 @@ bool readList(const QVariant& value, quint16 defaultValue, RegisterValues& list)
 quint16 readValue(quint64 orderId, const QVariant& value, quint16 defaultValue, bool* ok,
                   RegisterValues* list)
 {
-    if (value.canConvert(QMetaType::Int)) {
+    if (isPlainNumber(value) || value.canConvert(QMetaType::Int)) {
         const quint16 number = variantToUInt16(value, defaultValue, ok);
         if (list != nullptr) {
             // Meant: an unusable single value leaves the default as the one element, so that a
@@ -71,21 +79,33 @@ quint16 readValue(quint64 orderId, const QVariant& value, quint16 defaultValue, 
     return defaultValue;
 }
 
-ParameterMap::const_iterator findParameter(const ParameterMap& parameters, const QString& key,
-                                           const QString& alias)
+const QVariant* findParameter(const ParameterMap& parameters, const QString& key,
+                              const QString& alias)
 {
-    const auto found = parameters.constFind(key);
-    return found == parameters.constEnd() && !alias.isEmpty() ? parameters.constFind(alias) : found;
+    const QVariant* found = findValue(parameters, key);
+    return found == nullptr && !alias.isEmpty() ? findValue(parameters, alias) : found;
 }
 
 } // namespace
+
+const QVariant* findValue(const ParameterMap& parameters, const QString& key)
+{
+    const auto size = static_cast<std::size_t>(key.size()) * sizeof(QChar);
+    for (auto it = parameters.cbegin(), end = parameters.cend(); it != end; ++it) {
+        if (it.key().size() == key.size()
+            && std::memcmp(it.key().constData(), key.constData(), size) == 0) {
+            return &it.value();
+        }
+    }
+    return nullptr;
+}
 
 quint16 getOrderParameter(quint64 orderId, const ParameterMap& parameters, const QString& key,
                           const QString& alias, quint16 defaultValue, bool* found, bool* valid,
                           RegisterValues* list)
 {
-    const auto parameter = findParameter(parameters, key, alias);
-    if (parameter == parameters.constEnd()) {
+    const QVariant* parameter = findParameter(parameters, key, alias);
+    if (parameter == nullptr) {
         if (found != nullptr) {
             logMissingField(orderId, parameters, key, alias);
         }
@@ -103,9 +123,11 @@ quint16 getOrderParameter(quint64 orderId, const ParameterMap& parameters, const
 quint16 variantToUInt16(const QVariant& value, quint16 defaultValue, bool* ok)
 {
     store(ok, false);
-    if (value.canConvert(QMetaType::Int)) {
-        bool converted = false;
-        const auto number = static_cast<uint>(value.toInt(&converted));
+    const bool plain = isPlainNumber(value);
+    if (plain || value.canConvert(QMetaType::Int)) {
+        bool converted = plain;
+        const auto number = plain ? *static_cast<const uint*>(value.constData())
+                                  : static_cast<uint>(value.toInt(&converted));
         if (!converted || number > 0xFFFF) {
             return defaultValue;
         }

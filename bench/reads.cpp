@@ -5,6 +5,7 @@
 // nanoseconds per read.
 
 #include <plugin_management/d_abstract_plugin.h>
+#include <plugin_management/d_event_dispatcher.h>
 #include <plugin_management/d_orders.h>
 #include <plugin_management/d_plugin_loader.h>
 
@@ -193,6 +194,9 @@ void readByDriver(const Job& job)
 
 int main(int argc, char** argv)
 {
+    if (argc > 1 && qstrcmp(argv[1], "driver") == 0) {
+        QCoreApplication::setEventDispatcher(new DEventDispatcher);
+    }
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     const Job job{arguments.value(2).toUShort(), arguments.value(3).toInt(),

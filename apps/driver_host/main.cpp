@@ -11,6 +11,7 @@
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_abstract_worker.h>
+#include <plugin_management/d_event_dispatcher.h>
 
 #include <QCoreApplication>
 
@@ -102,6 +103,7 @@ int run(const QStringList& arguments)
 int main(int argc, char* argv[])
 {
     openStandardFiles();
+    QCoreApplication::setEventDispatcher(new DEventDispatcher); // which the application then owns
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("driver-host"));
     return run(QCoreApplication::arguments().mid(1));

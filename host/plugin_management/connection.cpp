@@ -2,63 +2,20 @@
 
 #include <QLoggingCategory>
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
+#include <utility>
 
 namespace {
 
 Q_LOGGING_CATEGORY(logConnection, "host.connection", QtInfoMsg)
 
 constexpr int defaultLimitMs = 5000;
-constexpr unsigned unacknowledgedLimitMs = 10000;
 
 } // namespace
 
-void WorkerSocket::setWatch(Watch watch, void* owner)
+Connection::Connection(const Handler& readable)
+    : m_readable(readable), m_limit({this, &Connection::handleAttemptLimit}),
+      m_retry({this, &Connection::retry})
 {
-    m_watch = watch;
-    m_owner = owner;
-}
-
-void WorkerSocket::setLinkOptions()
-{
-    setSocketOption(LowDelayOption, 1);
-    setSocketOption(KeepAliveOption, 1);
-    ::setsockopt(static_cast<int>(socketDescriptor()), IPPROTO_TCP, TCP_USER_TIMEOUT,
-                 &unacknowledgedLimitMs, sizeof(unacknowledgedLimitMs));
-}
-
-qint64 WorkerSocket::writeData(const char* data, qint64 size)
-{
-    const qint64 written = QTcpSocket::writeData(data, size);
-    if (m_watch != nullptr && written > 0) {
-        m_watch(m_owner, true, data, written);
-    }
-    return written;
-}
-
-qint64 WorkerSocket::readData(char* data, qint64 size)
-{
-    const qint64 count = QTcpSocket::readData(data, size);
-    if (m_watch != nullptr && count > 0) {
-        m_watch(m_owner, false, data, count);
-    }
-    return count;
-}
-
-Connection::Connection(QObject* parent) : QObject(parent)
-{
-    m_limit.setSingleShot(true);
-    m_retry.setSingleShot(true);
-    m_retry.setTimerType(Qt::PreciseTimer);
-    connect(&m_limit, &QTimer::timeout, this, [this] {
-        attemptFailed(QStringLiteral("no answer within %1 ms").arg(m_limit.interval()));
-    });
-    connect(&m_retry, &QTimer::timeout, this, [this] {
-        ++m_retries;
-        startAttempt(State::Reopening);
-    });
 }
 
 Connection::~Connection()
@@ -67,8 +24,8 @@ Connection::~Connection()
     if (m_inSocketSignal == 0) {
         return; // the sockets go as children
     }
-    const auto sockets = findChildren<WorkerSocket*>();
-    for (WorkerSocket* socket : sockets) {
+    const auto sockets = findChildren<QAbstractSocket*>();
+    for (QAbstractSocket* socket : sockets) {
         socket->setParent(nullptr);
         socket->deleteLater();
     }
@@ -85,8 +42,8 @@ void Connection::open(const Endpoint& endpoint)
 void Connection::close()
 {
     dropSocket();
-    m_limit.stop();
-    m_retry.stop();
+    m_limit.disarm();
+    m_retry.disarm();
     m_backoff.reset();
     m_state = State::Closed;
     m_retries = 0;
@@ -170,51 +127,60 @@ void Connection::startAttempt(State state)
     dropSocket();
     m_state = state;
     m_answered = false;
-    m_socket = new WorkerSocket(this);
-    connectSignals();
-    m_limit.start(m_endpoint.limitMs > 0 ? m_endpoint.limitMs : defaultLimitMs);
-    m_socket->connectToHost(m_endpoint.host, m_endpoint.port,
-                            QIODevice::ReadWrite | QIODevice::Unbuffered);
+    m_attempt = new QTcpSocket(this);
+    connect(m_attempt, &QTcpSocket::connected, this,
+            [this] { handle([this] { attemptSucceeded(); }); });
+    connect(m_attempt, &QAbstractSocket::errorOccurred, this,
+            [this] { handle([this] { attemptFailed(m_attempt->errorString()); }); });
+    m_limit.arm(steadyNowMs() + attemptLimitMs());
+    m_attempt->connectToHost(m_endpoint.host, m_endpoint.port,
+                             QIODevice::ReadWrite | QIODevice::Unbuffered);
+}
+
+int Connection::attemptLimitMs() const
+{
+    return m_endpoint.limitMs > 0 ? m_endpoint.limitMs : defaultLimitMs;
+}
+
+void Connection::handleAttemptLimit()
+{
+    attemptFailed(QStringLiteral("no answer within %1 ms").arg(attemptLimitMs()));
+}
+
+void Connection::retry()
+{
+    ++m_retries;
+    startAttempt(State::Reopening);
 }
 
 // A socket must outlive its own signals, whatever a slot does: handle() counts them for the
 // destructor.
-template <typename Handler>
-void Connection::handle(Handler handler)
+template <typename Action>
+void Connection::handle(Action action)
 {
     const QPointer<Connection> self(this);
     ++m_inSocketSignal;
-    handler();
+    action();
     if (self) {
         --m_inSocketSignal;
     }
 }
 
-void Connection::connectSignals()
+void Connection::handleReadable(quint32 events)
 {
-    connect(m_socket, &QTcpSocket::connected, this,
-            [this] { handle([this] { attemptSucceeded(); }); });
-    connect(m_socket, &QTcpSocket::readyRead, this,
-            [this] { handle([this] { emit readable(); }); });
-    connect(m_socket, &QTcpSocket::disconnected, this,
-            [this] { handle([this] { checkSocket(); }); });
-    connect(m_socket, &QAbstractSocket::errorOccurred, this,
-            [this] { handle([this] { socketFailed(); }); });
-}
-
-void Connection::socketFailed()
-{
-    if (m_state == State::Open) {
-        checkSocket();
-    } else {
-        attemptFailed(m_socket->errorString());
-    }
+    Q_UNUSED(events)
+    handle([this] { m_readable(); });
 }
 
 void Connection::attemptSucceeded()
 {
-    m_limit.stop();
-    m_socket->setLinkOptions();
+    m_limit.disarm();
+    m_socket = new WorkerSocket(this);
+    if (!m_socket->adopt(*m_attempt, {this, &Connection::handleReadable})) {
+        attemptFailed(m_socket->errorString());
+        return;
+    }
+    std::exchange(m_attempt, nullptr)->deleteLater();
     m_state = State::Open;
     const bool report = !m_reported;
     m_reported = true;
@@ -226,7 +192,7 @@ void Connection::attemptFailed(const QString& why)
 {
     const bool first = m_state == State::Opening;
     dropSocket();
-    m_limit.stop();
+    m_limit.disarm();
     m_trouble = why;
     if (first) {
         close();
@@ -248,20 +214,23 @@ void Connection::attemptFailed(const QString& why)
 void Connection::retryLater()
 {
     m_state = State::Waiting;
-    m_retry.start(m_backoff.nextDelayMs());
+    m_retry.arm(steadyNowMs() + m_backoff.nextDelayMs());
 }
 
 void Connection::dropSocket()
 {
-    if (m_socket == nullptr) {
-        return;
+    if (m_socket != nullptr) {
+        m_socket->setWatch(nullptr, nullptr);
     }
-    WorkerSocket* socket = m_socket;
-    m_socket = nullptr;
-    socket->disconnect(this);
-    socket->setWatch(nullptr, nullptr);
-    socket->abort();
-    socket->deleteLater();
+    const auto discard = [this](QAbstractSocket* socket) {
+        if (socket != nullptr) {
+            socket->disconnect(this);
+            socket->abort();
+            socket->deleteLater();
+        }
+    };
+    discard(std::exchange(m_attempt, nullptr));
+    discard(std::exchange(m_socket, nullptr));
 }
 
 QString Connection::endpointText() const

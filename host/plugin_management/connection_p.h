@@ -1,12 +1,11 @@
 #pragma once
 
 #include <plugin_management/backoff_p.h>
+#include <plugin_management/lazy_timer_p.h>
+#include <plugin_management/worker_socket_p.h>
 
 #include <QPointer>
 #include <QTcpSocket>
-#include <QTimer>
-
-class WorkerSocket;
 
 /// The connection of one worker to its device: at most one socket at a time, opened, watched, and
 /// re-opened for ever once it has been open and is wanted.
@@ -25,7 +24,10 @@ public:
         int limitMs = 0; ///< for one attempt to connect
     };
 
-    explicit Connection(QObject* parent = nullptr);
+    using Handler = fastdelegate::Delegate<void>;
+
+    /// Calls \a readable when there is something to read from the socket, or its end.
+    explicit Connection(const Handler& readable);
     ~Connection() override;
 
     /// Opens a connection; one that is there is closed first. Ends in opened() or openFailed().
@@ -66,17 +68,18 @@ signals:
     void lost(const QString& why);
     /// An attempt to re-open has failed.
     void retryFailed(const QString& why);
-    void readable();
 
 private:
     enum class State { Closed, Opening, Open, Waiting, Reopening };
 
     bool isRetrying() const { return m_state == State::Waiting || m_state == State::Reopening; }
     void startAttempt(State state);
-    template <typename Handler>
-    void handle(Handler handler);
-    void connectSignals();
-    void socketFailed();
+    template <typename Action>
+    void handle(Action action);
+    void handleReadable(quint32 events);
+    void handleAttemptLimit();
+    void retry();
+    int attemptLimitMs() const;
     void attemptSucceeded();
     void attemptFailed(const QString& why);
     void retryLater();
@@ -86,38 +89,15 @@ private:
     State m_state = State::Closed;
     Endpoint m_endpoint;
     Backoff m_backoff;
-    QTimer m_limit;
-    QTimer m_retry;
-    WorkerSocket* m_socket = nullptr;
+    Handler m_readable;
+    LazyTimer m_limit;
+    LazyTimer m_retry;
+    QTcpSocket* m_attempt = nullptr; ///< looks the host up and connects
+    WorkerSocket* m_socket = nullptr; ///< what it has connected
     QString m_trouble;
     int m_retries = 0; ///< attempts to re-open since the device last answered
     int m_inSocketSignal = 0;
     bool m_wanted = false;
     bool m_reported = false; ///< the owner believes that it is connected
     bool m_answered = false; ///< the device has answered on this socket
-};
-
-/// An unbuffered TCP socket that shows what passes through it.
-class WorkerSocket : public QTcpSocket
-{
-    Q_OBJECT
-
-public:
-    using QTcpSocket::QTcpSocket;
-
-    using Watch = void (*)(void* owner, bool outgoing, const char* data, qint64 size);
-
-    /// Calls \a watch with every run of bytes that is written or read.
-    void setWatch(Watch watch, void* owner);
-    /// Sets what a field link needs: no delay, keep-alive probes, and an end within 10 s when the
-    /// other side no longer acknowledges.
-    void setLinkOptions();
-
-protected:
-    qint64 writeData(const char* data, qint64 size) override;
-    qint64 readData(char* data, qint64 size) override;
-
-private:
-    Watch m_watch = nullptr;
-    void* m_owner = nullptr;
 };

@@ -1,68 +1,68 @@
 #pragma once
 
-#include <QTimer>
+#include <plugin_management/event_hub_p.h>
 
-#include <chrono>
-#include <limits>
-
-/// Microseconds of a clock that never goes back.
-inline qint64 steadyNowUs()
-{
-    using namespace std::chrono;
-    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
-}
-
-inline qint64 steadyNowMs() { return steadyNowUs() / 1000; }
+#include <optional>
 
 /// A single-shot timer for a due time that keeps moving away, such as a time limit that nearly
-/// always is met: moving it further off costs a store, the event loop's timer stays as it is.
-class LazyTimer : public QTimer
+/// always is met: moving it further off costs a store. Belongs to the thread that arms it first.
+class LazyTimer
 {
 public:
-    template <typename Function>
-    LazyTimer(QObject* parent, Function onDue) : QTimer(parent)
+    using Handler = fastdelegate::Delegate<void>;
+
+    explicit LazyTimer(const Handler& onDue) : m_onDue(onDue) { }
+    ~LazyTimer()
     {
-        setSingleShot(true);
-        setTimerType(Qt::PreciseTimer);
-        connect(this, &QTimer::timeout, this, [this, onDue] {
-            if (hasCome()) {
-                onDue();
-            }
-        });
+        if (m_place) {
+            m_hub->cancel(*m_place);
+        }
     }
+    Q_DISABLE_COPY(LazyTimer)
 
     void arm(qint64 dueMs)
     {
         m_dueMs = dueMs;
-        if (!isActive() || m_startedForMs > dueMs) {
-            startFor(steadyNowMs());
+        if (!m_place || (*m_place)->first > dueMs) {
+            schedule();
         }
     }
 
     void disarm() { m_dueMs = never; }
 
 private:
+    friend class EventHub;
     static constexpr qint64 never = std::numeric_limits<qint64>::max();
 
-    bool hasCome()
+    void schedule()
     {
-        const qint64 nowMs = steadyNowMs();
+        if (!m_hub) {
+            m_hub = EventHub::ofThisThread();
+        }
+        if (m_place) {
+            m_hub->cancel(*m_place);
+        }
+        m_place = m_hub->schedule(m_dueMs, this);
+    }
+
+    // The hub has taken the timer out. The handler may end the timer.
+    void wake(qint64 nowMs)
+    {
+        m_place.reset();
         if (m_dueMs > nowMs) {
             if (m_dueMs != never) {
-                startFor(nowMs);
+                schedule();
             }
-            return false;
+            return;
         }
         m_dueMs = never;
-        return true;
+        const Handler onDue = m_onDue;
+        onDue();
     }
 
-    void startFor(qint64 nowMs)
-    {
-        m_startedForMs = m_dueMs;
-        start(static_cast<int>(std::max<qint64>(0, m_dueMs - nowMs)));
-    }
-
+    Handler m_onDue;
+    std::shared_ptr<EventHub> m_hub;
+    std::optional<EventHub::Timers::iterator>
+        m_place; ///< among the hub's timers, due no later than m_dueMs
     qint64 m_dueMs = never;
-    qint64 m_startedForMs = never;
 };

@@ -1,5 +1,7 @@
 #include <plugin_management/worker_engine_p.h>
 
+#include <plugin_management/map_lookup_p.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -26,22 +28,20 @@ const QString& disconnectName()
 
 bool succeededIn(const ParameterMap& reply)
 {
-    static const QString key = QStringLiteral("doneOk");
-    const auto done = reply.constFind(key);
-    return done == reply.constEnd() || done->toBool();
+    const QVariant* done = findValue(reply, QStringLiteral("doneOk"));
+    return done == nullptr || done->toBool();
 }
 
 // "recurrent" and "recurrentInterval" of an instruction; 0 for a one-shot order, -1 for an interval
 // that is none.
 int intervalOf(const ParameterMap& parameters)
 {
-    static const QString recurrent = QStringLiteral("recurrent");
-    static const QString interval = QStringLiteral("recurrentInterval");
-    if (!parameters.value(recurrent).toBool()) {
+    const QVariant* recurrent = findValue(parameters, QStringLiteral("recurrent"));
+    if (recurrent == nullptr || !recurrent->toBool()) {
         return 0;
     }
     bool ok = false;
-    const int intervalMs = parameters.value(interval).toInt(&ok);
+    const int intervalMs = parameters.value(QStringLiteral("recurrentInterval")).toInt(&ok);
     return ok && intervalMs >= 1 && intervalMs <= longestIntervalMs ? intervalMs : -1;
 }
 
@@ -77,19 +77,15 @@ private:
 };
 
 WorkerEngine::WorkerEngine(DAbstractWorker& worker)
-    : m_worker(worker), m_cutter(mbapFraming()), m_deadline(this, [this] { handleTimeout(); }),
-      m_silence(this, [this] { handleSilence(); }), m_tick(this,
-                                                           [this] {
-                                                               m_queue.tick(steadyNowMs());
-                                                               pump();
-                                                           }),
+    : m_worker(worker), m_connection({this, &WorkerEngine::handleReadable}),
+      m_cutter(mbapFraming()), m_deadline({this, &WorkerEngine::handleTimeout}),
+      m_silence({this, &WorkerEngine::handleSilence}), m_tick({this, &WorkerEngine::handleTick}),
       m_framing(&mbapFraming())
 {
     connect(&m_connection, &Connection::opened, this, &WorkerEngine::handleOpened);
     connect(&m_connection, &Connection::openFailed, this, &WorkerEngine::handleOpenFailed);
     connect(&m_connection, &Connection::lost, this, &WorkerEngine::handleLost);
     connect(&m_connection, &Connection::retryFailed, this, &WorkerEngine::failWaiting);
-    connect(&m_connection, &Connection::readable, this, &WorkerEngine::handleReadable);
 }
 
 // --- orders in
@@ -342,6 +338,12 @@ ParameterMap WorkerEngine::refusedByFunction(const ParameterMap& result) const
     return reply;
 }
 
+void WorkerEngine::handleTick()
+{
+    m_queue.tick(steadyNowMs());
+    pump();
+}
+
 void WorkerEngine::armTick()
 {
     const qint64 nextMs = m_queue.nextTickMs();
@@ -360,7 +362,7 @@ void WorkerEngine::handleReadable()
     std::array<char, readChunk> bytes;
     const QPointer<WorkerEngine> self(this);
     m_reading = true;
-    const auto size = static_cast<int>(m_connection.socket()->read(bytes.data(), bytes.size()));
+    const auto size = static_cast<int>(m_connection.socket()->fetch(bytes.data(), bytes.size()));
     m_reading = false;
     if (size > 0) {
         if (!m_current) {

@@ -63,6 +63,7 @@ private:
     void count(bool succeeded, const ParameterMap& reply);
     OrderFailure failure(OrderFailure::Code code, const QString& text) const;
     ParameterMap refusedByFunction(const ParameterMap& result) const;
+    void handleTick();
     void armTick();
 
     void handleReadable();

@@ -1,0 +1,366 @@
+#include <plugin_management/d_event_dispatcher.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QSocketNotifier>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryFile>
+#include <QThread>
+#include <QTimer>
+#include <QtTest>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <functional>
+#include <memory>
+
+namespace {
+
+class Pipe
+{
+public:
+    Pipe()
+    {
+        if (::pipe2(m_ends.data(), O_NONBLOCK | O_CLOEXEC) != 0) {
+            qFatal("no pipe");
+        }
+    }
+    ~Pipe()
+    {
+        ::close(m_ends[0]);
+        ::close(m_ends[1]);
+    }
+    Q_DISABLE_COPY(Pipe)
+
+    int out() const { return m_ends[0]; }
+    int in() const { return m_ends[1]; }
+    void put() const { QCOMPARE(::write(in(), "x", 1), ssize_t(1)); }
+    void take() const
+    {
+        char byte = 0;
+        QCOMPARE(::read(out(), &byte, 1), ssize_t(1));
+    }
+
+private:
+    std::array<int, 2> m_ends{};
+};
+
+} // namespace
+
+/// What any event loop must do, done by ours.
+class EventLoopTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void timersFireInTheOrderOfTheirTimes();
+    void aTimerNeverFiresEarly();
+    void aMissedTickIsNotMadeUpFor();
+    void aTimerDoesNotFireWhileItIsBeingHandled();
+    void timersThatAHandlerEndsDoNotFire();
+    void timersAreListedAndTellWhatIsLeft();
+    void anIdleTimerKeepsNobodyWaiting();
+    void notifiersOfBothDirections();
+    void aNotifierThatAHandlerEndsIsNotCalled();
+    void aDescriptorUsedAgainIsNotTakenForItsForerunner();
+    void filesAreAlwaysReady();
+    void socketsCanBeLeftOut();
+    void anotherThreadWakesIt();
+    void anotherThreadEndsIt();
+    void socketsTalk();
+};
+
+void EventLoopTest::timersFireInTheOrderOfTheirTimes()
+{
+    QList<int> fired;
+    QEventLoop loop;
+    for (const int ms : {30, 10, 20, 0}) {
+        QTimer::singleShot(ms, Qt::PreciseTimer, &loop, [&fired, ms] { fired.append(ms); });
+    }
+    QTimer::singleShot(40, &loop, &QEventLoop::quit);
+    loop.exec();
+    QCOMPARE(fired, (QList<int>{0, 10, 20, 30}));
+}
+
+void EventLoopTest::aTimerNeverFiresEarly()
+{
+    for (int i = 0; i < 20; ++i) {
+        QEventLoop loop;
+        QElapsedTimer elapsed;
+        elapsed.start();
+        QTimer::singleShot(3, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+        loop.exec();
+        QVERIFY2(elapsed.nsecsElapsed() >= 3000000, QByteArray::number(elapsed.nsecsElapsed()));
+    }
+}
+
+void EventLoopTest::aMissedTickIsNotMadeUpFor()
+{
+    QTimer timer;
+    timer.setTimerType(Qt::PreciseTimer);
+    int ticks = 0;
+    connect(&timer, &QTimer::timeout, this, [&] {
+        if (++ticks == 1) {
+            QThread::msleep(55);
+        }
+    });
+    timer.start(10);
+    while (ticks == 0) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    const int before = ticks;
+    QCoreApplication::processEvents();
+    QCoreApplication::processEvents();
+    QVERIFY2(ticks <= before + 1, QByteArray::number(ticks));
+}
+
+void EventLoopTest::aTimerDoesNotFireWhileItIsBeingHandled()
+{
+    QTimer slow;
+    int depth = 0;
+    int deepest = 0;
+    int others = 0;
+    connect(&slow, &QTimer::timeout, this, [&] {
+        deepest = qMax(deepest, ++depth);
+        QEventLoop nested;
+        QTimer::singleShot(20, &nested, &QEventLoop::quit);
+        nested.exec();
+        --depth;
+    });
+    QTimer other;
+    connect(&other, &QTimer::timeout, this, [&] { others += depth; });
+    slow.start(1);
+    other.start(1);
+    QTest::qWait(60);
+    slow.stop();
+    QCOMPARE(deepest, 1);
+    QVERIFY(others > 0); // they fire in the nested loop
+}
+
+void EventLoopTest::timersThatAHandlerEndsDoNotFire()
+{
+    auto victim = std::make_unique<QTimer>();
+    QTimer killer;
+    int fired = 0;
+    connect(&killer, &QTimer::timeout, this, [&] {
+        ++fired;
+        victim.reset();
+        killer.stop();
+    });
+    connect(victim.get(), &QTimer::timeout, this, [&] { fired += 100; });
+    killer.start(1);
+    victim->start(2);
+    QThread::msleep(10); // both are due in the same turn
+    QTest::qWait(20);
+    QCOMPARE(fired, 1);
+}
+
+void EventLoopTest::timersAreListedAndTellWhatIsLeft()
+{
+    QTimer timer;
+    timer.start(5000);
+    auto* loop = QAbstractEventDispatcher::instance();
+    const auto listed = loop->registeredTimers(&timer);
+    QCOMPARE(listed.size(), 1);
+    QCOMPARE(listed.first().timerId, timer.timerId());
+    QCOMPARE(listed.first().interval, 5000);
+    QVERIFY(timer.remainingTime() > 4000 && timer.remainingTime() <= 5000);
+    QVERIFY(loop->unregisterTimers(&timer));
+    QVERIFY(!loop->unregisterTimers(&timer));
+    QCOMPARE(loop->remainingTime(timer.timerId()), -1);
+}
+
+void EventLoopTest::anIdleTimerKeepsNobodyWaiting()
+{
+    QTimer later;
+    later.start(60000);
+    bool posted = false;
+    QMetaObject::invokeMethod(
+        this, [&] { posted = true; }, Qt::QueuedConnection);
+    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    QVERIFY(posted);
+}
+
+void EventLoopTest::notifiersOfBothDirections()
+{
+    const Pipe pipe;
+    QSocketNotifier read(pipe.out(), QSocketNotifier::Read);
+    QSocketNotifier write(pipe.in(), QSocketNotifier::Write);
+    int reads = 0;
+    int writes = 0;
+    connect(&read, &QSocketNotifier::activated, this, [&] {
+        ++reads;
+        pipe.take();
+    });
+    connect(&write, &QSocketNotifier::activated, this, [&] {
+        ++writes;
+        pipe.put();
+        write.setEnabled(false);
+    });
+    QTRY_COMPARE(reads, 1);
+    QCoreApplication::processEvents();
+    QCOMPARE(writes, 1);
+    write.setEnabled(true);
+    QTRY_COMPARE(reads, 2);
+    read.setEnabled(false);
+    pipe.put();
+    QCoreApplication::processEvents();
+    QCOMPARE(reads, 2);
+}
+
+void EventLoopTest::aNotifierThatAHandlerEndsIsNotCalled()
+{
+    const Pipe first;
+    const Pipe second;
+    std::array<std::unique_ptr<QSocketNotifier>, 2> notifiers{
+        std::make_unique<QSocketNotifier>(first.out(), QSocketNotifier::Read),
+        std::make_unique<QSocketNotifier>(second.out(), QSocketNotifier::Read)};
+    int called = 0;
+    for (std::size_t i : {0U, 1U}) {
+        connect(notifiers[i].get(), &QSocketNotifier::activated, this, [&, i] {
+            ++called;
+            notifiers[1 - i].reset();
+            notifiers[i]->setEnabled(false);
+        });
+    }
+    first.put();
+    second.put();
+    QTRY_COMPARE(called, 1);
+    QCoreApplication::processEvents();
+    QCOMPARE(called, 1);
+}
+
+void EventLoopTest::aDescriptorUsedAgainIsNotTakenForItsForerunner()
+{
+    auto first = std::make_unique<Pipe>();
+    const int number = first->out();
+    auto notifier = std::make_unique<QSocketNotifier>(number, QSocketNotifier::Read);
+    first->put();
+    notifier.reset();
+    first.reset();
+    const Pipe second;
+    QCOMPARE(second.out(), number);
+    QSocketNotifier again(number, QSocketNotifier::Read);
+    int called = 0;
+    connect(&again, &QSocketNotifier::activated, this, [&] {
+        ++called;
+        second.take();
+    });
+    QCoreApplication::processEvents();
+    QCOMPARE(called, 0);
+    second.put();
+    QTRY_COMPARE(called, 1);
+}
+
+void EventLoopTest::filesAreAlwaysReady()
+{
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    QSocketNotifier notifier(file.handle(), QSocketNotifier::Read);
+    int called = 0;
+    connect(&notifier, &QSocketNotifier::activated, this, [&] {
+        if (++called == 3) {
+            notifier.setEnabled(false);
+        }
+    });
+    QTRY_COMPARE(called, 3);
+    QCoreApplication::processEvents();
+    QCOMPARE(called, 3);
+}
+
+void EventLoopTest::socketsCanBeLeftOut()
+{
+    const Pipe pipe;
+    pipe.put();
+    QSocketNotifier notifier(pipe.out(), QSocketNotifier::Read);
+    int called = 0;
+    connect(&notifier, &QSocketNotifier::activated, this, [&] {
+        ++called;
+        pipe.take();
+    });
+    bool posted = false;
+    QMetaObject::invokeMethod(
+        this, [&] { posted = true; }, Qt::QueuedConnection);
+    QCoreApplication::processEvents(QEventLoop::ExcludeSocketNotifiers);
+    QVERIFY(posted);
+    QCOMPARE(called, 0);
+    QVERIFY(QAbstractEventDispatcher::instance()->hasPendingEvents());
+    QTRY_COMPARE(called, 1);
+}
+
+void EventLoopTest::anotherThreadWakesIt()
+{
+    constexpr int times = 2000;
+    int seen = 0;
+    QEventLoop loop;
+    const std::unique_ptr<QThread> thread(QThread::create([&] {
+        for (int i = 0; i < times; ++i) {
+            QMetaObject::invokeMethod(
+                &loop,
+                [&] {
+                    if (++seen == times) {
+                        loop.quit();
+                    }
+                },
+                Qt::QueuedConnection);
+            if (i % 100 == 0) {
+                QThread::usleep(500); // long enough for the loop to fall asleep
+            }
+        }
+    }));
+    QTimer::singleShot(20000, &loop, [&] { loop.exit(1); });
+    thread->start();
+    QCOMPARE(loop.exec(), 0);
+    QVERIFY(thread->wait());
+    QCOMPARE(seen, times);
+}
+
+void EventLoopTest::anotherThreadEndsIt()
+{
+    QThread thread;
+    thread.setEventDispatcher(new DEventDispatcher);
+    for (int i = 0; i < 50; ++i) {
+        thread.start();
+        QObject inside;
+        inside.moveToThread(&thread);
+        if (i % 2 != 0) {
+            QThread::usleep(300);
+        }
+        thread.quit();
+        QVERIFY(thread.wait(20000));
+        thread.setEventDispatcher(new DEventDispatcher);
+    }
+}
+
+void EventLoopTest::socketsTalk()
+{
+    QTcpServer server;
+    QVERIFY(server.listen(QHostAddress::LocalHost));
+    QByteArray received;
+    connect(&server, &QTcpServer::newConnection, this, [&] {
+        QTcpSocket* socket = server.nextPendingConnection();
+        connect(socket, &QTcpSocket::readyRead, this,
+                [socket] { socket->write(socket->readAll()); });
+    });
+    QTcpSocket client;
+    connect(&client, &QTcpSocket::connected, this, [&] { client.write(QByteArray(300000, 'x')); });
+    connect(&client, &QTcpSocket::readyRead, this, [&] { received += client.readAll(); });
+    client.connectToHost(QHostAddress::LocalHost, server.serverPort());
+    QTRY_COMPARE(received.size(), 300000); // more than the system's buffers take at once
+    server.close();
+    client.disconnectFromHost();
+    QTRY_COMPARE(client.state(), QAbstractSocket::UnconnectedState);
+}
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication::setEventDispatcher(new DEventDispatcher);
+    QCoreApplication application(argc, argv);
+    EventLoopTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_event_loop.moc"

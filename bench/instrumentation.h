@@ -20,6 +20,21 @@ inline void stopCounting()
 #endif
 }
 
+/// Has callgrind write a dump called \a name of what \a action executes.
+template <typename Action>
+void countAs(const char* name, const Action& action)
+{
+    startCounting();
+#ifdef CALLGRIND_ZERO_STATS
+    CALLGRIND_ZERO_STATS;
+#endif
+    action();
+#ifdef CALLGRIND_DUMP_STATS_AT
+    CALLGRIND_DUMP_STATS_AT(name);
+#endif
+    stopCounting();
+}
+
 /// True where everything takes many times as long.
 inline bool runsOnValgrind()
 {

@@ -4,12 +4,14 @@
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -38,7 +40,7 @@ std::size_t buildReply(const std::uint8_t* request, Frame& reply)
     putWord(reply.data() + 4, 3 + 2 * quantity);
     reply[8] = static_cast<std::uint8_t>(2 * quantity);
     for (unsigned i = 0; i < quantity; ++i) {
-        putWord(reply.data() + headerSize + 2 * i, first + i);
+        putWord(reply.data() + headerSize + std::size_t{2} * i, first + i);
     }
     return headerSize + 2 * std::size_t{quantity};
 }
@@ -61,6 +63,14 @@ int listenOnLoopback()
     return server;
 }
 
+void allowManyDescriptors()
+{
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 void watch(int poll, int fd)
 {
     epoll_event event{};
@@ -72,6 +82,10 @@ void watch(int poll, int fd)
 void acceptOne(int poll, int server)
 {
     const int client = ::accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
+    if (client < 0) {
+        std::perror("bench_device: a connection cannot be accepted");
+        std::exit(1);
+    }
     const int on = 1;
     ::setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     watch(poll, client);
@@ -97,6 +111,7 @@ void serve(int client)
 
 int main()
 {
+    allowManyDescriptors();
     const int server = listenOnLoopback();
     if (server < 0) {
         return 1;

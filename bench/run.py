@@ -1,94 +1,219 @@
 #!/usr/bin/env python3
-"""The same reads through this driver and through its peers, side by side: run.py BUILD_FOLDER.
+"""Measures this driver and its peers side by side: run.py BUILD_FOLDER RESULTS_FILE.
 
-Interleaved runs against one small device, so that what disturbs the machine disturbs all of them;
-medians, and ratios with their spread. Instructions come from callgrind and system calls from strace,
-each as the difference between a long and a short run, so that start-up does not count."""
+One small device on a core of its own, and the same work through each client. Runs that take time are
+interleaved, so that what disturbs the machine disturbs all of them. Instructions come from callgrind
+between marks that the programs set; system calls from strace, as the difference between a long and a
+short run. Prints tables, and writes what they were made from as JSON."""
 
+import concurrent.futures
+import datetime
+import itertools
+import json
 import os
+import platform
 import re
-import statistics
 import subprocess
 import sys
 import tempfile
+import time
 
-BUILD = sys.argv[1] if len(sys.argv) > 1 else "build/release"
+import tables
+
+BUILD, RESULTS = sys.argv[1:3]
 MODULE = os.path.join(BUILD, "lib/plugins/libp_driver_modbus.so")
-READS = os.path.join(BUILD, "bin/bench_reads")
-KINDS = ["socket", "libmodbus", "qtserialbus", "driver"]
-QUANTITIES = [1, 10, 63]  # the driver reads no more than 63 registers
-ROUNDS, COUNT = 7, 4000
-SHORT, LONG = 200, 1200
+CORES = sorted(os.sched_getaffinity(0))
+CLIENT_CORES = CORES[:-1] or CORES  # the last one is the device's
+
+READ_CLIENTS = ["socket", "libmodbus", "qtserialbus", "driver"]
+QUANTITIES = [1, 10, 63, 125]
+MOST_FOR_DRIVER = 63  # it refuses longer replies
+COUNTED_QUANTITIES = [1, 63]  # where instructions and system calls are counted too
+READ_ROUNDS, READS = 7, 2500
+COUNTED_READS = 500
+
+SCALE_CLIENTS = ["driver", "qtserialbus"]
+DEVICES = [1, 10, 100, 1000]
+THREADED_DEVICES = [100, 1000]
+WORKS = ["50", "read"]  # listened to every 50 ms, or read after read
+SCALE_ROUNDS, SCALE_SECONDS = 3, 0.8
+COUNTED_WORK, COUNTED_SECONDS = "2000", 4  # an interval that callgrind can keep
+CODEC_REPETITIONS = 1000
 
 
-def command(kind, port, quantity, count):
-    return [READS, kind, str(port), str(quantity), str(count), MODULE]
+def program(name):
+    return os.path.join(BUILD, "bin", name)
 
 
-def nanoseconds(kind, port, quantity):
-    done = subprocess.run(command(kind, port, quantity, COUNT), check=True, capture_output=True,
-                          text=True)
-    return int(done.stdout)
+def output(command, cores=None):
+    """Standard output of a program that runs on these cores."""
+    pin = ["taskset", "-c", ",".join(map(str, cores))] if cores else []
+    return subprocess.run(pin + command, check=True, stdout=subprocess.PIPE, text=True,
+                          timeout=120).stdout
 
 
-def instructions(kind, port, quantity, count):
-    with tempfile.NamedTemporaryFile() as out:
-        done = subprocess.run(["valgrind", "--tool=callgrind",
-                               "--callgrind-out-file=" + out.name,
-                               *command(kind, port, quantity, count)],
-                              check=True, capture_output=True, text=True)
-    return int(re.search(r"Collected : (\d+)", done.stderr)[1])
+def progress(what):
+    print(what + " ...", file=sys.stderr, flush=True)
 
 
-def system_calls(kind, port, quantity, count):
-    with tempfile.NamedTemporaryFile("r") as out:
-        subprocess.run(["strace", "-f", "-o", out.name, *command(kind, port, quantity, count)],
-                       check=True, capture_output=True)
-        return sum(1 for line in out if "(" in line)
+class Callgrind:
+    """Runs a program under callgrind, which counts between the program's own marks only."""
+
+    def __init__(self, command):
+        with tempfile.TemporaryDirectory() as folder:
+            done = subprocess.run(
+                ["valgrind", "--tool=callgrind", "--instr-atstart=no",
+                 f"--callgrind-out-file={folder}/out", *command],
+                check=True, capture_output=True, text=True, timeout=240)
+            self.output = done.stdout
+            self.total = int(re.search(r"Collected : (\d+)", done.stderr)[1])
+            self.dumps = dict(filter(None, (self.dump(e.path) for e in os.scandir(folder))))
+
+    @staticmethod
+    def dump(path):
+        with open(path, encoding="utf-8") as file:
+            text = file.read()
+        name = re.search(r"^desc: Trigger: Client Request: (.*)$", text, re.M)
+        return (name[1], int(re.search(r"^totals: (\d+)", text, re.M)[1])) if name else None
 
 
-def per_read(measure, kind, port, quantity):
-    return (measure(kind, port, quantity, LONG) - measure(kind, port, quantity, SHORT)) \
-        / (LONG - SHORT)
+# --- reads
 
 
-def round_trips(port, quantity):
-    times = {kind: [] for kind in KINDS}
-    for _ in range(ROUNDS):
-        for kind in KINDS:
-            times[kind].append(nanoseconds(kind, port, quantity) / 1000)
+def read_command(port, client, quantity, count):
+    return [program("bench_reads"), client, str(port), str(quantity), str(count), MODULE]
+
+
+def read_pairs(quantities):
+    return [(q, c) for q, c in itertools.product(quantities, READ_CLIENTS)
+            if c != "driver" or q <= MOST_FOR_DRIVER]
+
+
+def round_trips(port):
+    times = {pair: [] for pair in read_pairs(QUANTITIES)}
+    for _, (quantity, client) in itertools.product(range(READ_ROUNDS), times):
+        command = read_command(port, client, quantity, READS)
+        times[quantity, client].append(int(output(command, CLIENT_CORES)) / 1000)
     return times
 
 
-def ratio_text(ours, theirs):
-    ratios = sorted(a / b for a, b in zip(ours, theirs))
-    return f"{statistics.median(ratios):.2f} ({ratios[0]:.2f} to {ratios[-1]:.2f})"
+def read_instructions(port, quantity, client):
+    return Callgrind(read_command(port, client, quantity, COUNTED_READS)).total / COUNTED_READS
 
 
-def report(port):
-    print("| registers | client | round trip, us | driver / client | instructions | system calls |")
-    print("|---|---|---|---|---|---|")
-    for quantity in QUANTITIES:
-        times = round_trips(port, quantity)
-        for kind in KINDS:
-            print(f"| {quantity} | {kind} | {statistics.median(times[kind]):.1f} "
-                  f"| {ratio_text(times['driver'], times[kind])} "
-                  f"| {per_read(instructions, kind, port, quantity):,.0f} "
-                  f"| {per_read(system_calls, kind, port, quantity):.1f} |", flush=True)
+def system_calls(port, quantity, client, count):
+    with tempfile.NamedTemporaryFile("r") as out:
+        output(["strace", "-f", "-o", out.name, *read_command(port, client, quantity, count)])
+        return sum(1 for line in out if "(" in line)
+
+
+def system_calls_per_read(port, quantity, client):
+    few, many = (system_calls(port, quantity, client, n) for n in (100, 100 + COUNTED_READS))
+    return (many - few) / COUNTED_READS
+
+
+def measure_reads(port, pool):
+    progress("reads")
+    counted = read_pairs(COUNTED_QUANTITIES)
+    times = round_trips(port)
+    instructions = dict(zip(counted, pool.map(lambda p: read_instructions(port, *p), counted)))
+    calls = dict(zip(counted, pool.map(lambda p: system_calls_per_read(port, *p), counted)))
+    return [{"registers": q, "client": c, "us": us, "instructions": instructions.get((q, c)),
+             "systemCalls": calls.get((q, c))} for (q, c), us in times.items()]
+
+
+# --- many devices
+
+
+def scale_command(port, client, work, devices, threads, seconds):
+    return [program("bench_scale"), client, work, str(port), str(devices), str(threads),
+            str(seconds), MODULE]
+
+
+def scale_jobs():
+    for work, devices, client in itertools.product(WORKS, DEVICES, SCALE_CLIENTS):
+        yield client, work, devices, 1, False
+    for work, devices, threads in itertools.product(WORKS, THREADED_DEVICES, [1, 2]):
+        yield "driver", work, devices, threads, True
+
+
+def measure_scale(port):
+    """One thread beside the device; and one and two threads that share the device's core."""
+    runs = {job: [] for job in scale_jobs()}
+    for turn, job in itertools.product(range(SCALE_ROUNDS), runs):
+        if job == next(iter(runs)):
+            progress(f"many devices, round {turn + 1} of {SCALE_ROUNDS}")
+        *what, everywhere = job
+        command = scale_command(port, *what, SCALE_SECONDS)
+        runs[job].append(json.loads(output(command, CORES if everywhere else CLIENT_CORES)))
+    keys = ("client", "work", "devices", "threads", "everywhere")
+    return [{**dict(zip(keys, job)), "runs": seen} for job, seen in runs.items()]
+
+
+def scale_instructions(port, client, devices):
+    done = Callgrind(scale_command(port, client, COUNTED_WORK, devices, 1, COUNTED_SECONDS))
+    return {"client": client, "devices": devices,
+            "instructions": done.total / json.loads(done.output)["orders"]}
+
+
+def count_scale(port, pool):
+    progress("instructions of many devices")
+    jobs = itertools.product(SCALE_CLIENTS, [10, 1000])
+    return list(pool.map(lambda job: scale_instructions(port, *job), jobs))
+
+
+# --- the codec
+
+
+def measure_codec():
+    progress("codec")
+    timed = json.loads(output([program("bench_codec"), "--benchmark_min_time=0.05",
+                               "--benchmark_format=json"], CLIENT_CORES))
+    ns = {one["name"]: one["cpu_time"] for one in timed["benchmarks"]}
+    counts = Callgrind([program("bench_codec")]).dumps
+    loop_ns, loop = ns.pop("nothing/loop"), counts["nothing/loop"]
+    rows = {}
+    for name, spent in ns.items():
+        what, who = name.rsplit("/", 1)
+        rows.setdefault(what, {"case": what})[who] = {
+            "ns": max(0, spent - loop_ns),
+            "instructions": round((counts[name] - loop) / CODEC_REPETITIONS)}
+    return list(rows.values())
+
+
+# --- the whole
+
+
+def machine():
+    with open("/proc/cpuinfo", encoding="utf-8") as file:
+        found = re.search(r"^model name\s*: (.*)$", file.read(), re.M)
+    return {"processor": found[1] if found else platform.machine(), "cores": len(CORES),
+            "kernel": platform.release(), "date": datetime.date.today().isoformat(),
+            "load": os.getloadavg()[0]}
+
+
+def measure(port):
+    with concurrent.futures.ThreadPoolExecutor(len(CORES)) as pool:
+        return {"machine": machine(), "reads": measure_reads(port, pool),
+                "scale": measure_scale(port), "scaleInstructions": count_scale(port, pool),
+                "codec": measure_codec()}
 
 
 def main():
-    cores = sorted(os.sched_getaffinity(0))
-    device = subprocess.Popen([os.path.join(BUILD, "bin/bench_device")], stdout=subprocess.PIPE,
-                              text=True)
+    begin = time.monotonic()
+    device = subprocess.Popen([program("bench_device")], stdout=subprocess.PIPE, text=True)
     try:
-        if len(cores) > 1:  # the device on a core of its own
-            os.sched_setaffinity(device.pid, cores[-1:])
-            os.sched_setaffinity(0, cores[:-1])
-        report(int(device.stdout.readline().rpartition(":")[2]))
+        os.sched_setaffinity(device.pid, CORES[-1:])
+        results = measure(int(device.stdout.readline().rpartition(":")[2]))
     finally:
         device.kill()
         device.wait()
+    os.makedirs(os.path.dirname(RESULTS), exist_ok=True)
+    with open(RESULTS, "w", encoding="utf-8") as file:
+        json.dump(results, file, indent=1)
+    for name, text in tables.all_of(results).items():
+        print(f"{name}\n\n{text}\n")
+    print(f"{time.monotonic() - begin:.0f} s; the data are in {RESULTS}", file=sys.stderr)
 
 
 if __name__ == "__main__":

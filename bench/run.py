@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Measures this driver and its peers side by side: run.py BUILD_FOLDER RESULTS_FILE.
 
-One small device on a core of its own, and the same work through each client. Runs that take time are
-interleaved, so that what disturbs the machine disturbs all of them. Instructions come from callgrind
-between marks that the programs set; system calls from strace, as the difference between a long and a
-short run. Prints tables, and writes what they were made from as JSON."""
+One small device on a core of its own, and the same work through each client. Runs that take time
+are interleaved, so that what disturbs the machine disturbs all of them. Instructions come from
+callgrind between marks that the programs set; system calls from strace, as the difference between a
+long and a short run. Prints tables, and writes what they were made from as JSON."""
 
 import concurrent.futures
 import datetime

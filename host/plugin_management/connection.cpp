@@ -235,5 +235,5 @@ void Connection::dropSocket()
 
 QString Connection::endpointText() const
 {
-    return QStringLiteral("%1:%2").arg(m_endpoint.host).arg(m_endpoint.port);
+    return QStringLiteral("%1:%2").arg(m_endpoint.host, QString::number(m_endpoint.port));
 }

@@ -126,8 +126,8 @@ bool WorkerEngine::fillOrder(WorkerOrder& order, const QString& function, QStrin
     if (order.intervalMs < 0) {
         refusal = QStringLiteral("parameter 'recurrentInterval': '%1' is not a number of "
                                  "milliseconds, 1 to %2")
-                      .arg(order.parameters.value(QStringLiteral("recurrentInterval")).toString())
-                      .arg(longestIntervalMs);
+                      .arg(order.parameters.value(QStringLiteral("recurrentInterval")).toString(),
+                           QString::number(longestIntervalMs));
         return false;
     }
     return true;
@@ -508,8 +508,8 @@ bool WorkerEngine::connectAllowed(const ParameterMap& parameters, QString& refus
         refusal = QStringLiteral("parameter 'host' is empty; name the device's address");
     } else if (!portIsNumber || port == 0 || port > largestPort) {
         refusal = QStringLiteral("parameter 'port': '%1' is not a number 1 to %2")
-                      .arg(parameters.value(QStringLiteral("port")).toString())
-                      .arg(largestPort);
+                      .arg(parameters.value(QStringLiteral("port")).toString(),
+                           QString::number(largestPort));
     }
     return refusal.isEmpty();
 }
@@ -674,7 +674,6 @@ WorkerStatistics WorkerEngine::statistics() const
 
 QString WorkerEngine::endpointText() const
 {
-    return QStringLiteral("%1:%2")
-        .arg(m_connection.endpoint().host)
-        .arg(m_connection.endpoint().port);
+    return QStringLiteral("%1:%2").arg(m_connection.endpoint().host,
+                                       QString::number(m_connection.endpoint().port));
 }

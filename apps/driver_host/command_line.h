@@ -24,6 +24,7 @@ struct Request
     bool verbose = false;
     bool color = true;
     int count = 0; ///< end after so many results; 0: go on
+    int connectLimitS = 120; ///< how long the order that makes the connection may take for it
 };
 
 /// A request, or what to say instead of doing something.

@@ -11,6 +11,8 @@
 #include <plugin_management/d_abstract_worker.h>
 #include <plugin_management/d_orders.h>
 
+#include <utility>
+
 namespace {
 
 using Code = OrderFailure::Code;
@@ -61,6 +63,8 @@ Session::Session(DAbstractPlugin& device, const ModuleDescription& module, const
     m_isConnect = command.isConnect();
     m_needsConnection = module.connectCommand() != nullptr && !m_isConnect;
     m_recurrent = command.recurrent;
+    m_connectLimit.setSingleShot(true);
+    connect(&m_connectLimit, &QTimer::timeout, this, &Session::giveUpConnecting);
     m_renderer = makeRenderer(request.format, renderedOrder(device.objectName(), command, request));
     watchOrders();
 }
@@ -75,6 +79,9 @@ void Session::watchOrders()
 
 void Session::start()
 {
+    if (m_needsConnection || m_isConnect) {
+        m_connectLimit.start(m_request.connectLimitS * 1000);
+    }
     if (m_needsConnection) {
         startConnect();
     } else {
@@ -137,6 +144,7 @@ void Session::stop(int exitCode)
 void Session::close()
 {
     m_state = State::Closing;
+    m_connectLimit.stop();
     if (m_connectId == 0 || !m_device.orders()->stop(m_connectId)) {
         end();
     }
@@ -185,6 +193,7 @@ void Session::takeConnectionState(bool connected)
         return; // still not connected is no news: the order's end or its trouble tells the reason
     }
     m_connected = connected;
+    m_connectLimit.stop();
     if (m_state == State::Connecting) {
         startOrder();
     } else if (m_stopCode || m_state != State::Running) {
@@ -224,12 +233,31 @@ void Session::connectFinished(const DOrder& order)
 {
     m_connectId = 0;
     if (m_state == State::Connecting) {
-        m_exitCode = exitCodeOf(order.failure.code, true);
-        fail(order.failure, connectFailureText(m_request.command, order.failure));
+        const OrderFailure why = order.state == DOrder::State::Done
+            ? makeFailure(Code::NotConnected,
+                          QStringLiteral("'connect' ended without telling of a connection"))
+            : order.failure;
+        m_exitCode = exitCodeOf(why.code, true);
+        fail(why, connectFailureText(m_request.command, why));
     }
     if (m_state != State::Running) { // else the order, which now has no connection, ends first
         end();
     }
+}
+
+// The framework bounds every attempt to connect, but not how long a module keeps to itself that it
+// has connected.
+void Session::giveUpConnecting()
+{
+    if (m_isConnect) {
+        m_connectId = std::exchange(m_orderId, 0); // from here on it is only to be closed
+    }
+    const QString text = QStringLiteral("%1 failed: 'connect' has told of no connection within "
+                                        "%2 s; --connect-limit gives it longer");
+    m_exitCode = ExitNoConnection;
+    fail(makeFailure(Code::NotConnected, {}),
+         text.arg(m_request.command, QString::number(m_request.connectLimitS)));
+    close();
 }
 
 void Session::orderFinished(const DOrder& order)

@@ -8,6 +8,7 @@
 
 #include <QElapsedTimer>
 #include <QObject>
+#include <QTimer>
 
 #include <memory>
 #include <optional>
@@ -53,6 +54,7 @@ private:
     void takeTrouble(quint64 orderId, const OrderFailure& failure);
     void takeFinished(const DOrder& order);
     void connectFinished(const DOrder& order);
+    void giveUpConnecting();
     void orderFinished(const DOrder& order);
     void fail(const OrderFailure& failure, const QString& text);
     void showEnd(const OrderFailure& failure, const QString& text);
@@ -70,6 +72,7 @@ private:
     std::unique_ptr<Renderer> m_renderer;
     RepeatFilter m_troubles{QStringLiteral("failure")};
     State m_state = State::Idle;
+    QTimer m_connectLimit; // runs until the first connection
     bool m_isConnect;
     bool m_needsConnection;
     bool m_recurrent;

@@ -17,6 +17,7 @@ namespace {
 constexpr const char* globalGroup = "Global options";
 constexpr const char* connectGroup = "Connection options";
 constexpr int longestIntervalMs = 24 * 60 * 60 * 1000; // the framework's own limit
+constexpr int longestConnectS = 24 * 60 * 60;
 
 // How the help shows what an option of this type takes.
 constexpr std::array<std::pair<const char*, const char*>, 5> typeLabels{{
@@ -93,6 +94,11 @@ Subcommand::Subcommand(CLI::App& root, const CommandDescription& command,
     if (connect != nullptr && !command.isConnect()) {
         addParameters(*connect, true);
     }
+    if (connect != nullptr) {
+        m_app->add_option("--connect-limit", m_connectLimit, "Give up without a connection by then")
+            ->option_text("S, default 120")
+            ->group(connectGroup);
+    }
     if (takesRepetition()) {
         addRepetition();
     }
@@ -156,8 +162,9 @@ const Subcommand::ParameterOption* Subcommand::find(const QString& parameter) co
 
 QString Subcommand::fill(Request& request) const
 {
-    for (const auto step : {&Subcommand::fillOptions, &Subcommand::fillParams,
-                            &Subcommand::fillRepetition, &Subcommand::fillDefaults}) {
+    for (const auto step :
+         {&Subcommand::fillOptions, &Subcommand::fillParams, &Subcommand::fillRepetition,
+          &Subcommand::fillConnectLimit, &Subcommand::fillDefaults}) {
         QString error = (this->*step)(request);
         if (!error.isEmpty()) {
             return error;
@@ -233,6 +240,14 @@ QString Subcommand::fillRepetition(Request& request) const
         error = readCount("--count", m_count, std::numeric_limits<int>::max(), request.count);
     }
     return error;
+}
+
+QString Subcommand::fillConnectLimit(Request& request) const
+{
+    constexpr const char* name = "--connect-limit";
+    return m_app->get_option_no_throw(name) == nullptr
+        ? QString()
+        : readCount(name, m_connectLimit, longestConnectS, request.connectLimitS);
 }
 
 QString Subcommand::readCount(const char* option, const std::string& given, int most,

@@ -64,19 +64,21 @@ private:
     QString fillParams(Request& request) const;
     QString fillParam(const QString& given, Request& request) const;
     QString fillRepetition(Request& request) const;
+    QString fillConnectLimit(Request& request) const;
     QString readCount(const char* option, const std::string& given, int most, int& number) const;
     QString missing(const Request& request) const;
     QString fillDefaults(Request& request) const;
 
     CommandDescription m_command;
     CLI::App* m_app;
-    QSet<QString> m_takenNames{QStringLiteral("help"),    QStringLiteral("version"),
-                               QStringLiteral("param"),   QStringLiteral("interval"),
-                               QStringLiteral("count"),   QStringLiteral("plugin"),
-                               QStringLiteral("format"),  QStringLiteral("quiet"),
-                               QStringLiteral("verbose"), QStringLiteral("no-color")};
+    QSet<QString> m_takenNames{
+        QStringLiteral("help"),     QStringLiteral("version"),      QStringLiteral("param"),
+        QStringLiteral("interval"), QStringLiteral("count"),        QStringLiteral("plugin"),
+        QStringLiteral("format"),   QStringLiteral("quiet"),        QStringLiteral("verbose"),
+        QStringLiteral("no-color"), QStringLiteral("connect-limit")};
     std::deque<ParameterOption> m_options; // a deque, as the parser keeps references into it
     std::vector<std::string> m_params;
     std::string m_interval;
     std::string m_count;
+    std::string m_connectLimit;
 };

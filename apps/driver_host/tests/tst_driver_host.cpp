@@ -210,6 +210,7 @@ void TestDriverHost::arguments_data()
     bad("speak --host a --count 3", "unknown option '--count'");
     bad("hear --what 1 --host a --count 0", "--count: '0' is not a number 1 to 2147483647");
     bad("speak --host", "--host needs a value");
+    bad("speak --host a --connect-limit 0", "--connect-limit: '0' is not a number 1 to 86400");
     bad("shout", "unknown command 'shout'");
     bad("--format xml info", "--format: 'xml' is not one of text, json, csv");
     bad("--quiet", "no command given");

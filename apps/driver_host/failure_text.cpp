@@ -99,15 +99,32 @@ QString subject(const OrderFailure& failure, const ParameterMap& parameters,
 
 QString advice(const OrderFailure& failure)
 {
-    if (failure.code == Code::BadReply) {
-        return QStringLiteral("; --verbose shows the frames");
-    }
-    if (failure.code != Code::Timeout || failure.unitId < 0) {
+    switch (failure.code) {
+    case Code::BadReply:
+        return QStringLiteral("; --verbose shows the reply and what the module says of it");
+    case Code::Timeout:
+        if (failure.unitId >= 0) {
+            return QStringLiteral("; a device that does not serve unit %1 looks just like one that "
+                                  "is switched off")
+                .arg(failure.unitId);
+        }
+        [[fallthrough]];
+    case Code::NotConnected:
+        return QStringLiteral("; check that the device is on and reachable");
+    case Code::None:
+    case Code::Usage:
+        return QLatin1String(failure.text.isEmpty() ? "; --verbose shows what it says" : "");
+    default:
         return QString();
     }
-    return QStringLiteral("; a device that does not serve unit %1 looks just like one that is "
-                          "switched off")
-        .arg(failure.unitId);
+}
+
+QString failureText(const QString& command, const OrderFailure& failure,
+                    const ParameterMap& parameters, const QString& moduleMessage,
+                    const QString& whatToDo)
+{
+    return QStringLiteral("%1 failed: %2%3%4")
+        .arg(command, reason(failure), subject(failure, parameters, moduleMessage), whatToDo);
 }
 
 } // namespace
@@ -115,14 +132,20 @@ QString advice(const OrderFailure& failure)
 QString failureText(const QString& command, const OrderFailure& failure,
                     const ParameterMap& parameters, const QString& moduleMessage)
 {
-    return QStringLiteral("%1 failed: %2%3%4")
-        .arg(command, reason(failure), subject(failure, parameters, moduleMessage),
-             advice(failure));
+    return failureText(command, failure, parameters, moduleMessage, advice(failure));
 }
 
 QString connectFailureText(const QString& command, const OrderFailure& failure)
 {
     const bool unreachable = failure.code == Code::NotConnected;
-    return failureText(command, failure, {}, {})
-        + QLatin1String(unreachable ? "; check host and port, and that the device is on" : "");
+    return failureText(command, failure, {}, {},
+                       unreachable
+                           ? QStringLiteral("; check host and port, and that the device is on")
+                           : advice(failure));
+}
+
+QString unconnectedFailureText(const QString& command, const OrderFailure& failure)
+{
+    return failureText(command, failure, {}, {},
+                       QStringLiteral("; the device needs a running order 'connect'"));
 }

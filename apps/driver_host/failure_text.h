@@ -16,3 +16,6 @@ QString failureText(const QString& command, const OrderFailure& failure,
 
 /// The same for an order that never began because its device could not be reached.
 QString connectFailureText(const QString& command, const OrderFailure& failure);
+
+/// The same for an order that never began because nobody keeps a connection to its device.
+QString unconnectedFailureText(const QString& command, const OrderFailure& failure);

@@ -244,6 +244,7 @@ void Runner::enter(quint64 orderId, const OrderLine& line, Device& device)
     m_running.insert(orderId,
                      {sourceOf(line), &device, command.recurrent, command.isConnect(),
                       MessageLog::lastCritical()});
+    device.connects += command.isConnect() ? 1 : 0;
     m_orderIds.insert(compactJson(line.id), orderId);
     if (!command.recurrent) {
         ++m_oneShots;
@@ -255,6 +256,7 @@ Runner::Running Runner::leave(quint64 orderId)
 {
     Running running = m_running.take(orderId);
     m_orderIds.remove(compactJson(running.source.id));
+    running.device->connects -= running.isConnect ? 1 : 0;
     if (!running.recurrent) {
         --m_oneShots;
         m_fullDevices -= running.device->oneShots-- == mostPerDevice ? 1 : 0;
@@ -283,10 +285,19 @@ void Runner::takeTrouble(quint64 orderId, const OrderFailure& failure)
     m_console.write(EventJson::error(it->source, now(), failure, text));
 }
 
-QString Runner::endText(const DOrder& order, const Running& running)
+bool Runner::lacksConnect(const DOrder& order, const Running& running) const
+{
+    return order.failure.code == Code::NotConnected && !running.isConnect
+        && running.device->connects == 0 && m_module.description.connectCommand() != nullptr;
+}
+
+QString Runner::endText(const DOrder& order, const Running& running) const
 {
     if (order.state == DOrder::State::Stopped) {
         return QStringLiteral("%1 was stopped").arg(order.command);
+    }
+    if (lacksConnect(order, running)) {
+        return unconnectedFailureText(order.command, order.failure);
     }
     const QString said =
         running.moduleMessage.isEmpty() ? MessageLog::lastCritical() : running.moduleMessage;

@@ -59,6 +59,7 @@ private:
     {
         PluginObject object;
         int oneShots = 0; // running orders that end by themselves
+        int connects = 0; // running orders that keep a connection
     };
 
     struct Running
@@ -86,7 +87,8 @@ private:
 
     void takeResult(quint64 orderId, const QString& name, const QVariant& value);
     void takeTrouble(quint64 orderId, const OrderFailure& failure);
-    static QString endText(const DOrder& order, const Running& running);
+    QString endText(const DOrder& order, const Running& running) const;
+    bool lacksConnect(const DOrder& order, const Running& running) const;
     void takeFinished(const DOrder& order);
     void writeFinished(const EventSource& source, bool ok, const ParameterMap& results);
     void stopRunning();

@@ -63,7 +63,8 @@ class SampleModule(unittest.TestCase):
                 ("--name outdoor_temperature --times 0x10", 0, "-4\n", ""),
                 ("--name nothing", 1, "", "the device answered exception 1, no such name\n"),
                 ("--name volume", 1, "", "the device's reply does not fit the request; "
-                                         "--verbose shows the frames\n"),
+                                         "--verbose shows the reply and what "
+                                         "the module says of it\n"),
                 ("--name two\nlines", 1, "", "parameter 'name' must be one word\n"),
                 ("--name level --times 70000", 2, "",
                  "--times: '70000' is not a number 0 to 65535" + USAGE),

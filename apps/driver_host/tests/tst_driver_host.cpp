@@ -127,9 +127,11 @@ void TestDriverHost::failureLine_data()
         << "read failed: the driver refused the order: Type not managed (data 7, registerType "
            "coils)";
     QTest::newRow("nobody gives a reason")
-        << OrderFailure() << one << QString() << "read failed: the module refused the order";
-    QTest::newRow("not connected") << failure(Code::NotConnected, "no connection to a:1") << one
-                                   << QString() << "read failed: no connection to a:1";
+        << OrderFailure() << one << QString()
+        << "read failed: the module refused the order; --verbose shows what it says";
+    QTest::newRow("time-out where there are no units")
+        << failure(Code::Timeout, "no answer within 9 ms") << ParameterMap() << QString()
+        << "read failed: no answer within 9 ms; check that the device is on and reachable";
 }
 
 void TestDriverHost::failureLine()

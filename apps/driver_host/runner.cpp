@@ -12,6 +12,8 @@
 #include <plugin_management/d_orders.h>
 #include <plugin_management/parameter_check.h>
 
+#include <QCryptographicHash>
+
 #include <algorithm>
 #include <vector>
 
@@ -22,6 +24,8 @@ using Code = OrderFailure::Code;
 // Well below what a worker's queue holds, as orders that repeat need their places there as well.
 constexpr int mostPerDevice = 512;
 constexpr int mostAtOnce = 4096;
+// Far more than what a pipe holds of events that a script has not read yet.
+constexpr std::size_t endedToRemember = 16384;
 
 QDateTime now() { return QDateTime::currentDateTimeUtc(); }
 
@@ -43,6 +47,12 @@ OrderLine lineOf(const InputLine& input)
     OrderLine line;
     line.error = QStringLiteral("longer than %1 bytes").arg(LineReader::defaultLimit);
     return line;
+}
+
+// An id may be long, and as many of them are remembered.
+QByteArray digest(const QJsonValue& id)
+{
+    return QCryptographicHash::hash(compactJson(id).toUtf8(), QCryptographicHash::Sha1);
 }
 
 QString missingParameters(const CommandDescription& command, const ParameterMap& parameters)
@@ -169,7 +179,8 @@ QString Runner::stopOrder(const OrderLine& line)
 {
     const auto it = m_orderIds.constFind(compactJson(line.id));
     if (it == m_orderIds.constEnd()) {
-        return QStringLiteral("no order with this id is running");
+        const bool tooLate = m_endedIds.contains(digest(line.id)); // which nobody can help
+        return tooLate ? QString() : QStringLiteral("no order with this id is running");
     }
     const quint64 orderId = *it;
     m_running[orderId].device->object.plugin->orders()->stop(orderId);
@@ -330,6 +341,21 @@ void Runner::writeFinished(const EventSource& source, bool ok, const ParameterMa
     ++m_counts.finished;
     m_counts.failed += ok ? 0 : 1;
     m_console.write(EventJson::finished(source, now(), ok, results));
+    rememberEnded(source.id);
+}
+
+void Runner::rememberEnded(const QJsonValue& id)
+{
+    m_lastEnded.push_back(digest(id));
+    ++m_endedIds[m_lastEnded.back()];
+    if (m_lastEnded.size() <= endedToRemember) {
+        return;
+    }
+    const auto oldest = m_endedIds.find(m_lastEnded.front());
+    if (--*oldest == 0) {
+        m_endedIds.erase(oldest);
+    }
+    m_lastEnded.pop_front();
 }
 
 // The connections last, as the others stand on them.

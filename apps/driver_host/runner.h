@@ -10,6 +10,7 @@
 #include <QHash>
 #include <QObject>
 
+#include <deque>
 #include <map>
 
 class Console;
@@ -91,6 +92,7 @@ private:
     bool lacksConnect(const DOrder& order, const Running& running) const;
     void takeFinished(const DOrder& order);
     void writeFinished(const EventSource& source, bool ok, const ParameterMap& results);
+    void rememberEnded(const QJsonValue& id);
     void stopRunning();
     void settle();
 
@@ -100,6 +102,8 @@ private:
     std::map<QString, Device> m_devices; // a map, as orders keep pointers into it
     QHash<quint64, Running> m_running;
     QHash<QString, quint64> m_orderIds; // of the running orders, by their id in JSON
+    std::deque<QByteArray> m_lastEnded; // the ids of finished orders, as digests
+    QHash<QByteArray, int> m_endedIds; // how often each of them stands there
     int m_oneShots = 0;
     int m_fullDevices = 0;
     bool m_inputEnded = false;

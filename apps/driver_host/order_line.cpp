@@ -14,7 +14,7 @@ namespace {
 
 using Kind = OrderLine::Kind;
 
-constexpr double largestExact = 9007199254740992.0; // whole numbers up to here survive JSON
+constexpr double largestExact = 9007199254740991.0; // beyond, two numbers may look the same
 
 QString idKey() { return QStringLiteral("id"); }
 QString deviceKey() { return QStringLiteral("device"); }
@@ -49,10 +49,11 @@ QString readId(const QJsonObject& object, OrderLine& line)
     if (id.isUndefined()) {
         return QStringLiteral("'id' is missing");
     }
-    if (!id.isString() && !id.isDouble()) {
-        return QStringLiteral("'id' is neither a text nor a number");
+    const double number = id.toDouble();
+    if (!id.isString() && (!id.isDouble() || std::floor(number) != number)) {
+        return QStringLiteral("'id' is neither a text nor a whole number");
     }
-    if (std::fabs(id.toDouble()) > largestExact) {
+    if (std::fabs(number) > largestExact) {
         return QStringLiteral("'id' is a number of more than 53 bits, which cannot be told exactly "
                               "in an answer; give it as a text");
     }

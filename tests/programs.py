@@ -1,10 +1,24 @@
 """Programs that the end-to-end tests start, and end, whatever happens."""
 
+import json
 import signal
 import subprocess
 import threading
 
 PATIENCE = 100  # seconds until something that hangs is given up
+
+
+def parse(line):
+    """An event as a program of another make reads it: as strict as JSON is."""
+    def once(pairs):
+        assert len(dict(pairs)) == len(pairs), f"a key comes twice: {line}"
+        return dict(pairs)
+
+    def refuse(constant):
+        raise ValueError(f"{constant} is no JSON")
+
+    text = line.decode("utf-8") if isinstance(line, bytes) else line
+    return json.loads(text, object_pairs_hook=once, parse_constant=refuse)
 
 
 class Program(subprocess.Popen):

@@ -92,26 +92,6 @@ class Run(unittest.TestCase):
         self.assertEqual(ends, ["l", "to " + odd, "to b"])
         self.assertEqual(host.wait(PATIENCE), 0)
 
-    def test_wrong_lines(self):
-        rows = [  # line, id in its events (7: of an order, to be ended), words of the message
-            ('{"id":"a"', None, "no JSON"),
-            ("x" * (1 << 20) + "xx", None, "longer than 1048576 bytes"),
-            ('{"device":"d","command":"read"}', None, "'id' is missing"),
-            ('{"id":"a","stop":true}', "a", "running"),
-            ('{"id":7,"device":"d","command":"shout"}', 7, "no command 'shout'"),
-            ('{"id":7,"device":"","command":"read"}', 7, "'device'"),
-            ('{"id":7,"device":"d","command":"read"}', 7, "register, registerType"),
-            (json.dumps(connect("d", 65536)).replace('"to d"', "7"), 7, "0 to 65535"),
-            ('{"id":7,"device":"d","command":"read","parms":{}}', 7, "'parms'"),
-            ('{"id":7,"device":"d","statistics":true}', 7, "named this device"),
-        ]
-        for line, name, words in rows:
-            with self.subTest(line[:80]):
-                seen = self.run_all("\n" + line, 1)
-                self.assertEqual(list(map(summary, seen)), [(name, "error", "usage")]
-                                 + [(name, "finished", False)] * (name == 7))
-                self.assertRegex(seen[0]["message"], "^line 2: .*" + words)
-
     def test_running_id_and_missing_connection(self):
         read = order("r", "d", "read", **HOLDING)
         seen = self.run_all(lines([read, read]), 1)

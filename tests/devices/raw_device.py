@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""A Modbus TCP device on plain sockets: raw_device.py [PORT], any free port by default. It holds
-what libmodbus-server holds."""
+"""A Modbus TCP device on plain sockets: raw_device.py [PORT [ID]], any free port by default. It
+holds what libmodbus-server holds. ID is what it tells of itself, in hexadecimal."""
 
 import socketserver
 import struct
@@ -13,7 +13,7 @@ HOLDING = [0] * COUNT
 HOLDING[100:110] = [(2 * n + 1) * 256 + 2 * n + 2 for n in range(10)]
 INPUT = [0] * COUNT
 INPUT[200:202] = [7, 65535]
-SERVER_ID = b"\x01\xffraw device"
+SERVER_ID = bytes.fromhex(sys.argv[2]) if len(sys.argv) > 2 else b"\x01\xffraw device"
 
 
 class Refused(Exception):

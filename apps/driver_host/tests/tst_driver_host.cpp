@@ -2,7 +2,6 @@
 #include "failure_text.h"
 #include "line_reader.h"
 #include "module_description.h"
-#include "order_line.h"
 #include "renderer.h"
 #include "value_parser.h"
 
@@ -11,7 +10,6 @@
 Q_DECLARE_METATYPE(OrderFailure)
 Q_DECLARE_METATYPE(RenderedOrder)
 Q_DECLARE_METATYPE(Format)
-Q_DECLARE_METATYPE(OrderLine::Kind)
 
 namespace {
 
@@ -54,8 +52,6 @@ private slots:
     void arguments();
     void inputLines_data();
     void inputLines();
-    void orderLine_data();
-    void orderLine();
 };
 
 void TestDriverHost::value_data()
@@ -269,51 +265,6 @@ void TestDriverHost::inputLines()
     reader.finish();
     readAll();
     QTEST(lines, "lines");
-}
-
-void TestDriverHost::orderLine_data()
-{
-    using Kind = OrderLine::Kind;
-    QTest::addColumn<QByteArray>("text");
-    QTest::addColumn<Kind>("kind");
-    QTest::addColumn<QJsonValue>("id");
-    QTest::addColumn<QString>("target"); // device/command
-    QTest::addColumn<QString>("error"); // what it begins with
-
-    const auto row = [](const char* text, Kind kind, const QJsonValue& id, const char* target,
-                        const char* error) {
-        QTest::newRow(text) << QByteArray(text) << kind << id << QString(target) << QString(error);
-    };
-    const QJsonValue none(QJsonValue::Undefined);
-    row(R"({"id":"a","device":"d","command":"c"})", Kind::Order, "a", "d/c", "");
-    row(R"({"id":-2,"device":"d \u0022","command":"c","parameters":{}})", Kind::Order, -2, "d \"/c",
-        "");
-    row(R"({"id":"a","stop":true})", Kind::Stop, "a", "/", "");
-    row(R"({"id":"a","device":"d","statistics":true})", Kind::Statistics, "a", "d/statistics", "");
-    row(R"({"id":"a"} x)", Kind::Nothing, none, "/", "no JSON: ");
-    row("[1]", Kind::Nothing, none, "/", "no JSON object");
-    row(R"({"device":"d","command":"c"})", Kind::Nothing, none, "/", "'id' is missing");
-    row(R"({"id":true,"stop":true})", Kind::Nothing, none, "/", "'id' is neither");
-    row(R"({"id":9007199254740994,"stop":true})", Kind::Nothing, none, "/", "'id' is a number of");
-    row(R"({"id":1,"stop":false})", Kind::Stop, 1, "/", "'stop' is not true");
-    row(R"({"id":1,"stop":true,"device":"d"})", Kind::Stop, 1, "/", "unknown key 'device'");
-    row(R"({"id":1,"command":"c"})", Kind::Order, 1, "/c", "'device' is missing");
-    row(R"({"id":1,"device":"d","command":7})", Kind::Order, 1, "d/", "'command' is missing");
-    row(R"({"id":1,"device":"d","command":"c","parameters":[]})", Kind::Order, 1, "d/c",
-        "'parameters' is no object");
-    row(R"({"id":1,"device":"d","command":"c","paramters":{}})", Kind::Order, 1, "d/c",
-        "unknown key 'paramters'");
-}
-
-void TestDriverHost::orderLine()
-{
-    QFETCH(QByteArray, text);
-    QFETCH(QString, error);
-    const OrderLine line = parseOrderLine(text);
-    QTEST(line.kind, "kind");
-    QTEST(line.id, "id");
-    QTEST(line.device + '/' + line.command, "target");
-    QCOMPARE(line.error.left(qMax(1, error.size())), error);
 }
 
 QTEST_GUILESS_MAIN(TestDriverHost)

@@ -106,22 +106,11 @@ void TestDriverHost::failureLine_data()
     QTest::addColumn<QString>("line");
 
     const ParameterMap one{{"register", 9999}, {"dataSize", 1}};
-    QTest::newRow("exception")
-        << failure(Code::DeviceException, "the device answered exception 2, illegal data address",
-                   2, 0)
-        << one << "unheard"
-        << "read failed: the device answered exception 2, illegal data address (register 9999, 1 "
-           "value, unit 0)";
     QTest::newRow("time-out of a write")
         << failure(Code::Timeout, "no answer within 2000 ms", 0, 0)
         << ParameterMap{{"register", 5}, {"data", list({1, 2})}} << QString()
         << "read failed: no answer within 2000 ms (register 5, 2 values, unit 0); a device that "
            "does not serve unit 0 looks just like one that is switched off";
-    QTest::newRow("refused, with the module's reason")
-        << failure(Code::Usage, "the driver refused the order")
-        << ParameterMap{{"registerType", "coils"}, {"data", 7}} << "Type not managed"
-        << "read failed: the driver refused the order: Type not managed (data 7, registerType "
-           "coils)";
     QTest::newRow("nobody gives a reason")
         << OrderFailure() << one << QString()
         << "read failed: the module refused the order; --verbose shows what it says";
@@ -204,7 +193,6 @@ void TestDriverHost::arguments_data()
     good("speak --param host=a --param port=7 --loudNess 1", {{"host", "a"}, {"loudNess", 1u}},
          {{"port", 7u}});
     bad("hear --host a", "hear needs --what");
-    bad("speak --host a --loudNess loud", "--loud-ness: 'loud' is not a number 0 to 65535");
     bad("speak --host a --count 3", "unknown option '--count'");
     bad("hear --what 1 --host a --count 0", "--count: '0' is not a number 1 to 2147483647");
     bad("speak --host", "--host needs a value");

@@ -1,5 +1,7 @@
 #include "modbus_codec.h"
 
+#include <endian.h>
+
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -48,8 +50,8 @@ constexpr std::uint16_t addToCrc(std::uint16_t crc, std::uint8_t byte)
 
 void storeBigEndian(std::uint8_t* target, std::uint16_t value)
 {
-    target[0] = highByte(value);
-    target[1] = lowByte(value);
+    const std::uint16_t ordered = htobe16(value);
+    std::memcpy(target, &ordered, sizeof(ordered));
 }
 
 void storeCrc(std::uint8_t* target, std::uint16_t crc)
@@ -65,60 +67,42 @@ void writeMbapHeader(std::uint8_t* buffer, std::uint16_t length)
     storeBigEndian(buffer + MbapLengthOffset, length);
 }
 
-// Unit id and PDU of a request whose length is known beforehand.
-template <std::size_t size>
-using Body = std::array<std::uint8_t, size>;
-
-template <std::size_t size>
-int writeTcp(std::uint8_t* buffer, const Body<size>& body)
+// A request whose unit id and PDU take \a size bytes, which \a fill puts where it is told.
+template <std::size_t size, typename Fill>
+int writeFrame(int framingMode, std::uint8_t* buffer, const Fill& fill)
 {
-    writeMbapHeader(buffer, size);
-    std::memcpy(buffer + MbapHeaderSize, body.data(), size);
-    return MbapHeaderSize + size;
-}
-
-template <std::size_t size>
-int writeRtu(std::uint8_t* buffer, const Body<size>& body)
-{
-    std::uint16_t crc = crcStart;
-    for (const std::uint8_t byte : body) {
-        *buffer++ = byte;
-        crc = addToCrc(crc, byte);
+    if (framingMode == FRAMING_TCP) {
+        writeMbapHeader(buffer, size);
+        fill(buffer + MbapHeaderSize);
+        return MbapHeaderSize + size;
     }
-    storeCrc(buffer, crc);
-    return size + 2;
-}
-
-template <std::size_t size>
-int writeLrc(std::uint8_t* buffer, const Body<size>& body)
-{
-    unsigned int sum = 0;
-    for (const std::uint8_t byte : body) {
-        *buffer++ = byte;
-        sum += byte;
-    }
-    *buffer = static_cast<std::uint8_t>(0U - sum);
-    return size + 1;
-}
-
-template <std::size_t size>
-int writeFrame(int framingMode, std::uint8_t* buffer, const Body<size>& body)
-{
+    fill(buffer);
     switch (framingMode) {
-    case FRAMING_TCP:
-        return writeTcp(buffer, body);
     case FRAMING_RTU:
-        return writeRtu(buffer, body);
+        storeCrc(buffer + size, modbus_crc16(buffer, size));
+        return size + 2;
     case FRAMING_LRC:
-        return writeLrc(buffer, body);
+        buffer[size] = modbus_lrc(buffer, size);
+        return size + 1;
     default:
         // Meant: the length goes where TCP framing has it, although there is no MBAP header. A
         // caller sees 00 06 in place of the last field of a six-byte body, and 00 02 behind a
         // two-byte one.
-        std::memcpy(buffer, body.data(), size);
         storeBigEndian(buffer + MbapLengthOffset, size);
         return size;
     }
+}
+
+// Unit id, function code, and two words.
+int writeTwoWords(int framingMode, std::uint8_t* buffer, std::uint8_t unitId,
+                  std::uint8_t functionCode, std::uint16_t first, std::uint16_t second)
+{
+    return writeFrame<6>(framingMode, buffer, [=](std::uint8_t* body) {
+        body[0] = unitId;
+        body[1] = functionCode;
+        storeBigEndian(body + 2, first);
+        storeBigEndian(body + 4, second);
+    });
 }
 
 } // namespace
@@ -126,25 +110,22 @@ int writeFrame(int framingMode, std::uint8_t* buffer, const Body<size>& body)
 int modbus_build_read_request(std::uint8_t functionCode, int framingMode, std::uint8_t* buffer,
                               std::uint8_t unitId, std::uint16_t address, std::uint16_t quantity)
 {
-    return writeFrame(framingMode, buffer,
-                      Body<6>{unitId, functionCode, highByte(address), lowByte(address),
-                              highByte(quantity), lowByte(quantity)});
+    return writeTwoWords(framingMode, buffer, unitId, functionCode, address, quantity);
 }
 
 int modbus_build_write_single_register(std::uint8_t functionCode, int framingMode,
                                        std::uint8_t* buffer, std::uint8_t unitId,
                                        std::uint16_t address, std::uint16_t value)
 {
-    return modbus_build_read_request(functionCode, framingMode, buffer, unitId, address, value);
+    return writeTwoWords(framingMode, buffer, unitId, functionCode, address, value);
 }
 
 int modbus_build_write_single_coil(int framingMode, std::uint8_t* buffer, std::uint8_t unitId,
                                    std::uint16_t address, std::int32_t value)
 {
     const auto state = static_cast<std::uint8_t>(0U - static_cast<std::uint32_t>(value));
-    return writeFrame(
-        framingMode, buffer,
-        Body<6>{unitId, WriteSingleCoil, highByte(address), lowByte(address), state, 0});
+    return writeTwoWords(framingMode, buffer, unitId, WriteSingleCoil, address,
+                         static_cast<std::uint16_t>(state << 8));
 }
 
 int modbus_build_write_multiple_registers(std::uint8_t functionCode, int framingMode,
@@ -181,7 +162,10 @@ int modbus_build_write_multiple_registers(std::uint8_t functionCode, int framing
 
 int modbus_build_report_server_id(int framingMode, std::uint8_t* buffer, std::uint8_t unitId)
 {
-    return writeFrame(framingMode, buffer, Body<2>{unitId, ReportServerId});
+    return writeFrame<2>(framingMode, buffer, [=](std::uint8_t* body) {
+        body[0] = unitId;
+        body[1] = ReportServerId;
+    });
 }
 
 int modbus_write_tcp_header(int framingMode, std::uint8_t* buffer)

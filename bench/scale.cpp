@@ -9,6 +9,7 @@
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_abstract_worker.h>
+#include <plugin_management/d_event_dispatcher.h>
 #include <plugin_management/d_orders.h>
 #include <plugin_management/d_plugin_loader.h>
 
@@ -293,6 +294,9 @@ public:
         : m_job(job), m_devices(devices), m_onReady(std::move(onReady))
     {
         m_anchor.moveToThread(&m_thread);
+        if (job.kind == QLatin1String("driver")) {
+            m_thread.setEventDispatcher(new DEventDispatcher);
+        }
         m_thread.start();
         call([this] { openAll(); });
     }

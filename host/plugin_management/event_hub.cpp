@@ -96,8 +96,14 @@ void EventHub::timerEvent(QTimerEvent* event)
         }
         LazyTimer* timer = first->second;
         m_timers.erase(first);
+        startForFirst(nowMs); // the handler may run a loop of its own, in which the others fire
         timer->wake(nowMs);
     }
+    startForFirst(nowMs);
+}
+
+void EventHub::startForFirst(qint64 nowMs)
+{
     if (!m_timers.empty() && m_timers.begin()->first < m_startedForMs) {
         startTimer(m_timers.begin()->first, nowMs);
     }

@@ -50,6 +50,7 @@ private:
     Timers::iterator schedule(qint64 dueMs, LazyTimer* timer);
     void cancel(Timers::iterator place) { m_timers.erase(place); }
     void startTimer(qint64 dueMs, qint64 nowMs);
+    void startForFirst(qint64 nowMs);
 
     Timers m_timers;
     QBasicTimer m_timer;

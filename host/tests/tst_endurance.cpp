@@ -1,6 +1,8 @@
 #include "order_bench.h"
 #include "scripted_device.h"
 
+#include <plugin_management/d_event_dispatcher.h>
+
 #include <QElapsedTimer>
 #include <QRandomGenerator>
 
@@ -192,6 +194,12 @@ void EnduranceTest::everyOrderOfAStormEndsOnce()
     qInfo("%d orders", orders);
 }
 
-QTEST_GUILESS_MAIN(EnduranceTest)
+int main(int argc, char* argv[])
+{
+    QCoreApplication::setEventDispatcher(new DEventDispatcher);
+    QCoreApplication application(argc, argv);
+    EnduranceTest test;
+    return QTest::qExec(&test, argc, argv);
+}
 
 #include "tst_endurance.moc"

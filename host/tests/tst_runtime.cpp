@@ -1,8 +1,12 @@
 #include "order_bench.h"
 #include "scripted_device.h"
 
+#include <plugin_management/d_event_dispatcher.h>
+
 #include <QSignalSpy>
 #include <QtTest>
+
+#include <array>
 
 using Code = OrderFailure::Code;
 using Step = ScriptedDevice::Step;
@@ -43,6 +47,8 @@ private slots:
     void keepAliveTakesAnyReplyAsLife();
     void destructionEndsEveryOrderOnce();
     void destructionInsideAReport();
+    void aLoopInsideAReportStopsNobody_data();
+    void aLoopInsideAReportStopsNobody();
 };
 
 void RuntimeTest::replies_data()
@@ -414,6 +420,58 @@ void RuntimeTest::destructionInsideAReport()
     QCoreApplication::processEvents();
 }
 
-QTEST_GUILESS_MAIN(RuntimeTest)
+void RuntimeTest::aLoopInsideAReportStopsNobody_data()
+{
+    QTest::addColumn<QList<Step>>("firstDevice");
+    QTest::newRow("in a reply") << QList<Step>{ScriptedDevice::Answer};
+    QTest::newRow("in a time-out") << QList<Step>{ScriptedDevice::Answer, ScriptedDevice::Never};
+}
+
+// What a slot does while it shows a dialog, say. Two orders of others come to their time limits in
+// it, and a reply comes too; all other limits are too far off to help.
+void RuntimeTest::aLoopInsideAReportStopsNobody()
+{
+    QFETCH(QList<Step>, firstDevice);
+    ScriptedDevice device;
+    device.script = firstDevice;
+    ScriptedDevice silent;
+    silent.script = {Step::Never, Step::Never};
+    ScriptedDevice lively;
+    std::array<Bench, 4> benches;
+    constexpr int farOff = 60000;
+    benches[0].connectTo(device.port(), farOff);
+    benches[1].connectTo(silent.port(), farOff);
+    benches[2].connectTo(silent.port(), farOff);
+    benches[3].connectTo(lively.port(), farOff);
+    for (int left = firstDevice.size(); left > 1; --left) {
+        benches[0].finish(benches[0].start(ask, value(0, farOff)));
+    }
+    const quint64 first = benches[0].start(ask, value(1, 40));
+    const std::array<quint64, 2> limited{benches[1].start(ask, value(2, 60)),
+                                         benches[2].start(ask, value(3, 80))};
+    bool others = false;
+    QObject::connect(
+        benches[0].plugin->orders(), &DOrders::sigOrderFinished, this, [&](const DOrder& order) {
+            const quint64 prompt = order.id == first ? benches[3].start(ask, value(4, farOff)) : 0;
+            others = prompt == 0 || waitFor([&] {
+                         return benches[1].ends.contains(limited[0])
+                             && benches[2].ends.contains(limited[1])
+                             && benches[3].ends.contains(prompt);
+                     });
+        });
+    benches[0].finish(first);
+    QVERIFY(others);
+}
+
+// Qt's own event loop, or the kit's when its name is given in the environment.
+int main(int argc, char* argv[])
+{
+    if (qEnvironmentVariable("EVENT_LOOP") == QLatin1String("kit")) {
+        QCoreApplication::setEventDispatcher(new DEventDispatcher);
+    }
+    QCoreApplication application(argc, argv);
+    RuntimeTest test;
+    return QTest::qExec(&test, argc, argv);
+}
 
 #include "tst_runtime.moc"

@@ -71,11 +71,9 @@ QString pollStatistics(const WorkerStatistics& before, const WorkerStatistics& a
     const auto since = [&](quint64 WorkerStatistics::*counter) {
         return after.*counter - before.*counter;
     };
-    quint64 failed = 0;
     QStringList reasons;
     for (const FailureKind& kind : failureKinds) {
         const quint64 count = since(kind.counter);
-        failed += count;
         if (count > 0) {
             reasons.append(counted(count, kind.one, kind.many));
         }
@@ -84,7 +82,8 @@ QString pollStatistics(const WorkerStatistics& before, const WorkerStatistics& a
         ? QString()
         : QStringLiteral(" (%1)").arg(reasons.join(QLatin1String(", ")));
     return QStringLiteral("%1 done, %2 failed%3, %4, %5, %6, %7 s%8")
-        .arg(QString::number(since(&WorkerStatistics::done)), QString::number(failed), why,
+        .arg(QString::number(since(&WorkerStatistics::done)),
+             QString::number(failedCount(after) - failedCount(before)), why,
              counted(since(&WorkerStatistics::ticksSkipped), "tick skipped", "ticks skipped"),
              counted(since(&WorkerStatistics::reconnects), "reconnect", "reconnects"),
              counted(since(&WorkerStatistics::droppedBytes), "byte dropped", "bytes dropped"),
@@ -98,4 +97,13 @@ ParameterMap statisticsValues(const WorkerStatistics& statistics)
         values.insert(QLatin1String(each.name), statistics.*each.counter);
     }
     return values;
+}
+
+quint64 failedCount(const WorkerStatistics& statistics)
+{
+    quint64 failed = 0;
+    for (const FailureKind& kind : failureKinds) {
+        failed += statistics.*kind.counter;
+    }
+    return failed;
 }

@@ -12,3 +12,6 @@ QString pollStatistics(const WorkerStatistics& before, const WorkerStatistics& a
 
 /// All counters under their own names.
 ParameterMap statisticsValues(const WorkerStatistics& statistics);
+
+/// Orders and repetitions that failed, for whatever reason.
+quint64 failedCount(const WorkerStatistics& statistics);

@@ -5,33 +5,7 @@
 
 namespace {
 
-constexpr qlonglong largestWord = 0xFFFF;
-
 QString utcText(const QDateTime& time) { return time.toUTC().toString(Qt::ISODateWithMs); }
-
-bool isWholeNumber(const QVariant& value)
-{
-    switch (value.userType()) {
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-    case QMetaType::UChar:
-        return true;
-    default:
-        return false;
-    }
-}
-
-// The register that the value at \a index came from. Packed answers (coils as bits, the outcome of
-// a write) hold another number of values than was asked for: those belong to no one register.
-std::optional<int> registerOf(const RenderedOrder& order, int index, int size)
-{
-    const bool oneEach = order.registers && order.registers->count == size;
-    return oneEach ? std::optional<int>(order.registers->first + index) : std::nullopt;
-}
 
 class TextRenderer : public Renderer
 {
@@ -71,7 +45,7 @@ private:
     {
         QStringList texts;
         for (int i = 0; i < values.size(); ++i) {
-            const auto number = registerOf(m_order, i, values.size());
+            const auto number = registerOf(m_order.registers, i, values.size());
             const QString head = number ? QStringLiteral("%1  ").arg(*number) : QString();
             texts.append(head + itemText(values.at(i)));
         }
@@ -80,11 +54,8 @@ private:
 
     static QString itemText(const QVariant& value)
     {
-        const qlonglong number = value.toLongLong();
-        if (!isWholeNumber(value) || number < 0 || number > largestWord) {
-            return plainText(value);
-        }
-        return QStringLiteral("%1  0x%2").arg(number).arg(number, 4, 16, QLatin1Char('0'));
+        const QString word = wordText(value);
+        return word.isEmpty() ? plainText(value) : plainText(value) + QLatin1String("  ") + word;
     }
 
     static QStringList mapLines(const ParameterMap& map)
@@ -198,7 +169,7 @@ private:
         if (!m_order.registers) {
             return QString::number(index);
         }
-        const auto number = registerOf(m_order, index, size);
+        const auto number = registerOf(m_order.registers, index, size);
         return number ? QString::number(*number) : QString();
     }
 
@@ -224,6 +195,12 @@ std::optional<RegisterRange> registerRange(const ParameterMap& parameters)
     const int first = parameters.value(QStringLiteral("register")).toInt(&hasFirst);
     const int count = parameters.value(QStringLiteral("dataSize")).toInt(&hasCount);
     return hasFirst && hasCount ? std::optional<RegisterRange>({first, count}) : std::nullopt;
+}
+
+std::optional<int> registerOf(const std::optional<RegisterRange>& registers, int index, int size)
+{
+    const bool oneEach = registers && registers->count == size;
+    return oneEach ? std::optional<int>(registers->first + index) : std::nullopt;
 }
 
 QString Renderer::error(const QDateTime& time, const OrderFailure& failure, const QString& message)

@@ -21,6 +21,11 @@ struct RegisterRange
 /// The range of an order with these parameters; none when they do not name both.
 std::optional<RegisterRange> registerRange(const ParameterMap& parameters);
 
+/// The register that the value at \a index of \a size values came from. Packed answers (coils as
+/// bits, the outcome of a write) hold another number of values than was asked for: those belong to
+/// no one register.
+std::optional<int> registerOf(const std::optional<RegisterRange>& registers, int index, int size);
+
 /// The order whose results are rendered.
 struct RenderedOrder
 {

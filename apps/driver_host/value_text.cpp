@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr qlonglong largestWord = 0xFFFF;
+
 bool isPrintable(char byte) { return byte >= 0x20 && byte < 0x7F; }
 
 QString bytesText(const QByteArray& bytes)
@@ -31,6 +33,22 @@ QString withoutControls(const QString& text)
                         : QString(c);
     }
     return safe;
+}
+
+bool isWholeNumber(const QVariant& value)
+{
+    switch (value.userType()) {
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+    case QMetaType::Short:
+    case QMetaType::UShort:
+    case QMetaType::UChar:
+        return true;
+    default:
+        return false;
+    }
 }
 
 QString listText(const QVariantList& list)
@@ -75,6 +93,13 @@ QString plainText(const QVariant& value)
     default:
         return withoutControls(value.toString());
     }
+}
+
+QString wordText(const QVariant& value)
+{
+    const qlonglong number = value.toLongLong();
+    const bool isWord = isWholeNumber(value) && number >= 0 && number <= largestWord;
+    return isWord ? QStringLiteral("0x%1").arg(number, 4, 16, QLatin1Char('0')) : QString();
 }
 
 QJsonValue jsonValue(const QVariant& value)

@@ -8,6 +8,9 @@
 /// list with commas, control characters as \\xNN.
 QString plainText(const QVariant& value);
 
+/// A whole number of 0 to 65535 in hexadecimal, "0x0102"; empty for anything else.
+QString wordText(const QVariant& value);
+
 /// A value for JSON: byte arrays as lower-case hexadecimal text, an invalid value as null.
 QJsonValue jsonValue(const QVariant& value);
 

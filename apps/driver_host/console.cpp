@@ -1,10 +1,12 @@
 #include "console.h"
 
+#include "live_terminal.h"
+#include "write_all.h"
+
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,47 +15,22 @@ namespace {
 constexpr const char* clearLine = "\r\x1b[K";
 std::atomic<bool> progressIsShown{false};
 
-// True when a failed write may be tried again: it was interrupted, or the file, which another
-// program has set not to block, has room again.
-bool canTryAgain(int file)
-{
-    if (errno == EAGAIN) {
-        pollfd room{file, POLLOUT, 0};
-        return ::poll(&room, 1, -1) >= 0 || errno == EINTR;
-    }
-    return errno == EINTR;
-}
-
-// All of it, or false with errno.
-bool writeAll(int file, const QByteArray& bytes)
-{
-    qint64 done = 0;
-    while (done < bytes.size()) {
-        const ssize_t written =
-            ::write(file, bytes.constData() + done, size_t(bytes.size() - done));
-        if (written < 0 && !canTryAgain(file)) {
-            return false;
-        }
-        done += written < 0 ? 0 : written;
-    }
-    return true;
-}
-
 bool isPipe(int file)
 {
     struct stat info = {};
     return ::fstat(file, &info) == 0 && (S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode));
 }
 
-bool wantsColor()
+bool canShowColor(int file)
 {
-    return ::isatty(STDERR_FILENO) == 1 && qEnvironmentVariableIsEmpty("NO_COLOR");
+    return ::isatty(file) == 1 && qEnvironmentVariableIsEmpty("NO_COLOR");
 }
 
 } // namespace
 
 Console::Console(bool quiet, bool color, QObject* parent)
-    : QObject(parent), m_quiet(quiet), m_color(color && wantsColor()),
+    : QObject(parent), m_quiet(quiet), m_color(color && canShowColor(STDERR_FILENO)),
+      m_colorOfResults(color && canShowColor(STDOUT_FILENO)),
       m_hangUp(STDOUT_FILENO, QSocketNotifier::Exception)
 {
     m_hangUp.setEnabled(false);
@@ -63,7 +40,14 @@ Console::Console(bool quiet, bool color, QObject* parent)
 
 void Console::write(const QString& lines)
 {
-    if (!m_open || lines.isEmpty() || writeAll(STDOUT_FILENO, lines.toUtf8())) {
+    if (m_open && !lines.isEmpty() && !writeAll(STDOUT_FILENO, lines.toUtf8())) {
+        loseOutput();
+    }
+}
+
+void Console::loseOutput()
+{
+    if (!m_open) {
         return;
     }
     m_lostOutput = errno != EPIPE;
@@ -125,6 +109,9 @@ void openStandardFiles()
 
 void writeStandardError(const QString& line)
 {
+    if (LiveTerminal::holdBack(line)) {
+        return;
+    }
     const QByteArray before = progressIsShown.exchange(false) ? clearLine : "";
     writeAll(STDERR_FILENO, before + line.toUtf8() + '\n');
 }

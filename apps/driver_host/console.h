@@ -18,6 +18,10 @@ public:
     void write(const QString& lines);
     /// True when a result could not be written although somebody was there to read it.
     bool hasLostOutput() const { return m_lostOutput; }
+    /// To be called when a write to standard output by someone else failed, with its errno.
+    void loseOutput();
+    /// True when results may be coloured.
+    bool hasColorOfResults() const { return m_colorOfResults; }
     /// Tells what went wrong.
     void error(const QString& line);
     /// Tells what is nice to know.
@@ -38,6 +42,7 @@ private:
 
     bool m_quiet;
     bool m_color;
+    bool m_colorOfResults;
     bool m_open = true;
     bool m_lostOutput = false;
     QSocketNotifier m_hangUp;

@@ -1,6 +1,7 @@
 #include "message_log.h"
 
 #include "console.h"
+#include "live_terminal.h"
 #include "repeat_filter.h"
 
 #include <QMutex>
@@ -40,6 +41,9 @@ void handleMessage(QtMsgType type, const QMessageLogContext& context, const QStr
     }
     if (state.verbose || type == QtWarningMsg || type == QtFatalMsg) {
         print(state.filter.add(text.trimmed(), message));
+    }
+    if (type == QtFatalMsg) {
+        LiveTerminal::printHeldBack();
     }
 }
 

@@ -3,6 +3,8 @@
 #include "console.h"
 #include "exit_codes.h"
 #include "failure_text.h"
+#include "live_terminal.h"
+#include "live_view.h"
 #include "message_log.h"
 #include "module_description.h"
 #include "poll_statistics.h"
@@ -65,8 +67,45 @@ Session::Session(DAbstractPlugin& device, const ModuleDescription& module, const
     m_recurrent = command.recurrent;
     m_connectLimit.setSingleShot(true);
     connect(&m_connectLimit, &QTimer::timeout, this, &Session::giveUpConnecting);
-    m_renderer = makeRenderer(request.format, renderedOrder(device.objectName(), command, request));
+    const RenderedOrder order = renderedOrder(device.objectName(), command, request);
+    m_renderer = makeRenderer(request.format, order);
+    if (m_recurrent && !m_isConnect && request.format == Format::Text && !request.plain
+        && LiveTerminal::isPossible()) {
+        makeView(order);
+    }
     watchOrders();
+}
+
+Session::~Session() = default;
+
+void Session::makeView(const RenderedOrder& order)
+{
+    LiveView::Options options;
+    options.registers = order.registers;
+    options.color = m_console.hasColorOfResults();
+    if (!m_request.quiet) {
+        options.status = [this] { return liveStatus(); };
+    }
+    m_view = std::make_unique<LiveView>(options, m_console);
+}
+
+void Session::updateView()
+{
+    if (m_view) {
+        m_view->update();
+    }
+}
+
+LiveStatus Session::liveStatus() const
+{
+    const WorkerStatistics after = workerStatistics();
+    LiveStatus status;
+    status.device = m_needsConnection ? endpointText(m_request.connectParameters) : QString();
+    status.connected = !m_isLost;
+    status.intervalMs = m_request.parameters.value(QStringLiteral("recurrentInterval")).toInt();
+    status.done = after.done - m_before.done;
+    status.failed = failedCount(after) - failedCount(m_before);
+    return status;
 }
 
 void Session::watchOrders()
@@ -158,6 +197,9 @@ void Session::end()
     m_state = State::Ended;
     showRepeats();
     MessageLog::flush();
+    if (m_view) {
+        m_view->finish();
+    }
     if (!m_outputClosed && !m_statistics.isEmpty()) {
         m_console.note(m_statistics);
     }
@@ -181,7 +223,11 @@ void Session::showResult(const QString& name, const QVariant& value)
         return;
     }
     showRepeats();
-    m_console.write(m_renderer->result(now(), name, value));
+    if (m_view) {
+        m_view->take(now(), name, value);
+    } else {
+        m_console.write(m_renderer->result(now(), name, value));
+    }
     if (++m_resultCount == m_request.count) {
         m_device.orders()->stop(m_orderId);
     }
@@ -202,8 +248,10 @@ void Session::takeConnectionState(bool connected)
         showResult(QStringLiteral("connected"), connected);
     } else if (m_recurrent) {
         showRepeats();
+        m_isLost = !connected;
         m_console.note(connected ? QStringLiteral("connected again")
                                  : QStringLiteral("connection lost (%1), retrying").arg(m_whyLost));
+        updateView();
     }
 }
 
@@ -314,6 +362,7 @@ void Session::showTrouble(const OrderFailure& failure, const QString& text)
     for (const QString& line : m_troubles.add(text, text)) {
         m_console.error(line);
     }
+    updateView();
 }
 
 void Session::showRepeats()

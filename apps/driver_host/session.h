@@ -14,7 +14,9 @@
 #include <optional>
 
 class Console;
+class LiveView;
 class DAbstractPlugin;
+struct LiveStatus;
 struct ModuleDescription;
 
 /// One order on one device, from the connection to the end: connects when the module has a command
@@ -29,6 +31,7 @@ public:
     /// \a device, whose commands have been declared, and \a console must outlive the session.
     Session(DAbstractPlugin& device, const ModuleDescription& module, const Request& request,
             Console& console, QObject* parent = nullptr);
+    ~Session() override;
 
     void start();
     /// Stops the order and disconnects, as the user asked by this signal. That is how a command
@@ -49,6 +52,9 @@ private:
     void startOrder();
     quint64 tryStart(const QString& command, const ParameterMap& parameters);
     void takeResult(quint64 orderId, const QString& name, const QVariant& value);
+    void makeView(const RenderedOrder& order);
+    void updateView();
+    LiveStatus liveStatus() const;
     void showResult(const QString& name, const QVariant& value);
     void takeConnectionState(bool connected);
     void takeTrouble(quint64 orderId, const OrderFailure& failure);
@@ -87,4 +93,6 @@ private:
     QElapsedTimer m_clock;
     WorkerStatistics m_before; // when the order began
     QString m_statistics;
+    bool m_isLost = false; // the connection, while the order goes on
+    std::unique_ptr<LiveView> m_view; // null when results go line by line
 };

@@ -1,5 +1,7 @@
 #include "signal_watcher.h"
 
+#include "live_terminal.h"
+
 #include <array>
 #include <csignal>
 #include <fcntl.h>
@@ -14,6 +16,7 @@ volatile std::sig_atomic_t signalCount = 0;
 void handleSignal(int signal)
 {
     if (signalCount > 0) {
+        LiveTerminal::restoreAtOnce();
         ::_exit(128 + signal);
     }
     signalCount = 1;

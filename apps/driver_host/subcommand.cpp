@@ -150,6 +150,7 @@ void Subcommand::addRepetition()
     m_app->add_option("--interval", m_interval, "Time from one repetition to the next")
         ->option_text("MS");
     m_app->add_option("--count", m_count, "End after so many results")->option_text("N");
+    m_app->add_flag("--plain", m_plain, "On a terminal, too, each result on lines of its own");
 }
 
 const Subcommand::ParameterOption* Subcommand::find(const QString& parameter) const
@@ -230,6 +231,7 @@ QString Subcommand::fillParam(const QString& given, Request& request) const
 QString Subcommand::fillRepetition(Request& request) const
 {
     int interval = 0;
+    request.plain = m_plain;
     QString error = takesRepetition()
         ? readCount("--interval", m_interval, longestIntervalMs, interval)
         : QString();

@@ -72,13 +72,14 @@ private:
     CommandDescription m_command;
     CLI::App* m_app;
     QSet<QString> m_takenNames{
-        QStringLiteral("help"),     QStringLiteral("version"),      QStringLiteral("param"),
-        QStringLiteral("interval"), QStringLiteral("count"),        QStringLiteral("plugin"),
-        QStringLiteral("format"),   QStringLiteral("quiet"),        QStringLiteral("verbose"),
-        QStringLiteral("no-color"), QStringLiteral("connect-limit")};
+        QStringLiteral("help"),     QStringLiteral("version"),       QStringLiteral("param"),
+        QStringLiteral("interval"), QStringLiteral("count"),         QStringLiteral("plugin"),
+        QStringLiteral("format"),   QStringLiteral("quiet"),         QStringLiteral("verbose"),
+        QStringLiteral("no-color"), QStringLiteral("connect-limit"), QStringLiteral("plain")};
     std::deque<ParameterOption> m_options; // a deque, as the parser keeps references into it
     std::vector<std::string> m_params;
     std::string m_interval;
     std::string m_count;
     std::string m_connectLimit;
+    bool m_plain = false;
 };

@@ -1,15 +1,21 @@
 #include "command_line.h"
 #include "failure_text.h"
 #include "line_reader.h"
+#include "live_picture.h"
 #include "module_description.h"
 #include "renderer.h"
 #include "value_parser.h"
 
 #include <QtTest>
 
+#include <clocale>
+
 Q_DECLARE_METATYPE(OrderFailure)
 Q_DECLARE_METATYPE(RenderedOrder)
 Q_DECLARE_METATYPE(Format)
+Q_DECLARE_METATYPE(std::optional<RegisterRange>)
+Q_DECLARE_METATYPE(std::optional<LiveStatus>)
+Q_DECLARE_METATYPE(PictureStyle)
 
 namespace {
 
@@ -52,6 +58,8 @@ private slots:
     void arguments();
     void inputLines_data();
     void inputLines();
+    void picture_data();
+    void picture();
 };
 
 void TestDriverHost::value_data()
@@ -253,6 +261,87 @@ void TestDriverHost::inputLines()
     reader.finish();
     readAll();
     QTEST(lines, "lines");
+}
+
+void TestDriverHost::picture_data()
+{
+    using Range = std::optional<RegisterRange>;
+    QTest::addColumn<Range>("registers");
+    QTest::addColumn<QVariantList>("results");
+    QTest::addColumn<int>("intervalMs"); // of the results
+    QTest::addColumn<std::optional<LiveStatus>>("status");
+    QTest::addColumn<PictureStyle>("style");
+    QTest::addColumn<QStringList>("lines");
+
+    const LiveStatus status{"10.0.0.1:502", true, 200, 3, 0};
+    const LiveStatus lost{{}, false, 0, 3, 12};
+    const Range range = RegisterRange{99, 2};
+    const QVariantList words{list({7, 65535}), list({8, 0}), list({8, 258})};
+    const auto row = [](const char* name, const Range& registers, const QVariantList& results,
+                        const std::optional<LiveStatus>& shown, const PictureStyle& style,
+                        const QStringList& lines, int intervalMs = 100) {
+        QTest::newRow(name) << registers << results << intervalMs << shown << style << lines;
+    };
+    row("wide", range, words, status, {80, 24},
+        {"  register  value  hex     last change   trend",
+         "        99      8  0x0008  17:05:42.131  _^^",
+         "*      100    258  0x0102  17:05:42.231  ^__",
+         "10.0.0.1:502, every 200 ms, connected, 3 done, 0 failed"});
+    row("no time", range, words, status, {49, 24},
+        {"  register  value  hex     trend", "        99      8  0x0008  _^^",
+         "*      100    258  0x0102  ^__", "10.0.0.1:502, connected, 3 done, 0 failed"});
+    row("no trend", range, words, status, {35, 24},
+        {"  register  value  hex", "        99      8  0x0008", "*      100    258  0x0102",
+         "connected, 3 done, 0 failed"});
+    row("nothing but the value", range, words, status, {20, 24},
+        {"  register  value", "        99      8", "*      100    258", "connected, 0 failed"});
+    row("cut", range, words, status, {8, 3}, {"   99 ~", "* 100 ~", "connec~"});
+    row("no room for the header", range, words, status, {20, 3},
+        {"   99    8  0x0008", "* 100  258  0x0102", "connected, 0 failed"});
+    row("no room for all values", {}, {list({7, 8, 9}), list({7, 8, 9})}, lost, {29, 3},
+        {"  values[0]  7  0x0007", "(2 more)", "connection lost, 12 failed"});
+    row("two lines", {}, {list({7, 8, 9}), list({7, 8, 9})}, lost, {29, 2},
+        {"  values[0]  7  0x0007", "(2 more)"});
+    row("one line", range, words, status, {20, 1}, {"  99  8  0x0008"});
+    row("before the first value", range, {}, lost, {80, 24},
+        {"default interval, connection lost, 3 done, 12 failed"});
+    row("colours", range, words, lost, {20, 24, true},
+        {"\x1b[2m  register  value\x1b[0m", "        99      8", "\x1b[1m*      100    258\x1b[0m",
+         "\x1b[31mconnection lost\x1b[0m"});
+    row("packed, then fewer", range, {list({1, 2, 3}), list({9}), list({8})}, {},
+        {60, 24, false, true},
+        {"  name       value  hex     last change   trend",
+         "* values[0]      8  0x0008  17:05:42.231  \u2581\u2588\u2587"});
+    row("a map", {}, {QVariantMap{{"a", "-1.5"}, {"\u00e4\x1b", QByteArray("\x01")}}}, {}, {60, 9},
+        {"  name    value  last change   trend", "  a        -1.5                _",
+         "  ??    01  |.|"});
+    row("wide letters", {}, {"\u65e5\u672c\u8a9e"}, {}, {15, 9, false, true},
+        {"  name    val\u2026", "  values  \u65e5\u2026"});
+    row("trends of the last 8", range,
+        {list({1e308, 0}), list({"", 1}), list({-1e308, 2}), list({0, 3}), list({0, 4}),
+         list({0, 5}), list({0, 6}), list({0, 7}), list({1e308, 8})},
+        {}, {43, 9},
+        {"  register   value  hex     trend", "*       99  1e+308           _-----^",
+         "*      100       8  0x0008  __..--^^"});
+    row("fast", {}, {5, 1, 2, 0, 3, 4}, {}, {34, 9},
+        {"  name    value  hex     trend", "* values      4  0x0004  _^"}, 10);
+}
+
+void TestDriverHost::picture()
+{
+    QVERIFY(std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr);
+    QFETCH(std::optional<RegisterRange>, registers);
+    QFETCH(QVariantList, results);
+    QFETCH(int, intervalMs);
+    QFETCH(std::optional<LiveStatus>, status);
+    QFETCH(PictureStyle, style);
+    LiveValues values(registers);
+    QDateTime time({2024, 3, 9}, {17, 5, 42, 31});
+    for (const QVariant& result : results) {
+        values.take(time, "values", result);
+        time = time.addMSecs(intervalMs);
+    }
+    QTEST(livePicture(values, status, style), "lines");
 }
 
 QTEST_GUILESS_MAIN(TestDriverHost)

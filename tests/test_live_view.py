@@ -1,0 +1,221 @@
+#!/usr/bin/env python3
+"""What driver-host listen shows on a terminal: the real program in a pseudo terminal, and a screen
+that does what the program tells it. CTest passes the programs in the environment."""
+
+import codecs
+import fcntl
+import os
+import pty
+import re
+import signal
+import struct
+import sys
+import termios
+import threading
+import unittest
+
+from programs import PATIENCE, Device
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+HOST = os.environ["DRIVER_HOST"]
+RAW_DEVICE = [sys.executable, os.path.join(HERE, "devices", "raw_device.py")]
+LISTEN = ["--host", "127.0.0.1", "--register-type", "holdingRegisters", "--register", "100",
+          "--data-size", "3", "--interval"]
+TOKEN = re.compile(r"\x1b\[(\??)([\d;]*)([A-Za-z])|(\x1b\[[\d;?]*$|\x1b$)|(.)", re.DOTALL)
+
+
+class Terminal:
+    """A program on a terminal of its own."""
+
+    def __init__(self, command, columns, rows=12, **environment):
+        self.decoder = codecs.getincrementaldecoder("utf-8")()
+        self.lines, self.x, self.y, self.rest, self.all = [""], 0, 0, "", ""
+        self.wraps = self.cursor = True
+        self.process, self.file = pty.fork()
+        if self.process == 0:
+            os.environ.update({"TERM": "xterm", "LC_ALL": "C.UTF-8", "NO_COLOR": "", **environment})
+            os.execvp(command[0], command)
+        self.watchdog = threading.Timer(PATIENCE, os.kill, (self.process, signal.SIGKILL))
+        self.watchdog.start()
+        self.resize(columns, rows)
+
+    def resize(self, columns, rows=12):
+        self.columns, self.rows = columns, rows
+        fcntl.ioctl(self.file, termios.TIOCSWINSZ, struct.pack("4H", rows, columns, 0, 0))
+
+    def send(self, text):
+        os.write(self.file, text.encode())
+
+    def has_echo(self):
+        return bool(termios.tcgetattr(self.file)[3] & termios.ECHO)
+
+    def close(self):
+        self.watchdog.cancel()
+        os.kill(self.process, signal.SIGKILL)
+        os.waitpid(self.process, 0)
+        os.close(self.file)
+
+    def wait(self, pattern):
+        """Reads on until the lines match; answers them."""
+        while not re.search(pattern, "\n".join(self.lines), re.DOTALL | re.MULTILINE):
+            if not self.read():
+                raise AssertionError(f"ended without {pattern}:\n" + "\n".join(self.lines))
+        return self.lines
+
+    def end(self):
+        """Exit code, once the program has ended by itself."""
+        while self.read():
+            pass
+        return os.waitid(os.P_PID, self.process, os.WEXITED | os.WNOWAIT).si_status
+
+    def read(self):
+        try:
+            text = self.decoder.decode(os.read(self.file, 65536))
+        except OSError:  # nobody has the terminal open any more
+            return False
+        self.all += text
+        text, self.rest = self.rest + text, ""
+        for question, numbers, letter, unfinished, character in TOKEN.findall(text):
+            self.rest = unfinished
+            if letter:
+                self.control(question + letter, numbers)
+            elif character:
+                self.put(character)
+        return True
+
+    def control(self, letter, numbers):
+        line = self.lines[self.y]
+        if letter == "A":
+            self.y = max(0, len(self.lines) - self.rows, self.y - int(numbers or 1))
+        elif letter == "B":
+            self.y = min(len(self.lines) - 1, self.y + int(numbers or 1))
+        elif letter in "KJ":
+            self.lines[self.y] = line[:self.x]
+            del self.lines[self.y + 1 if letter == "J" else len(self.lines):]
+        elif numbers == "7":
+            self.wraps = letter == "?h"
+        elif numbers == "25":
+            self.cursor = letter == "?h"
+
+    def put(self, character):
+        if character == "\r":
+            self.x = 0
+        elif character == "\n":
+            self.y += 1
+            self.lines += [""] * (self.y + 1 - len(self.lines))
+        elif character >= " ":
+            if self.x >= self.columns and self.wraps:
+                self.put("\r")
+                self.put("\n")
+            line = self.lines[self.y].ljust(self.x)
+            self.lines[self.y] = line[:self.x] + character + line[self.x + 1:]
+            self.x += 1
+
+
+class LiveView(unittest.TestCase):
+    VALUES = [" 100 +258 +0x0102", " 101 +772 +0x0304", " 102 +1286 +0x0506"]
+
+    def setUp(self):
+        self.device = Device(RAW_DEVICE)
+        self.addCleanup(self.device.close)
+
+    def command(self, *options, interval=20):
+        return [HOST, "listen", *LISTEN, str(interval), "--port", str(self.device.port), *options]
+
+    def start(self, command, columns=80, **environment):
+        terminal = Terminal(command, columns, **environment)
+        self.addCleanup(terminal.close)
+        return terminal
+
+    def assertLines(self, lines, patterns):
+        self.assertEqual(len(lines), len(patterns), lines)
+        for line, pattern in zip(lines, patterns):
+            self.assertRegex(line, pattern)
+
+    def assertLeft(self, terminal):
+        self.assertTrue(terminal.cursor and terminal.wraps and terminal.has_echo())
+
+    def test_resized_and_interrupted(self):
+        terminal = self.start(self.command(interval=3600000))  # what follows is no reading's doing
+        terminal.wait(r"trend.*\b1 done, 0 failed")
+        self.assertLines(terminal.lines, [r"last change +trend$", *(v + r" +▁+$" for v in
+                                          self.VALUES), rf"^127.0.0.1:{self.device.port}, every 3600000 ms, "])
+        self.assertFalse(terminal.cursor or terminal.has_echo())
+        terminal.resize(20)
+        terminal.wait(r"value$.* 258$.*^connected, 0 failed$")
+        self.assertLines(terminal.lines, ["value$", "258$", "772$", "1286$", "^connected, 0 failed$"])
+        terminal.resize(120, 4)
+        terminal.wait(r"\(2 more\)")
+        self.assertLines(terminal.lines, [self.VALUES[0], "2 more", "connected, .* done, 0 failed$"])
+        terminal.send("\x03")
+        self.assertEqual(terminal.end(), 0)
+        self.assertLines(terminal.lines[:4], [self.VALUES[0], "2 more", "done, 0 failed$",
+                                              r"^listen: \d+ done, 0 failed, "])
+        self.assertLeft(terminal)
+
+    def test_device_goes_away(self):
+        terminal = self.start(self.command("--no-color", "--verbose"), 200)
+        terminal.wait("done, 0 failed")
+        self.device.end(signal.SIGKILL)
+        terminal.wait("^connection lost.*, connection lost, .* [1-9][0-9]* failed$")
+        self.addCleanup(Device(RAW_DEVICE + [str(self.device.port)]).close)
+        terminal.wait(r"^connected again.*, connected, \d+ done")
+        terminal.send("\x03")
+        self.assertEqual(terminal.end(), 0)
+        view = next(i for i, line in enumerate(terminal.lines) if "trend" in line)
+        for line in terminal.lines[:view]:
+            self.assertRegex(line, r"^(\d\d:\d\d:\d\d\.\d{3} (->|<-)( [0-9a-f]{2})+|connect.*|"
+                                   r"127\.0\.0\.1:\d+ .*connect.*|listen failed: .*|\(\d+ more .*)$")
+        self.assertLines(terminal.lines[view + 1:view + 5], [*self.VALUES, ", connected, "])
+
+    def test_stopped_and_continued(self):
+        shell = self.start(["bash", "--norc", "--noediting", "-i"], 100)
+        shell.send(" ".join(self.command()) + "\n")
+        shell.wait("connected, .* done, 0 failed")
+        shell.send("\x1a")
+        shell.wait(r"done, 0 failed\n.*Stopped")
+        self.assertLeft(shell)
+        shell.send("fg\n")
+        view = r"Stopped.*fg\n[^\n]*listen.*\d\n +register [^\n]*trend.*connected, .* done, 0 failed"
+        shell.wait(view)
+        self.assertFalse(shell.cursor or shell.has_echo())
+        shell.send("\x03")
+        shell.wait(view + "\nlisten: ")
+        shell.send("exit\n")
+        self.assertEqual(shell.end(), 0)
+        self.assertLeft(shell)
+
+    def test_killed(self):
+        terminal = self.start(self.command())
+        terminal.wait("done, 0 failed")
+        os.kill(terminal.process, signal.SIGHUP)
+        self.assertEqual(terminal.end(), signal.SIGHUP)
+        self.assertLeft(terminal)
+
+    def test_not_each_reading_is_drawn(self):
+        terminal = self.start(self.command("--count", "400", interval=1))
+        self.assertEqual(terminal.end(), 0)
+        self.assertIn("connected, 400 done, 0 failed", terminal.all)
+        self.assertLess(terminal.all.count("trend"), 200)
+
+    def test_how_it_is_shown(self):
+        for options, environment, wanted, unwanted in (
+                ([], {}, ["\x1b[2m", "▁", "connected, 4 done"], []),
+                (["--no-color"], {}, ["\x1b[", "trend"], ["\x1b[2m"]),
+                ([], {"NO_COLOR": "1", "LC_ALL": "C"}, ["_\x1b[K", "trend"], ["\x1b[2m", "▁"]),
+                (["--quiet"], {}, ["trend"], ["done", "connected"]),
+                (["--plain"], {}, ["  101  772  0x0304"], ["\x1b", "trend"]),
+                ([], {"TERM": "dumb"}, ["  101  772  0x0304"], ["\x1b", "trend"]),
+                (["--format", "csv"], {}, [",101,772"], ["\x1b", "trend"])):
+            with self.subTest(options=options, **environment):
+                terminal = self.start(self.command("--count", "4", *options), **environment)
+                self.assertEqual(terminal.end(), 0)
+                for text in wanted:
+                    self.assertIn(text, terminal.all)
+                for text in unwanted:
+                    self.assertNotIn(text, terminal.all)
+                self.assertLeft(terminal)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -104,10 +104,10 @@ void EventLoopTest::aMissedTickIsNotMadeUpFor()
     int ticks = 0;
     connect(&timer, &QTimer::timeout, this, [&] {
         if (++ticks == 1) {
-            QThread::msleep(55);
+            QThread::msleep(350);
         }
     });
-    timer.start(10);
+    timer.start(100);
     while (ticks == 0) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
@@ -320,18 +320,15 @@ void EventLoopTest::anotherThreadWakesIt()
 
 void EventLoopTest::anotherThreadEndsIt()
 {
-    QThread thread;
-    thread.setEventDispatcher(new DEventDispatcher);
     for (int i = 0; i < 50; ++i) {
+        QThread thread;
+        thread.setEventDispatcher(new DEventDispatcher);
         thread.start();
-        QObject inside;
-        inside.moveToThread(&thread);
         if (i % 2 != 0) {
-            QThread::usleep(300);
+            QThread::usleep(300); // long enough for its loop to fall asleep
         }
         thread.quit();
         QVERIFY(thread.wait(20000));
-        thread.setEventDispatcher(new DEventDispatcher);
     }
 }
 

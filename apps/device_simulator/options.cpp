@@ -2,8 +2,10 @@
 #include "register_text.h"
 
 #include <CLI/CLI.hpp>
+#include <tool_answers.h>
 
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -42,40 +44,50 @@ std::string checkMisbehaviour(const std::string& text)
             + Misbehaviour::names().join(QStringLiteral(", ")).toStdString();
 }
 
+// How the help shows what an option takes, and what it is without it.
+template <typename Value>
+std::string label(const std::string& takes, const Value& byDefault)
+{
+    std::ostringstream text;
+    text << takes << ", default " << byDefault;
+    return text.str();
+}
+
 void declareMisbehaviour(CLI::App& app, RawOptions& raw)
 {
     constexpr int longestDelayMs = 3600 * 1000;
-    auto* misbehave =
-        app.add_option("--misbehave", raw.misbehaviour,
-                       "Spoil replies: "
-                           + Misbehaviour::names().join(QStringLiteral(", ")).toStdString())
-            ->check(CLI::Validator(checkMisbehaviour, "NAME"));
-    app.add_option("--every", raw.details.every, "Spoil each N-th reply")
+    auto* misbehave = app.add_option("--misbehave", raw.misbehaviour, "Spoil replies in this way")
+                          ->check(CLI::Validator(checkMisbehaviour, "NAME"))
+                          ->option_text(Misbehaviour::names().join(QLatin1Char('|')).toStdString());
+    app.add_option("--every", raw.details.every, "Spoil each N-th reply, with --misbehave")
         ->check(CLI::Range(1, 1000000))
-        ->capture_default_str()
+        ->option_text(label("1..1000000", raw.details.every))
         ->needs(misbehave);
     app.add_option("--delay", raw.details.delayMs,
-                   "How late a reply, or how long a reboot is, in milliseconds")
+                   "How late a reply, or how long a reboot is, in milliseconds, with --misbehave")
         ->check(CLI::Range(0, longestDelayMs))
-        ->capture_default_str()
+        ->option_text(label("0..3600000", raw.details.delayMs))
         ->needs(misbehave);
 }
 
 void declare(CLI::App& app, RawOptions& raw)
 {
-    app.set_version_flag("--version", "device-simulator " SIMULATOR_VERSION);
+    app.set_help_flag("-h,--help", "Print this help and end");
+    app.set_version_flag("--version", "device-simulator " SIMULATOR_VERSION,
+                         "Print the version and end");
     app.add_option("--address", raw.address, "Address to listen on")
-        ->capture_default_str()
-        ->check(CLI::Validator(checkAddress, "ADDRESS"));
+        ->check(CLI::Validator(checkAddress, "ADDRESS"))
+        ->option_text(label("ADDRESS", raw.address));
     app.add_option("--port", raw.port, "Port to listen on, 0 for any free one")
         ->check(CLI::Range(0, 0xFFFF))
-        ->capture_default_str();
+        ->option_text(label("0..65535", raw.port));
     app.add_option("--set", raw.presets,
-                   "Register contents to begin with, as TYPE:REGISTER=V[,V...]; TYPE is one of "
-                   "coilsRegister, inputStatus, holdingRegisters, inputRegisters")
+                   "Register contents to begin with; TYPE is one of coilsRegister, inputStatus, "
+                   "holdingRegisters, inputRegisters")
         ->check(CLI::Validator(checkPreset, "SETTING"))
         ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->option_text("TYPE:REGISTER=V[,V...], repeatable");
     declareMisbehaviour(app, raw);
     app.add_flag("--quiet", raw.quiet, "Do not log clients and writes on standard error");
 }
@@ -96,6 +108,10 @@ bool Options::parse(int argc, char** argv, int& exitCode)
     RawOptions raw;
     CLI::App app("A Modbus TCP device to try things on", "device-simulator");
     declare(app, raw);
+    if (const auto text = toolAnswer(app, {argv + 1, argv + argc})) {
+        std::fputs(text->c_str(), stdout);
+        return false;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& outcome) {

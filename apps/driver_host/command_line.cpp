@@ -4,6 +4,9 @@
 #include "module_description.h"
 #include "subcommand.h"
 
+#include <tool_answers.h>
+
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <utility>
@@ -79,6 +82,7 @@ void Parser::addOwnCommands(const ModuleDescription& module)
                                       "Identity, commands, parameters and results of the "
                                       "module");
         addGlobalOptions(*m_info, m_globals);
+        m_info->get_option("--format")->option_text("text|json, default text");
     }
     if (module.find(QStringLiteral("run")) == nullptr) {
         m_run = m_app.add_subcommand("run",
@@ -88,17 +92,22 @@ void Parser::addOwnCommands(const ModuleDescription& module)
             ->option_text("")
             ->required();
         addGlobalOptions(*m_run, m_globals);
+        m_run->get_option("--format")->option_text("json");
     }
 }
 
 CommandLine Parser::parse(const QStringList& arguments)
 {
-    std::vector<std::string> reversed; // as the parser takes them
+    std::vector<std::string> words;
     for (const QString& argument : arguments) {
-        reversed.insert(reversed.begin(), argument.toStdString());
+        words.push_back(argument.toStdString());
     }
+    if (const auto answer = toolAnswer(m_app, words)) {
+        return {{}, ExitDone, QString::fromStdString(*answer), {}};
+    }
+    std::reverse(words.begin(), words.end()); // as the parser takes them
     try {
-        m_app.parse(reversed);
+        m_app.parse(words);
     } catch (const CLI::CallForHelp&) {
         return {{}, ExitDone, QString::fromStdString(m_app.help()), {}};
     } catch (const CLI::CallForVersion& answer) {

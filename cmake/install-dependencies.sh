@@ -7,7 +7,7 @@ set -euo pipefail
 exec 1>&2
 
 packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libmodbus-dev libcli11-dev
-          pkg-config python3 iproute2)
+          pkg-config python3 iproute2 groff-base dpkg-dev file)
 if [ "${1:-}" = --checks ]; then
     packages+=(clang clang-tidy clang-format libclang-rt-14-dev libbenchmark-dev)
 elif [ "${1:-}" = --bench ]; then

@@ -1,0 +1,150 @@
+#!/usr/bin/env python3
+"""What is installed runs from wherever it is moved to, and is what the packages have."""
+
+import glob
+import os
+import pty
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+import programs
+
+RUNTIME = """bin/device-simulator bin/driver-host lib/libhost_plugin_management.so.1
+    lib/libhost_plugin_management.so.1.0.0 lib/libhost_utilities.so.1 lib/libhost_utilities.so.1.0.0
+    lib/plugins/libp_driver_modbus.so share/bash-completion/completions/device-simulator
+    share/bash-completion/completions/driver-host share/man/man1/device-simulator.1
+    share/man/man1/driver-host.1 share/doc/modbus-driver/docs/device-compatibility.md
+    share/doc/modbus-driver/docs/driver-host.md""".split()
+DEVELOPMENT = """lib/libhost_plugin_management.so lib/libhost_utilities.so
+    lib/cmake/HostFramework/HostFrameworkConfig.cmake
+    lib/cmake/HostFramework/HostFrameworkConfigVersion.cmake
+    lib/cmake/HostFramework/HostFrameworkTargets.cmake
+    lib/cmake/HostFramework/HostFrameworkTargets-release.cmake
+    share/doc/modbus-driver/docs/host-kit.md""".split()
+OF_DEBIAN = {"modbus-driver": {"share/doc/modbus-driver/changelog.gz",
+                               "share/doc/modbus-driver/copyright",
+                               "share/lintian/overrides/modbus-driver"},
+             "modbus-driver-dev": {"share/doc/modbus-driver-dev/changelog.gz",
+                                   "share/doc/modbus-driver-dev/copyright"}}
+EXAMPLES = "share/doc/modbus-driver/examples/"
+
+
+def output(*command, **options):
+    return subprocess.run(command, check=True, encoding="utf-8", timeout=programs.PATIENCE,
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, **options).stdout
+
+
+class Installed(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.scratch = tempfile.mkdtemp()
+        cls.addClassCleanup(shutil.rmtree, cls.scratch)
+        output("cmake", "--install", os.environ["BUILD"], "--prefix", cls.scratch + "/first")
+        cls.prefix = cls.scratch + "/moved"
+        os.rename(cls.scratch + "/first", cls.prefix)
+        cls.host = cls.prefix + "/bin/driver-host"
+
+    def test_nothing_but_what_belongs_there(self):
+        found = {os.path.relpath(os.path.join(folder, name), self.prefix)
+                 for folder, _, names in os.walk(self.prefix) for name in names}
+        examples = {name for name in found if name.startswith(EXAMPLES)}
+        headers = {name for name in found if re.match(r"include/host_framework/\w+/\w+\.h$", name)}
+        self.assertEqual(found - examples - headers, {*RUNTIME, *DEVELOPMENT})
+        stray = re.compile("_p.h$|/test_|cache")
+        self.assertFalse([name for name in examples | headers if stray.search(name)])
+        self.assertIn("include/host_framework/plugin_management/d_abstract_plugin.h", headers)
+
+    def test_programs(self):
+        device = programs.Device([self.prefix + "/bin/device-simulator", "--port", "0"])
+        self.addCleanup(device.close)
+        values = output(self.host, "read", "--host", "127.0.0.1", "--port", str(device.port),
+                        "--register", "100", "--register-type", "holdingRegisters")
+        self.assertEqual(values, "100  258  0x0102\n")
+        self.assertIn(self.prefix + "/lib/plugins/libp_driver_modbus.so", output(self.host, "info"))
+
+    def test_kit(self):
+        source, build = self.prefix + "/" + EXAMPLES + "sample_module", self.scratch + "/sample"
+        output("cmake", "-G", "Ninja", "-S", source, "-B", build,
+               "-DCMAKE_PREFIX_PATH=" + self.prefix, "-DCMAKE_CXX_COMPILER=" + os.environ["CXX"])
+        output("cmake", "--build", build)
+        module = build + "/libsample_module.so"
+        self.assertIn("get: ", output(self.host, "--plugin", module, "info"))
+        for words, expected in ((["g"], "get\n"), (["get", "--t"], "--times\n")):
+            found = output(self.host, "--complete", "--plugin", module, *words)
+            self.assertEqual(found, expected)
+
+    def test_manual_names_every_option(self):
+        for program in "driver-host", "device-simulator":
+            page = f"{self.prefix}/share/man/man1/{program}.1"
+            shown = subprocess.run(["groff", "-man", "-ww", "-Tascii", "-P-cbou", page],
+                                   check=True, encoding="utf-8", capture_output=True)
+            self.assertEqual(shown.stderr, "")
+            path = f"{self.prefix}/bin/{program}"
+            commands = output(path, "--complete", "").split() if program == "driver-host" else []
+            for command in [[], *([name] for name in commands)]:
+                part = shown.stdout
+                if command: # its own section, and those that all refer to
+                    own = re.search(rf"\n   {command[0]}\n(.*?)\n(   )?\w", part, re.DOTALL)
+                    part = own.group(1) + part[:part.index("\nCOMMANDS")]
+                text = output(path, *command, "--help")
+                for option in re.findall(r"^ .*?(--[\w-]+)", text, re.MULTILINE):
+                    self.assertRegex(part, rf"(?m)^       .*{option}\b", command)
+
+    def test_completion_in_bash(self):
+        keys = [("driver-host in", "info"), ("driver-host --format=j", "--format=json"),
+                ("driver-host listen --cou", "--count"),
+                ("driver-host read --registerT", "--registerType"),
+                ("driver-host --quiet info --format j", "json"), ("driver-host run RUN_", "RUN_ME"),
+                ("driver-host --plugin RUN_", "RUN_ME"),
+                ("driver-host --plugin RUN_ME inf", "info"),
+                ("driver-host --plugin RUN_ME wri", "wri"), # no module, no such command
+                ("driver-host info --format csv --fo", "--fo"), # not twice
+                ("driver-host write --param a=1 --param b=2 --para", "--param"),
+                ("driver-host write --param x=rea", "x=rea"), ("driver-host read RUN_", "RUN_"),
+                ("device-simulator --misbehave ne", "never"),
+                ("device-simulator --mis", "--misbehave")]
+        open(self.scratch + "/RUN_ME", "w").close()
+        controller, terminal = pty.openpty()
+        bash = programs.Program(
+            ["bash", "--norc", "--noprofile", "-i"], stdin=terminal, stdout=terminal,
+            stderr=terminal, cwd=self.scratch, start_new_session=True, env={
+                **os.environ, "PATH": self.prefix + "/bin:" + os.environ["PATH"], "TERM": "dumb"})
+        self.addCleanup(bash.close)
+        os.close(terminal)
+        screen = os.fdopen(controller, "r+b", buffering=0)
+        self.addCleanup(screen.close)
+        for program in "driver-host", "device-simulator":
+            script = f"{self.prefix}/share/bash-completion/completions/{program}"
+            screen.write(f". {script}\n".encode())
+        screen.write(b"stty cols 999; bind 'set bell-style none'\n")
+        for typed, last in keys:
+            # The line, completed, becomes the arguments of an echo.
+            screen.write(typed.encode() + b"\t\x01echo 'typed: ' \n")
+            shown = b""
+            while not re.search(rb"\ntyped:  .*\n", shown):
+                shown += os.read(controller, 4096)
+            completed = shown.split(b"\ntyped:  ")[1].decode().splitlines()[0]
+            self.assertEqual(completed.split(), typed.split()[:-1] + [last])
+
+    def test_packages(self):
+        output("cpack", "-G", "DEB", "--config", os.environ["BUILD"] + "/CPackConfig.cmake", "-B",
+               self.scratch, "-D", "CPACK_PACKAGING_INSTALL_PREFIX=/usr", stderr=subprocess.DEVNULL)
+        for name, layout in ("modbus-driver", RUNTIME), ("modbus-driver-dev", DEVELOPMENT):
+            package, = glob.glob(f"{self.scratch}/{name}_*.deb")
+            listing = output("dpkg-deb", "-c", package)
+            paths = re.findall(r"(?m)\./usr/(\S*[^/\s])(?: -> .*)?$", listing)
+            paths = {path for path in paths if not path.startswith((EXAMPLES, "include/"))}
+            expected = {re.sub(r"(\.1)$", r"\1.gz", path) if "/man1/" in path else path
+                        for path in layout} | OF_DEBIAN[name]
+            self.assertEqual(paths, expected)
+        depends = [output("dpkg-deb", "-f", glob.glob(f"{self.scratch}/{name}_*.deb")[0], "Depends")
+                   for name in OF_DEBIAN]
+        self.assertRegex(depends[0], r"libqt5network5 \(>= 5\.15.*libqt5serialbus5")
+        self.assertIn("modbus-driver (= 1.0.0)", depends[1])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,7 +1,7 @@
 #include "completion.h"
 
 #include <algorithm>
-#include <regex>
+#include <sstream>
 
 namespace {
 
@@ -15,14 +15,16 @@ bool beginsWith(const std::string& text, const std::string& beginning)
 // Placeholders in a label have capitals, ranges begin with a digit.
 Words listedValues(const std::string& label)
 {
-    static const std::regex list("^[a-z][a-z-]*(\\|[a-z][a-z-]*)*(, .*)?$");
-    static const std::regex value("[^|]+");
-    if (!std::regex_match(label, list)) {
+    const std::string list = label.substr(0, label.find(','));
+    if (list.find_first_not_of("abcdefghijklmnopqrstuvwxyz-|") != std::string::npos) {
         return {};
     }
-    const std::string values = label.substr(0, label.find(','));
-    return {std::sregex_token_iterator(values.begin(), values.end(), value),
-            std::sregex_token_iterator()};
+    std::istringstream stream(list);
+    Words values;
+    for (std::string value; std::getline(stream, value, '|');) {
+        values.push_back(value);
+    }
+    return values;
 }
 
 bool takesValue(const CLI::Option& option) { return option.get_items_expected_max() > 0; }

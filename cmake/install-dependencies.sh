@@ -7,7 +7,8 @@ set -euo pipefail
 exec 1>&2
 
 packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libmodbus-dev libcli11-dev
-          pkg-config python3 iproute2 groff-base dpkg-dev file)
+          pkg-config python3 iproute2 groff-base dpkg-dev file
+          mosquitto mosquitto-clients python3-paho-mqtt openssl)  # examples/mqtt and its test
 if [ "${1:-}" = --checks ]; then
     packages+=(clang clang-tidy clang-format libclang-rt-14-dev libbenchmark-dev)
 elif [ "${1:-}" = --bench ]; then
@@ -42,4 +43,9 @@ if ! { apt update && apt install --no-install-recommends "${missing[@]}"; } \
     cat "$log"
     echo "The packages could not be installed: ${missing[*]}"
     exit 1
+fi
+
+# The tests start brokers of their own. One for the whole machine is not ours to set up.
+if [[ " ${missing[*]} " == *" mosquitto "* && -d /run/systemd/system ]]; then
+    "${as_root[@]}" systemctl disable --now mosquitto
 fi

@@ -2,6 +2,7 @@
 
 import json
 import signal
+import socket
 import subprocess
 import threading
 
@@ -50,3 +51,10 @@ class Device(Program):
     def __init__(self, command):
         super().__init__(command)
         self.port = int(self.stdout.readline().rpartition(":")[2])
+
+
+def free_port():
+    """A port that nobody else is given for a while: the end of a connection still lingers there."""
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        with socket.create_connection(server.getsockname()), server.accept()[0]:
+            return server.getsockname()[1]

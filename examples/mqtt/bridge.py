@@ -18,7 +18,7 @@ import time
 from paho.mqtt import client as mqtt
 
 MOST = 10000  # messages that wait, either way
-LAST_WORD = 10  # seconds that the broker has to take the last events
+LAST_WORD = 5  # seconds that the broker has to take the last events
 
 
 class Bridge:
@@ -91,7 +91,9 @@ class Bridge:
     def forward_events(self):
         for event in self.host.stdout:
             # While events find no room, driver-host waits as well, and none is lost.
-            self.online.wait()
+            while not self.online.wait(LAST_WORD):
+                if self.stopped:
+                    sys.exit("ended without a broker; the last events are lost")
             while self.publish("events", event.rstrip()).rc == mqtt.MQTT_ERR_QUEUE_SIZE:
                 time.sleep(0.1)
 
@@ -99,9 +101,9 @@ class Bridge:
         return self.client.publish(self.topic + topic, text, qos=1, **options)
 
     def stop(self, *_):
+        if self.stopped:
+            sys.exit("ended at once; the last events are lost")
         self.stopped = True
-        if not self.online.is_set():
-            sys.exit("ended without a broker; its last events are lost")
         self.host.terminate()  # it ends all its orders, and so the events
 
     def run(self):

@@ -124,6 +124,11 @@ class Plant(unittest.TestCase):
         self.assertEqual(self.bridges["line1"].end()[0], 0)
         self.wait_for_event("line1", "c", '"finished","ok":true')
         self.wait_for("plant/line1/status offline")
+        self.give("line2", order("l", "listen", **HOLDING))
+        self.broker.end()
+        code, _, errors = self.bridges["line2"].end()
+        self.assertEqual((code, errors.splitlines()[-1]),
+                         (1, "ended without a broker; the last events are lost"))
 
     def test_ends_that_nobody_asked_for(self):
         one, two = self.bridges.values()

@@ -41,7 +41,9 @@ VARYING = [
     (r"^(file: +)/.*/", r"\1FOLDER/"),
 ]
 NOT_RUN = {  # commands that begin so, and who runs them
-    r"cmake ": "tests/install_kit.sh builds the kit and the module, and ./test the tree",
+    r"cmake ": "tests/install_kit.sh builds the kit and the module, tests/test_installed.py installs "
+               "and packs the tree, and ./test builds it",
+    r"\./bench/run": "it takes minutes, and measures",
     r"\./test": "it runs this",
     r"driver-host --plugin build/": "tests/install_kit.sh and driver_host.sample_module load them",
 }

@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
-# Installs what is missing of the Debian 12 packages that this tree is built with:
-# install-dependencies.sh [--checks|--bench] also takes those that only the checks of .ci/run, or the
-# benchmarks, need.
+# Installs what is missing of the Debian 12 packages that this tree is built with, and with
+# install-dependencies.sh --tests|--checks|--bench of those that the tests, the checks of .ci/run (and
+# with them the tests) or the benchmarks need as well.
 # Says nothing when nothing is missing, and never writes to standard output.
 set -euo pipefail
 exec 1>&2
 
 packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libmodbus-dev libcli11-dev
-          pkg-config python3 iproute2 groff-base dpkg-dev file
-          mosquitto mosquitto-clients python3-paho-mqtt openssl)  # examples/mqtt and its test
-if [ "${1:-}" = --checks ]; then
-    packages+=(clang clang-tidy clang-format libclang-rt-14-dev libbenchmark-dev)
-elif [ "${1:-}" = --bench ]; then
-    packages+=(valgrind strace libbenchmark-dev python3-matplotlib)
-fi
+          pkg-config python3)
+tests=(iproute2 groff-base dpkg-dev file mosquitto mosquitto-clients python3-paho-mqtt openssl)
+case "${1:-}" in
+    --tests) packages+=("${tests[@]}") ;;
+    --checks) packages+=("${tests[@]}" clang clang-tidy clang-format libclang-rt-14-dev libbenchmark-dev) ;;
+    --bench) packages+=(valgrind strace libbenchmark-dev python3-matplotlib) ;;
+esac
 
 missing=()
 for package in "${packages[@]}"; do

@@ -116,7 +116,8 @@ bool Simulator::listenBehindGate()
 
 bool Simulator::refused(const QString& why) const
 {
-    log(QStringLiteral("cannot listen on %1: %2")
+    log(QStringLiteral("cannot listen on %1: %2; choose another address or port, 0 for any that is "
+                       "free")
             .arg(endpoint(m_options.address, m_options.port), why));
     return false;
 }

@@ -17,6 +17,14 @@ constexpr const char* programName = "driver-host";
 constexpr const char* helpFooter =
     "Results go to standard output, everything else to standard error.\n"
     "Exit codes: 0 done, 1 the order failed, 2 usage, 3 no connection, 4 module not loadable.";
+constexpr const char* runLines =
+    "Lines that it takes, each a JSON object:\n"
+    "  an order:      "
+    "{\"id\":\"r1\",\"device\":\"pump1\",\"command\":\"NAME\",\"parameters\":{...}}\n"
+    "  to stop it:    {\"id\":\"r1\",\"stop\":true}\n"
+    "  counters:      {\"id\":\"s1\",\"device\":\"pump1\",\"statistics\":true}\n"
+    "A device takes orders while its order 'connect' runs. 'driver-host info' lists "
+    "parameters.\n\n";
 constexpr const char* needsOrders = "run needs ORDERS, a file or - for standard input";
 constexpr int helpColumn = 46;
 
@@ -93,6 +101,7 @@ void Parser::addOwnCommands(const ModuleDescription& module)
             ->required();
         addGlobalOptions(*m_run, m_globals);
         m_run->get_option("--format")->option_text("json");
+        m_run->footer(std::string(runLines) + helpFooter);
     }
 }
 

@@ -97,7 +97,7 @@ QString subject(const OrderFailure& failure, const ParameterMap& parameters,
         : QLatin1String(": ") + moduleMessage + allParameters(parameters);
 }
 
-QString advice(const OrderFailure& failure)
+QString advice(const QString& command, const OrderFailure& failure, const QString& moduleMessage)
 {
     switch (failure.code) {
     case Code::BadReply:
@@ -113,6 +113,9 @@ QString advice(const OrderFailure& failure)
         return QStringLiteral("; check that the device is on and reachable");
     case Code::None:
     case Code::Usage:
+        if (!moduleMessage.isEmpty()) {
+            return QStringLiteral("; 'driver-host %1 --help' tells what it takes").arg(command);
+        }
         return QLatin1String(failure.text.isEmpty() ? "; --verbose shows what it says" : "");
     default:
         return QString();
@@ -132,7 +135,8 @@ QString failureText(const QString& command, const OrderFailure& failure,
 QString failureText(const QString& command, const OrderFailure& failure,
                     const ParameterMap& parameters, const QString& moduleMessage)
 {
-    return failureText(command, failure, parameters, moduleMessage, advice(failure));
+    return failureText(command, failure, parameters, moduleMessage,
+                       advice(command, failure, moduleMessage));
 }
 
 QString connectFailureText(const QString& command, const OrderFailure& failure)
@@ -141,7 +145,7 @@ QString connectFailureText(const QString& command, const OrderFailure& failure)
     return failureText(command, failure, {}, {},
                        unreachable
                            ? QStringLiteral("; check host and port, and that the device is on")
-                           : advice(failure));
+                           : advice(command, failure, {}));
 }
 
 QString unconnectedFailureText(const QString& command, const OrderFailure& failure)

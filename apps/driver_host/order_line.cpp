@@ -124,6 +124,7 @@ OrderLine parseOrderLine(const QByteArray& text)
         line.error = fault.error == QJsonParseError::NoError
             ? QStringLiteral("no JSON object")
             : QStringLiteral("no JSON: %1 at byte %2").arg(fault.errorString()).arg(fault.offset);
+        line.error += QStringLiteral("; 'driver-host run --help' shows the lines that it takes");
         return line;
     }
     const QJsonObject object = document.object();

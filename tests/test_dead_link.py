@@ -3,6 +3,7 @@
 from one moment on everything it sends is dropped. Needs root and the command ip; else it is skipped
 (exit code 77)."""
 
+import ipaddress
 import os
 import re
 import shutil
@@ -16,7 +17,10 @@ from programs import Program
 HOST = os.environ["DRIVER_HOST"]
 SIMULATOR = os.environ["DEVICE_SIMULATOR"]
 SPACE = f"dl{os.getpid()}"
-OURS, THEIRS, PORT = "198.18.77.1", "198.18.77.2", "1502"  # of the range for tests of networks
+# Of the range for tests of networks, and different for each run: one that was killed leaves its own.
+NETWORK = f"198.18.{os.getpid() // 63 % 256}.{os.getpid() % 63 * 4}"
+OURS, THEIRS = (str(ipaddress.ip_address(NETWORK) + host) for host in (1, 2))
+PORT = "1502"
 LOST_WITHIN = 12  # seconds, as promised
 
 

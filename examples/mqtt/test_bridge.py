@@ -38,7 +38,7 @@ class Plant(unittest.TestCase):
         pathlib.Path(self.place, "broker.conf").write_text(
             CONFIGURATION.format(place=self.place, port=self.port), encoding="utf-8")
         for command in ("openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem "
-                        "-subj /CN=localhost -addext subjectAltName=DNS:localhost",
+                        "-subj /CN=localhost -addext subjectAltName=IP:127.0.0.1",
                         "mosquitto_passwd -b -c passwords plant secret"):
             subprocess.run(command.split(), cwd=self.place, capture_output=True, check=True)
         self.broker = self.start_broker()
@@ -63,12 +63,12 @@ class Plant(unittest.TestCase):
         return broker
 
     def client(self, program, *options):
-        return self.start("stdbuf", "-oL", program, "-h", "localhost", "-p", str(self.port),
+        return self.start("stdbuf", "-oL", program, "-h", "127.0.0.1", "-p", str(self.port),
                           "-u", "plant", "-P", "secret", "--cafile", "cert.pem", *options)
 
     def start_bridge(self, name, password="secret"):
-        return self.start(BRIDGE, name, "--port", str(self.port), "--user", "plant",
-                          "--ca", "cert.pem", "--driver-host", HOST,
+        return self.start(BRIDGE, name, "--broker", "127.0.0.1", "--port", str(self.port),
+                          "--user", "plant", "--ca", "cert.pem", "--driver-host", HOST,
                           env={**os.environ, "MQTT_PASSWORD": password})
 
     def give(self, name, *payload, retain=()):

@@ -16,7 +16,7 @@ constexpr qint64 usPerMs = 1000;
 void DispatcherTimers::add(int id, int intervalMs, Qt::TimerType type, QObject* object)
 {
     const qint64 dueUs = steadyNowUs() + intervalMs * usPerMs;
-    m_timers[id] = {intervalMs, type, object, dueUs, ++m_serial, false};
+    m_timers[id] = {intervalMs, type, object, dueUs, false};
     m_order.emplace(dueUs, id);
 }
 
@@ -86,11 +86,10 @@ bool DispatcherTimers::fireOne(int id, Timer& timer, qint64 nowUs)
         return false;
     }
     timer.firing = true;
-    const quint64 serial = timer.serial;
     QTimerEvent event(id);
     QCoreApplication::sendEvent(timer.object, &event);
-    const auto it = m_timers.find(id);
-    if (it != m_timers.end() && it->second.serial == serial) {
+    const auto it = m_timers.find(id); // the handler may have ended it
+    if (it != m_timers.end()) {
         it->second.firing = false;
     }
     return true;

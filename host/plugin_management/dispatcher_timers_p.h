@@ -30,7 +30,6 @@ private:
         Qt::TimerType type;
         QObject* object;
         qint64 dueUs;
-        quint64 serial; ///< tells a timer from an earlier one with the same id
         bool firing;
     };
 
@@ -39,5 +38,4 @@ private:
 
     std::unordered_map<int, Timer> m_timers;
     std::set<std::pair<qint64, int>> m_order;
-    quint64 m_serial = 0;
 };

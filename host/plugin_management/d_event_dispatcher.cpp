@@ -78,7 +78,6 @@ public:
     // descriptor only when this thread may be asleep.
     std::atomic<bool> wanted{false};
     std::atomic<bool> asleep{false};
-    std::atomic<bool> interrupted{false};
 
 private:
     std::unordered_map<int, std::shared_ptr<Notifiers>> m_notifiers;
@@ -146,7 +145,7 @@ void DEventDispatcher::Private::removeNotifier(QSocketNotifier* notifier)
 // How long to sleep: 0 when there is something to do already, -1 for as long as nothing comes.
 int DEventDispatcher::Private::limitMs(bool mayWait, bool withTimers) const
 {
-    if (!mayWait || wanted || interrupted || !m_files.empty()) {
+    if (!mayWait || wanted || !m_files.empty()) {
         return 0;
     }
     const qint64 dueUs = withTimers ? timers.firstDueUs() : -1;
@@ -190,16 +189,12 @@ bool DEventDispatcher::processEvents(QEventLoop::ProcessEventsFlags flags)
 {
     const bool withTimers = !(flags & QEventLoop::X11ExcludeTimers);
     const bool withSockets = !(flags & QEventLoop::ExcludeSocketNotifiers);
-    d->interrupted = false;
     emit awake();
     const bool wanted = d->wanted.exchange(false); // what comes from here on is for the next turn
     QCoreApplication::sendPostedEvents();
-    const bool mayWait = (flags & QEventLoop::WaitForMoreEvents) && !wanted && !d->interrupted;
+    const bool mayWait = (flags & QEventLoop::WaitForMoreEvents) && !wanted;
     if (mayWait) {
         emit aboutToBlock();
-    }
-    if (d->interrupted) {
-        return false;
     }
     d->asleep = mayWait;
     const int limitMs = d->limitMs(mayWait, withTimers);
@@ -253,10 +248,6 @@ void DEventDispatcher::wakeUp()
     }
 }
 
-void DEventDispatcher::interrupt()
-{
-    d->interrupted = true;
-    wakeUp();
-}
+void DEventDispatcher::interrupt() { wakeUp(); }
 
 void DEventDispatcher::flush() { }

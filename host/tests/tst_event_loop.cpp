@@ -11,6 +11,7 @@
 #include <QtTest>
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
@@ -65,6 +66,7 @@ private slots:
     void timersAreListedAndTellWhatIsLeft();
     void anIdleTimerKeepsNobodyWaiting();
     void notifiersOfBothDirections();
+    void notifiersOfOneDescriptor();
     void aNotifierThatAHandlerEndsIsNotCalled();
     void aDescriptorUsedAgainIsNotTakenForItsForerunner_data();
     void aDescriptorUsedAgainIsNotTakenForItsForerunner();
@@ -227,6 +229,40 @@ void EventLoopTest::notifiersOfBothDirections()
     pipe.put();
     QCoreApplication::processEvents();
     QCOMPARE(reads, 2);
+}
+
+// Each is called for what it waits for only; and when the one that would always be called has gone,
+// the loop sleeps, also after another thread has woken it.
+void EventLoopTest::notifiersOfOneDescriptor()
+{
+    std::array<int, 2> ends{};
+    QCOMPARE(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+    QSocketNotifier read(ends[0], QSocketNotifier::Read);
+    QSocketNotifier write(ends[0], QSocketNotifier::Write);
+    int reads = 0;
+    int writes = 0;
+    connect(&read, &QSocketNotifier::activated, this, [&] { ++reads; });
+    connect(&write, &QSocketNotifier::activated, this, [&] { ++writes; });
+    QCoreApplication::processEvents();
+    QCOMPARE(reads, 0);
+    QCOMPARE(writes, 1);
+    write.setEnabled(false);
+    const std::unique_ptr<QThread> waker(QThread::create([this] {
+        QMetaObject::invokeMethod(
+            this, [] {}, Qt::QueuedConnection);
+    }));
+    QEventLoop loop;
+    int turns = 0;
+    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &loop,
+            [&] { ++turns; });
+    QTimer::singleShot(100, &loop, &QEventLoop::quit);
+    waker->start();
+    loop.exec();
+    waker->wait();
+    QVERIFY2(turns < 20, QByteArray::number(turns));
+    QCOMPARE(writes, 1);
+    ::close(ends[0]);
+    ::close(ends[1]);
 }
 
 void EventLoopTest::aNotifierThatAHandlerEndsIsNotCalled()

@@ -6,6 +6,11 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 #include <array>
 
 using Code = OrderFailure::Code;
@@ -43,6 +48,7 @@ private slots:
     void ordersFailAtOnceWhileTheDeviceIsGone();
     void repetitionsGoOn();
     void ticksDoNotPileUpAndOneShotsGoFirst();
+    void theLinkIsSetUpForTheField();
     void keepAliveFindsADeadDevice();
     void keepAliveTakesAnyReplyAsLife();
     void destructionEndsEveryOrderOnce();
@@ -358,6 +364,28 @@ void RuntimeTest::ticksDoNotPileUpAndOneShotsGoFirst()
     QCOMPARE(bench.valueOf(bench.start(ask, value(3, 1000))), QVariant(3));
     QVERIFY(device.requests.size() <= asked + 2); // one reply at most before it
     QVERIFY(bench.statistics().ticksSkipped > 0);
+}
+
+void RuntimeTest::theLinkIsSetUpForTheField()
+{
+    ScriptedDevice device;
+    Bench bench;
+    bench.connectTo(device.port());
+    bench.finish(bench.start(ask));
+    const QAbstractSocket* socket = static_cast<FixtureWorker*>(bench.plugin->worker())->socket();
+    const auto descriptor = static_cast<int>(socket->socketDescriptor());
+    const auto option = [descriptor](int level, int name) {
+        int number = -1;
+        socklen_t size = sizeof(number);
+        ::getsockopt(descriptor, level, name, &number, &size);
+        return number;
+    };
+    QCOMPARE(option(IPPROTO_TCP, TCP_NODELAY), 1);
+    QCOMPARE(option(SOL_SOCKET, SO_KEEPALIVE), 1);
+    QCOMPARE(option(IPPROTO_TCP, TCP_USER_TIMEOUT), 10000);
+    QCOMPARE(::fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+    QCOMPARE(socket->peerPort(), device.port());
+    QCOMPARE(socket->peerAddress().toString(), QStringLiteral("127.0.0.1"));
 }
 
 void RuntimeTest::keepAliveFindsADeadDevice()

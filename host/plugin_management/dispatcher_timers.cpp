@@ -15,7 +15,8 @@ constexpr qint64 usPerMs = 1000;
 
 void DispatcherTimers::add(int id, int intervalMs, Qt::TimerType type, QObject* object)
 {
-    const qint64 dueUs = steadyNowUs() + intervalMs * usPerMs;
+    const qint64 begunUs = intervalMs > 0 ? 1 : 0; // a microsecond of which a part had passed
+    const qint64 dueUs = steadyNowUs() + begunUs + intervalMs * usPerMs;
     m_timers[id] = {intervalMs, type, object, dueUs, false};
     m_order.emplace(dueUs, id);
 }

@@ -87,5 +87,6 @@ protected:
 
 private:
     friend class WorkerEngine;
+    friend class DOrders;
     std::unique_ptr<WorkerEngine> m_engine;
 };

@@ -6,6 +6,7 @@
 #include <plugin_management/id_table_p.h>
 #include <plugin_management/order_command_p.h>
 #include <plugin_management/parameter_check.h>
+#include <plugin_management/worker_engine_p.h>
 
 #include <QPointer>
 
@@ -41,7 +42,7 @@ public:
     class Running;
     using RunningPtr = std::shared_ptr<Running>;
 
-    enum class Kind { Answer, Done, Error };
+    using Kind = WorkerEngine::Outcome;
 
     struct PendingInstruction
     {
@@ -64,7 +65,7 @@ public:
     void executed(const RunningPtr& order, bool accepted);
     void finishByBase(Running& order, bool ok, const OrderFailure& why);
 
-    void takeReply(quint64 id, Kind kind, const ParameterMap& reply);
+    void takeReply(quint64 id, Kind kind, const ParameterMap& reply); // the worker's outcomes
     void handleReply(quint64 id, Kind kind, const ParameterMap& reply);
     void deliver(const RunningPtr& order, quint64 id, Kind kind, const ReplyDelegate& delegate,
                  const ParameterMap& reply);
@@ -342,7 +343,11 @@ void DOrders::Private::flush()
 
 DOrders::DOrders(QObject* parent) : DObject(parent), d(new Private(*this)) { }
 
-DOrders::~DOrders() { shutDown(); }
+DOrders::~DOrders()
+{
+    shutDown();
+    leaveWorker();
+}
 
 quint64 DOrders::start(const QString& command, const ParameterMap& parameters, QString* refusal)
 {
@@ -429,29 +434,27 @@ void DOrders::addPrototype(const DAbstractCommand* prototype)
 
 void DOrders::setWorker(ILocalWorker* worker)
 {
-    using Kind = Private::Kind;
+    leaveWorker();
     auto* base = dynamic_cast<DAbstractWorker*>(worker);
     d->worker = base;
     if (base == nullptr) {
         qWarning("a worker that does not derive from DAbstractWorker cannot answer orders");
         return;
     }
-    connect(base, &DAbstractWorker::sigOrderDone, this,
-            [this](quint64 id, const ParameterMap& reply) { d->takeReply(id, Kind::Done, reply); });
-    connect(
-        base, &DAbstractWorker::sigOrderAnswer, this,
-        [this](quint64 id, const ParameterMap& reply) { d->takeReply(id, Kind::Answer, reply); });
-    connect(
-        base, &DAbstractWorker::sigOrderError, this,
-        [this](quint64 id, const ParameterMap& reply) { d->takeReply(id, Kind::Error, reply); });
+    base->m_engine->setOutcomeHandler({d.get(), &Private::takeReply});
+}
+
+void DOrders::leaveWorker()
+{
+    if (d->worker) {
+        d->worker->m_engine->setOutcomeHandler({});
+    }
+    d->worker = nullptr;
 }
 
 void DOrders::clear()
 {
     d->prototypes.clear();
-    if (d->worker) {
-        d->worker->disconnect(this);
-    }
-    d->worker = nullptr;
+    leaveWorker();
     d->closed = false;
 }

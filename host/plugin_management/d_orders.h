@@ -49,6 +49,8 @@ signals:
     void sigOrderFinished(const DOrder& order);
 
 private:
+    void leaveWorker();
+
     class Private;
     std::unique_ptr<Private> d;
 };

@@ -23,7 +23,7 @@ public:
     void arm(qint64 dueMs)
     {
         m_dueMs = dueMs;
-        if (!m_place || (*m_place)->first > dueMs) {
+        if (!m_place || m_wakeMs > dueMs) {
             schedule();
         }
     }
@@ -43,6 +43,7 @@ private:
             m_hub->cancel(*m_place);
         }
         m_place = m_hub->schedule(m_dueMs, this);
+        m_wakeMs = m_dueMs;
     }
 
     // The hub has taken the timer out. The handler may end the timer.
@@ -62,7 +63,7 @@ private:
 
     Handler m_onDue;
     std::shared_ptr<EventHub> m_hub;
-    std::optional<EventHub::Timers::iterator>
-        m_place; ///< among the hub's timers, due no later than m_dueMs
+    std::optional<EventHub::Timers::iterator> m_place; ///< among the hub's timers
+    qint64 m_wakeMs = never; ///< when the hub will wake it
     qint64 m_dueMs = never;
 };

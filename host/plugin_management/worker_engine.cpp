@@ -262,12 +262,26 @@ void WorkerEngine::settle(const WorkerOrderPtr& order, bool succeeded, const Par
     if (order->needsConnection) {
         count(succeeded, reply);
     }
-    if (order->recurrent()) {
-        emit m_worker.sigOrderAnswer(order->id, reply);
-    } else if (succeeded) {
-        emit m_worker.sigOrderDone(order->id, reply);
-    } else {
-        emit m_worker.sigOrderError(order->id, reply);
+    const Outcome end = succeeded ? Outcome::Done : Outcome::Error;
+    tell(order->recurrent() ? Outcome::Answer : end, order->id, reply);
+}
+
+void WorkerEngine::tell(Outcome outcome, quint64 id, const ParameterMap& reply)
+{
+    const QPointer<WorkerEngine> self(this);
+    switch (outcome) {
+    case Outcome::Answer:
+        emit m_worker.sigOrderAnswer(id, reply);
+        break;
+    case Outcome::Done:
+        emit m_worker.sigOrderDone(id, reply);
+        break;
+    case Outcome::Error:
+        emit m_worker.sigOrderError(id, reply);
+        break;
+    }
+    if (self && !m_outcomeHandler.empty()) {
+        m_outcomeHandler(id, outcome, reply);
     }
 }
 
@@ -547,7 +561,7 @@ bool WorkerEngine::disconnectNow(ParameterMap& result)
         emit m_worker.sigStatusChanged(false);
     }
     if (connectId != 0) { // disconnected without being stopped: that is its end
-        emit m_worker.sigOrderDone(connectId, result);
+        tell(Outcome::Done, connectId, result);
     }
     return true;
 }
@@ -582,7 +596,7 @@ void WorkerEngine::handleOpenFailed(const QString& why)
     ParameterMap reply = failure(Code::NotConnected, text).toReply();
     reply.insert(QStringLiteral("connected"), false);
     if (id != 0) {
-        emit m_worker.sigOrderError(id, reply);
+        tell(Outcome::Error, id, reply);
     }
     if (self) {
         failWaiting(why);
@@ -620,7 +634,7 @@ void WorkerEngine::reportState(bool connected, const QString& why)
         reply.remove(QStringLiteral("doneOk")); // a state, not a rejected reply
         reply.insert(QStringLiteral("disconnected"), true);
     }
-    emit m_worker.sigOrderAnswer(m_connectId, reply);
+    tell(Outcome::Answer, m_connectId, reply);
 }
 
 void WorkerEngine::watchBytes(bool outgoing, const char* data, int size)

@@ -23,7 +23,14 @@ class WorkerEngine : public QObject
     Q_OBJECT
 
 public:
+    enum class Outcome { Answer, Done, Error };
+    using OutcomeHandler = fastdelegate::Delegate<void, quint64, Outcome, const ParameterMap&>;
+
     explicit WorkerEngine(DAbstractWorker& worker);
+
+    /// Who hears of outcomes besides the receivers of the worker's signals, and after them: the
+    /// orders of its plug-in object, for whom a signal's way is too long. Empty: nobody.
+    void setOutcomeHandler(const OutcomeHandler& handler) { m_outcomeHandler = handler; }
 
     bool startOrder(quint64 id, const QString& function, const ParameterMap& parameters,
                     int timeoutMs, QString& refusal);
@@ -59,6 +66,7 @@ private:
     void afterCall(bool succeeded, const ParameterMap& result, qint64 calledUs);
     WorkerOrderPtr takeCurrent();
     void settle(const WorkerOrderPtr& order, bool succeeded, const ParameterMap& reply);
+    void tell(Outcome outcome, quint64 id, const ParameterMap& reply);
     void failWaiting(const QString& why);
     void count(bool succeeded, const ParameterMap& reply);
     OrderFailure failure(OrderFailure::Code code, const QString& text) const;
@@ -83,6 +91,7 @@ private:
     QString endpointText() const;
 
     DAbstractWorker& m_worker;
+    OutcomeHandler m_outcomeHandler;
     QHash<QString, WorkerFunction> m_functions;
     WorkerQueue m_queue;
     Connection m_connection;

@@ -4,6 +4,7 @@ module declares. CTest passes the program and the module in the environment."""
 
 import json
 import os
+import re
 import socket
 import socketserver
 import subprocess
@@ -50,11 +51,20 @@ class SampleModule(unittest.TestCase):
         self.assertEqual([(command["name"], command["stopName"]) for command in info["commands"]],
                          [("connect", "disconnect"), ("get", "")])
 
+    def test_page_shows_this_module(self):
+        page, module = (open(os.path.join(os.environ["PROJECT"], path), encoding="utf-8").read()
+                        for path in ("docs/host-kit.md",
+                                     "examples/sample_module/sample_module.cpp"))
+        pieces = re.findall(r"^```cpp\n(        .*?)^```", page, re.M | re.S)
+        self.assertGreater(len(pieces), 3)
+        for piece in pieces:
+            self.assertIn(piece, module)
+
     def test_help_shows_the_declared_options_and_no_others(self):
         output = run("get", "--help")[1]
         options = [line.split("  ")[1] for line in output.splitlines() if line.startswith("  --")]
         self.assertEqual(options[:2], ["--name TEXT, required", "--times 0..65535, default 1"])
-        self.assertIn("--port 0..65535, required", options)
+        self.assertIn("--port 0..65535, default 4000", options)
         self.assertNotRegex(output.lower(), "modbus|register|coil")
 
     def test_get(self):

@@ -77,3 +77,17 @@ void DAbstractWorker::setAsyncResult(unsigned long long orderId, ParameterMap& r
     Q_UNUSED(result)
     m_engine->expectReply();
 }
+
+bool DAbstractWorker::writeRequest(unsigned long long orderId, const QByteArray& request,
+                                   ParameterMap& result)
+{
+    if (!isConnected()) {
+        return false;
+    }
+    m_socket->readAll(); // must not be taken for this reply
+    if (!isConnected() || m_socket->write(request) <= 0) {
+        return false;
+    }
+    setAsyncResult(orderId, result);
+    return true;
+}

@@ -80,6 +80,9 @@ protected:
     /// Leaves the order open after its function has returned true: its outcome comes with the
     /// reply.
     void setAsyncResult(unsigned long long orderId, ParameterMap& result);
+    /// All that a worker function does at its end: drops what has come late, writes \a request and
+    /// leaves the order open for the reply. False when there is no connection to write to.
+    bool writeRequest(unsigned long long orderId, const QByteArray& request, ParameterMap& result);
 
     QPointer<QAbstractSocket> m_socket; ///< the connection; null or dead when there is none
     ParameterMap m_requestParameters; ///< of the order in flight, as its function left them

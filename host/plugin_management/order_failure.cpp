@@ -28,6 +28,24 @@ Code codeFromName(const QString& name)
 
 } // namespace
 
+OrderFailure OrderFailure::usage(const QString& text)
+{
+    OrderFailure failure;
+    failure.code = Code::Usage;
+    failure.text = text;
+    return failure;
+}
+
+OrderFailure OrderFailure::exception(int code, const QString& name)
+{
+    OrderFailure failure;
+    failure.code = Code::DeviceException;
+    failure.exceptionCode = code;
+    failure.text = QStringLiteral("the device answered exception %1").arg(code);
+    failure.text += name.isEmpty() ? QString() : QStringLiteral(", ") + name;
+    return failure;
+}
+
 ParameterMap OrderFailure::toReply() const
 {
     ParameterMap reply;

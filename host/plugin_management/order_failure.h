@@ -23,6 +23,11 @@ struct OrderFailure
 
     explicit operator bool() const { return code != Code::None; }
 
+    /// The order itself is wrong; \a text tells how.
+    HOST_PLUGIN_MANAGEMENT_EXPORT static OrderFailure usage(const QString& text);
+    /// The device answered the exception \a code; \a name is its protocol's name for it, or empty.
+    HOST_PLUGIN_MANAGEMENT_EXPORT static OrderFailure exception(int code, const QString& name);
+
     /// As a reply map: "doneOk" false, "error", "errorCode", and where they apply "exceptionCode"
     /// and "unitId".
     HOST_PLUGIN_MANAGEMENT_EXPORT ParameterMap toReply() const;

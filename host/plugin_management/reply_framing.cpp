@@ -1,6 +1,8 @@
 #include <plugin_management/reply_framing.h>
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 
 namespace {
 
@@ -65,11 +67,29 @@ bool mbapAnswers(const char* request, int requestSize, const char* reply, int re
     return (difference & ~exceptionBit) == 0;
 }
 
+constexpr int longestLine = 1024;
+
+int lineLength(const char* data, int size)
+{
+    const auto searched = static_cast<std::size_t>(std::min(size, longestLine));
+    const void* end = std::memchr(data, '\n', searched);
+    if (end != nullptr) {
+        return static_cast<int>(static_cast<const char*>(end) - data) + 1;
+    }
+    return size < longestLine ? ReplyFraming::NeedMore : ReplyFraming::Implausible;
+}
+
 } // namespace
 
 const ReplyFraming& mbapFraming()
 {
     static constexpr ReplyFraming framing{mbapFrameLength, mbapExceptionCode, mbapExceptionName,
                                           mbapRequestUnit, mbapAnswers};
+    return framing;
+}
+
+const ReplyFraming& lineFraming()
+{
+    static constexpr ReplyFraming framing{lineLength};
     return framing;
 }

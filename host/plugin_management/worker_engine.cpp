@@ -431,15 +431,16 @@ bool WorkerEngine::judge(const QByteArray& frame, ParameterMap& reply)
     if (succeededIn(reply)) {
         return true;
     }
+    if (findValue(reply, QStringLiteral("errorCode")) != nullptr) {
+        return false; // the worker has told why
+    }
     const int exception = m_framing->exceptionCode(frame.constData(), frame.size());
     OrderFailure why =
         failure(Code::BadReply, QStringLiteral("the device's reply does not fit the request"));
     if (exception != 0) {
-        const QString name = m_framing->exceptionName(exception);
-        why.code = Code::DeviceException;
-        why.exceptionCode = exception;
-        why.text = QStringLiteral("the device answered exception %1").arg(exception);
-        why.text += name.isEmpty() ? QString() : QStringLiteral(", ") + name;
+        const int unitId = why.unitId;
+        why = OrderFailure::exception(exception, m_framing->exceptionName(exception));
+        why.unitId = unitId;
     }
     insertAll(reply, why.toReply());
     return false;

@@ -145,20 +145,33 @@ void HostValuesTest::frameLengths_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<int>("length"); // 0: more is needed, -1: implausible
-    QTest::newRow("nothing") << QByteArray() << 0;
-    QTest::newRow("header not whole") << QByteArray::fromHex("aabb000000") << 0;
-    QTest::newRow("rest to come") << QByteArray::fromHex("aabb00000007") << 13;
-    QTest::newRow("shortest body") << QByteArray::fromHex("aabb00000002") << 8;
-    QTest::newRow("longest body") << QByteArray::fromHex("aabb000000fe") << 260;
-    QTest::newRow("body too short") << QByteArray::fromHex("aabb00000001") << -1;
-    QTest::newRow("body too long") << QByteArray::fromHex("aabb000000ff") << -1;
-    QTest::newRow("high byte counts") << QByteArray::fromHex("aabb00000102") << -1;
+    QTest::addColumn<bool>("text"); // a line
+    const auto line = [](const char* name, const QByteArray& bytes, int length) {
+        QTest::newRow(name) << bytes << length << true;
+    };
+    const QByteArray longLine(1023, 'x');
+    line("no line yet", "level 20.5", 0);
+    line("the first of two lines", "a 1\r\nb 2\r\n", 5);
+    line("longest line", longLine + '\n', 1024);
+    line("still a line", longLine, 0);
+    line("endless line", longLine + 'x', -1);
+    line("line too long", longLine + "x\n", -1);
+    QTest::newRow("nothing") << QByteArray() << 0 << false;
+    QTest::newRow("header not whole") << QByteArray::fromHex("aabb000000") << 0 << false;
+    QTest::newRow("rest to come") << QByteArray::fromHex("aabb00000007") << 13 << false;
+    QTest::newRow("shortest body") << QByteArray::fromHex("aabb00000002") << 8 << false;
+    QTest::newRow("longest body") << QByteArray::fromHex("aabb000000fe") << 260 << false;
+    QTest::newRow("body too short") << QByteArray::fromHex("aabb00000001") << -1 << false;
+    QTest::newRow("body too long") << QByteArray::fromHex("aabb000000ff") << -1 << false;
+    QTest::newRow("high byte counts") << QByteArray::fromHex("aabb00000102") << -1 << false;
 }
 
 void HostValuesTest::frameLengths()
 {
     QFETCH(QByteArray, bytes);
-    QTEST(mbapFraming().frameLength(bytes.constData(), bytes.size()), "length");
+    QFETCH(bool, text);
+    const ReplyFraming& framing = text ? lineFraming() : mbapFraming();
+    QTEST(framing.frameLength(bytes.constData(), bytes.size()), "length");
 }
 
 void HostValuesTest::roundTrips()

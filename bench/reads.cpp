@@ -173,7 +173,7 @@ void readByDriver(const Job& job)
                          if (!watch) { // "connected"
                              watch = std::make_unique<Stopwatch>();
                              orders->start(read, parameters);
-                         } else if (value.toList().value(0) != firstRegister) {
+                         } else if (value.toList().value(0).toInt() != firstRegister) {
                              fail("a wrong reply");
                          }
                      });

@@ -17,6 +17,9 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 
+# Calls into the libraries go straight through their table of addresses, not by way of a stub.
+add_compile_options(-fno-plt)
+
 option(WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 option(ENABLE_CLANG_TIDY "Run clang-tidy with the compiler" OFF)
 set(SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")

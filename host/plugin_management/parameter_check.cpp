@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -61,6 +62,14 @@ bool checkUInt16(QVariant& value)
     return fits;
 }
 
+// Tags are four letters, so that this is a comparison of one word.
+bool isTag(const QString& typeTag, const char16_t (&tag)[5])
+{
+    constexpr std::size_t size = 4;
+    return typeTag.size() == size
+        && std::memcmp(typeTag.constData(), tag, size * sizeof(QChar)) == 0;
+}
+
 // The common case, and the one that costs no copy of the map: the value has the tag's type already.
 bool fitsAsItIs(const QString& typeTag, const QVariant& value)
 {
@@ -68,9 +77,9 @@ bool fitsAsItIs(const QString& typeTag, const QVariant& value)
     case QMetaType::Int: // as unsigned numbers negative ones are out of the range as well
     case QMetaType::UInt:
         return *static_cast<const uint*>(value.constData()) <= largestUInt16
-            && typeTag == QLatin1String("ui16");
+            && isTag(typeTag, u"ui16");
     case QMetaType::QString:
-        return typeTag == QLatin1String("strg");
+        return isTag(typeTag, u"strg");
     default:
         return false;
     }

@@ -78,7 +78,7 @@ bool DCmdDrvConnect::finishTheCommand(bool& ok)
 
 QSharedPointer<ICommand> DCmdDrvConnect::createCommand(const ParameterMap& parameters) const
 {
-    return QSharedPointer<ICommand>(new DCmdDrvConnect(parameters, parent()));
+    return QSharedPointer<DCmdDrvConnect>::create(parameters, parent());
 }
 
 // Meant to be one-sided: a "connected" reply passes over a repeated true only, a "disconnected"

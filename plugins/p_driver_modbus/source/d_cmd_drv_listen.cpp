@@ -60,5 +60,5 @@ bool DCmdDrvListen::commandExecute()
 
 QSharedPointer<ICommand> DCmdDrvListen::createCommand(const ParameterMap& parameters) const
 {
-    return QSharedPointer<ICommand>(new DCmdDrvListen(parameters, parent()));
+    return QSharedPointer<DCmdDrvListen>::create(parameters, parent());
 }

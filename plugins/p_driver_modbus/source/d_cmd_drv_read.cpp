@@ -44,15 +44,20 @@ bool DCmdDrvRead::commandExecute()
         log_line::error(this, log_line::readTypeUnknown);
         return true;
     }
-    ParameterMap map; // filled in the order of the keys, which makes the place of each known
-    map.insert(map.constEnd(), QStringLiteral("dataSize"), number(QStringLiteral("dataSize")));
-    map.insert(map.constEnd(), QStringLiteral("funcCode"), functionCode);
-    map.insert(map.constEnd(), QStringLiteral("register"), number(QStringLiteral("register")));
+    // Copying entries costs half of what finding a place for each does.
+    static const ParameterMap form{{QStringLiteral("dataSize"), 0},
+                                   {QStringLiteral("funcCode"), 0},
+                                   {QStringLiteral("register"), 0}};
+    ParameterMap map = form;
+    auto value = map.begin();
+    *value++ = number(QStringLiteral("dataSize"));
+    *value++ = functionCode;
+    *value = number(QStringLiteral("register"));
     addInstruction(QString(), readFunctionName(functionCode), map, replyTimeoutMs, ReplyDelegate());
     return true;
 }
 
 QSharedPointer<ICommand> DCmdDrvRead::createCommand(const ParameterMap& parameters) const
 {
-    return QSharedPointer<ICommand>(new DCmdDrvRead(parameters, parent()));
+    return QSharedPointer<DCmdDrvRead>::create(parameters, parent());
 }

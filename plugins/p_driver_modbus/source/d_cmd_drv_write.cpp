@@ -81,5 +81,5 @@ bool DCmdDrvWrite::commandExecute()
 
 QSharedPointer<ICommand> DCmdDrvWrite::createCommand(const ParameterMap& parameters) const
 {
-    return QSharedPointer<ICommand>(new DCmdDrvWrite(parameters, parent()));
+    return QSharedPointer<DCmdDrvWrite>::create(parameters, parent());
 }

@@ -92,7 +92,7 @@ const QVariant* findValue(const ParameterMap& parameters, const QString& key)
 {
     const auto size = static_cast<std::size_t>(key.size()) * sizeof(QChar);
     for (auto it = parameters.cbegin(), end = parameters.cend(); it != end; ++it) {
-        if (it.key().size() == key.size()
+        if (it.key().size() == key.size() && *it.key().constData() == *key.constData()
             && std::memcmp(it.key().constData(), key.constData(), size) == 0) {
             return &it.value();
         }

@@ -14,7 +14,8 @@
 using RegisterValues = QVector<quint16>;
 
 /// The value stored under \a key, null when there is none. An order's map has a few entries: a walk
-/// that compares lengths first is several times cheaper than the search of the tree.
+/// that compares lengths and first letters first is several times cheaper than the search of the
+/// tree.
 const QVariant* findValue(const ParameterMap& parameters, const QString& key);
 
 /// The number under \a key or, when that is absent, under \a alias (empty: none). With \a list a

@@ -33,6 +33,7 @@ private slots:
     void replies();
     void aLateReplyAnswersNoOtherOrder();
     void aStoppedOrdersReplyAnswersNoOtherOrder();
+    void noOrderStopsAnothersInstruction();
     void unaskedBytesAnswerNothing();
     void anUnsentOrderWaitsForTheNewConnection();
     void refusals_data();
@@ -134,6 +135,21 @@ void RuntimeTest::aStoppedOrdersReplyAnswersNoOtherOrder()
     QVERIFY(bench.results.value(stopped).isEmpty());
     QCOMPARE(bench.statistics().droppedBytes, 11u);
     QVERIFY(!bench.plugin->orders()->stop(stopped));
+}
+
+void RuntimeTest::noOrderStopsAnothersInstruction()
+{
+    ScriptedDevice device;
+    Bench bench;
+    bench.connectTo(device.port());
+    device.lateMs = 20;
+    device.script = {Step::Late};
+    const quint64 first = bench.start(ask, value(1));
+    const quint64 itsInstruction = first + 1;
+    QVariantMap second = value(2);
+    second.insert(QStringLiteral("stop"), itsInstruction);
+    QCOMPARE(bench.valueOf(bench.start(ask, second)), QVariant(2));
+    QCOMPARE(bench.valueOf(first), QVariant(1));
 }
 
 void RuntimeTest::unaskedBytesAnswerNothing()

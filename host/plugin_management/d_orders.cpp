@@ -24,7 +24,7 @@ quint64 nextId()
     return ++last;
 }
 
-OrderFailure makeFailure(OrderFailure::Code code, const QString& text)
+[[gnu::cold]] OrderFailure makeFailure(OrderFailure::Code code, const QString& text)
 {
     OrderFailure failure;
     failure.code = code;
@@ -76,7 +76,7 @@ public:
     /// True while nothing may be reported directly: a command is inside addInstruction(), an order
     /// has not been announced to its starter yet, or older reports still wait.
     bool mustWait() const { return m_holds > 0 || !m_waiting.empty(); }
-    void report(std::function<void()> action);
+    [[gnu::cold]] void report(std::function<void()> action);
     void flush();
 
     DOrders& q;

@@ -69,8 +69,9 @@ private:
     void tell(Outcome outcome, quint64 id, const ParameterMap& reply);
     void failWaiting(const QString& why);
     void count(bool succeeded, const ParameterMap& reply);
-    OrderFailure failure(OrderFailure::Code code, const QString& text) const;
-    ParameterMap refusedByFunction(const ParameterMap& result) const;
+    // "cold" keeps what leads to a failure out of the way of orders that go well.
+    [[gnu::cold]] OrderFailure failure(OrderFailure::Code code, const QString& text) const;
+    [[gnu::cold]] ParameterMap refusedByFunction(const ParameterMap& result) const;
     void handleTick();
     void armTick();
 

@@ -1,5 +1,7 @@
 #include <plugin_management/order_failure.h>
 
+#include <plugin_management/map_lookup_p.h>
+
 #include <array>
 #include <utility>
 
@@ -63,14 +65,14 @@ ParameterMap OrderFailure::toReply() const
 
 OrderFailure OrderFailure::fromReply(const ParameterMap& reply)
 {
-    const auto done = reply.constFind(QStringLiteral("doneOk"));
-    const auto code = reply.constFind(QStringLiteral("errorCode"));
-    const bool failed = code != reply.constEnd() || (done != reply.constEnd() && !done->toBool());
+    const QVariant* done = findValue(reply, QStringLiteral("doneOk"));
+    const QVariant* code = findValue(reply, QStringLiteral("errorCode"));
+    const bool failed = code != nullptr || (done != nullptr && !done->toBool());
     if (!failed) {
         return {};
     }
     OrderFailure failure;
-    failure.code = code != reply.constEnd() ? codeFromName(code->toString()) : Code::BadReply;
+    failure.code = code != nullptr ? codeFromName(code->toString()) : Code::BadReply;
     failure.text = reply.value(QStringLiteral("error")).toString();
     failure.exceptionCode = reply.value(QStringLiteral("exceptionCode"), 0).toInt();
     failure.unitId = reply.value(QStringLiteral("unitId"), -1).toInt();

@@ -4,6 +4,7 @@
 #include <plugin_management/d_abstract_worker.h>
 #include <plugin_management/i_order.h>
 #include <plugin_management/id_table_p.h>
+#include <plugin_management/life_guard_p.h>
 #include <plugin_management/order_command_p.h>
 #include <plugin_management/parameter_check.h>
 #include <plugin_management/worker_engine_p.h>
@@ -87,6 +88,7 @@ public:
     std::deque<std::function<void()>> m_waiting;
     int m_holds = 0;
     bool closed = false;
+    Lifetime m_lifetime;
 };
 
 /// An order and the command that serves it.
@@ -255,7 +257,7 @@ void DOrders::Private::handleReply(quint64 id, Kind kind, const ParameterMap& re
 void DOrders::Private::deliver(const RunningPtr& order, quint64 id, Kind kind,
                                const ReplyDelegate& delegate, const ParameterMap& reply)
 {
-    const QPointer<DOrders> alive(&q);
+    const LifeGuard alive(m_lifetime);
     const OrderFailure failure =
         kind == Kind::Done ? OrderFailure() : OrderFailure::fromReply(reply);
     if (failure) {
@@ -332,7 +334,7 @@ void DOrders::Private::report(std::function<void()> action)
 
 void DOrders::Private::flush()
 {
-    const QPointer<DOrders> alive(&q);
+    const LifeGuard alive(m_lifetime);
     while (alive && !m_waiting.empty()) {
         // Taken out first, so that what it causes is reported directly when it was the last one.
         const std::function<void()> action = std::move(m_waiting.front());
@@ -413,7 +415,7 @@ void DOrders::shutDown()
 {
     d->closed = true;
     d->m_waiting.clear();
-    const QPointer<DOrders> alive(this);
+    const LifeGuard alive(d->m_lifetime);
     while (alive && !d->orders.empty()) {
         const Private::RunningPtr order = d->orders.first();
         order->stopAllInstructions();

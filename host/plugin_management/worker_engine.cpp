@@ -58,21 +58,23 @@ void insertAll(ParameterMap& into, const ParameterMap& from)
 class WorkerEngine::Hold
 {
 public:
-    explicit Hold(WorkerEngine* engine) : m_engine(engine), m_outermost(!engine->m_pumping)
+    explicit Hold(WorkerEngine* engine)
+        : m_engine(*engine), m_guard(engine->m_lifetime), m_outermost(!engine->m_pumping)
     {
         engine->m_pumping = true;
     }
     ~Hold()
     {
-        if (m_engine && m_outermost) {
-            m_engine->m_pumping = false;
-            m_engine->pump();
+        if (m_guard && m_outermost) {
+            m_engine.m_pumping = false;
+            m_engine.pump();
         }
     }
     Q_DISABLE_COPY(Hold)
 
 private:
-    QPointer<WorkerEngine> m_engine; // a slot may destroy the worker
+    WorkerEngine& m_engine;
+    LifeGuard m_guard; // a slot may destroy the worker
     bool m_outermost;
 };
 
@@ -162,7 +164,7 @@ void WorkerEngine::pump()
     if (m_pumping) {
         return;
     }
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     m_pumping = true;
     if (nobodyWaitsForReply() && m_queue.endsConnectionNext()) {
         settle(takeCurrent(), true, {}); // with the socket goes every late reply
@@ -208,7 +210,7 @@ void WorkerEngine::run(const WorkerOrderPtr& order)
                    .toReply());
         return;
     }
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     if (order->id != 0) {
         emit m_worker.sigOrderRunning(order->id);
     }
@@ -232,7 +234,7 @@ void WorkerEngine::afterCall(bool succeeded, const ParameterMap& result, qint64 
         m_deadline.arm(m_lastRequestUs / 1000 + m_current->timeoutMs);
         return;
     }
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     if (!succeeded && m_current->needsConnection) {
         m_connection.checkSocket(); // a write may just have found it ended, which settles the order
     }
@@ -268,7 +270,7 @@ void WorkerEngine::settle(const WorkerOrderPtr& order, bool succeeded, const Par
 
 void WorkerEngine::tell(Outcome outcome, quint64 id, const ParameterMap& reply)
 {
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     switch (outcome) {
     case Outcome::Answer:
         emit m_worker.sigOrderAnswer(id, reply);
@@ -288,7 +290,7 @@ void WorkerEngine::tell(Outcome outcome, quint64 id, const ParameterMap& reply)
 void WorkerEngine::failWaiting(const QString& why)
 {
     const Hold hold(this);
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     const ParameterMap reply =
         failure(Code::NotConnected,
                 QStringLiteral("no connection to %1: %2").arg(endpointText(), why))
@@ -374,7 +376,7 @@ void WorkerEngine::armTick()
 void WorkerEngine::handleReadable()
 {
     std::array<char, readChunk> bytes;
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     m_reading = true;
     const auto size = static_cast<int>(m_connection.socket()->fetch(bytes.data(), bytes.size()));
     m_reading = false;
@@ -455,7 +457,7 @@ void WorkerEngine::handleTimeout()
     const WorkerOrderPtr order = takeCurrent();
     const QString why = QStringLiteral("no answer within %1 ms").arg(order->timeoutMs);
     const ParameterMap reply = failure(Code::Timeout, why).toReply();
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     if (order->id == 0) {
         m_connection.loseIt(QStringLiteral("the keep-alive got ") + why);
     } else {
@@ -591,7 +593,7 @@ void WorkerEngine::handleOpened(bool report)
 void WorkerEngine::handleOpenFailed(const QString& why)
 {
     const Hold hold(this);
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     const quint64 id = std::exchange(m_connectId, 0);
     const QString text = QStringLiteral("cannot connect to %1: %2").arg(endpointText(), why);
     ParameterMap reply = failure(Code::NotConnected, text).toReply();
@@ -607,7 +609,7 @@ void WorkerEngine::handleOpenFailed(const QString& why)
 void WorkerEngine::handleLost(const QString& why)
 {
     const Hold hold(this);
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     const WorkerOrderPtr order = takeCurrent();
     if (order && m_requestHeadSize == 0 && order->id != 0 && !order->stopped) {
         m_queue.putBack(order); // the write found the socket ended: the device has seen nothing
@@ -622,7 +624,7 @@ void WorkerEngine::handleLost(const QString& why)
 
 void WorkerEngine::reportState(bool connected, const QString& why)
 {
-    const QPointer<WorkerEngine> self(this);
+    const LifeGuard self(m_lifetime);
     emit m_worker.sigStatusChanged(connected);
     if (!self || m_connectId == 0) {
         return;

@@ -3,6 +3,7 @@
 #include <plugin_management/connection_p.h>
 #include <plugin_management/d_abstract_worker.h>
 #include <plugin_management/lazy_timer_p.h>
+#include <plugin_management/life_guard_p.h>
 #include <plugin_management/order_failure.h>
 #include <plugin_management/reply_cutter_p.h>
 #include <plugin_management/round_trips_p.h>
@@ -119,4 +120,5 @@ private:
     int m_requestHeadSize = 0; ///< 0: nothing was written for the current order
     const ReplyFraming* m_framing;
     WorkerStatistics m_statistics;
+    Lifetime m_lifetime;
 };

@@ -58,6 +58,7 @@ private:
         int intervalMs = 0;
     };
     class Hold;
+    static constexpr int defaultLimitMs = 5000;
 
     bool fillOrder(WorkerOrder& order, const QString& function, QString& refusal) const;
 
@@ -121,4 +122,28 @@ private:
     const ReplyFraming* m_framing;
     WorkerStatistics m_statistics;
     Lifetime m_lifetime;
+};
+
+/// Keeps orders that slots start meanwhile in the queue, and runs them when it goes.
+class WorkerEngine::Hold
+{
+public:
+    explicit Hold(WorkerEngine* engine)
+        : m_engine(*engine), m_guard(engine->m_lifetime), m_outermost(!engine->m_pumping)
+    {
+        engine->m_pumping = true;
+    }
+    ~Hold()
+    {
+        if (m_guard && m_outermost) {
+            m_engine.m_pumping = false;
+            m_engine.pump();
+        }
+    }
+    Q_DISABLE_COPY(Hold)
+
+private:
+    WorkerEngine& m_engine;
+    LifeGuard m_guard; // a slot may destroy the worker
+    bool m_outermost;
 };

@@ -93,6 +93,16 @@ class SampleModule(unittest.TestCase):
         self.assertEqual((code, output), (3, ""))
         self.assertIn(f"cannot connect to 127.0.0.1:{self.endpoint[3]}: ", errors)
 
+    def test_stopped_connect_tells_it_once(self):
+        orders = [{"id": "1", "device": "gauge", "command": "connect",
+                   "parameters": {"host": "127.0.0.1", "port": self.endpoint[3]}},
+                  {"id": "2", "device": "gauge", "command": "get", "parameters": {"name": "level"}}]
+        done = subprocess.run([*HOST, "run", "-"], input="\n".join(map(json.dumps, orders)),
+                              capture_output=True, encoding="utf-8", timeout=PATIENCE)
+        events = [json.loads(line) for line in done.stdout.splitlines()]
+        self.assertEqual([e["value"] for e in events if e["event"] == "result"],
+                         [True, "20.5", False])
+
     def test_connect_lasts_until_it_is_stopped(self):
         program = Program([*HOST, "connect", *self.endpoint])
         self.addCleanup(program.close)

@@ -53,6 +53,7 @@ private slots:
     void keepAliveFindsADeadDevice();
     void keepAliveTakesAnyReplyAsLife();
     void destructionEndsEveryOrderOnce();
+    void destructionInsideAReport_data();
     void destructionInsideAReport();
     void aLoopInsideAReportStopsNobody_data();
     void aLoopInsideAReportStopsNobody();
@@ -443,19 +444,32 @@ void RuntimeTest::destructionEndsEveryOrderOnce()
     QTRY_COMPARE(device.openConnections(), 0);
 }
 
+void RuntimeTest::destructionInsideAReport_data()
+{
+    QTest::addColumn<bool>("ofWorker");
+    QTest::newRow("of the orders") << false;
+    QTest::newRow("of the worker") << true;
+}
+
 void RuntimeTest::destructionInsideAReport()
 {
+    QFETCH(bool, ofWorker);
     ScriptedDevice device;
     Bench bench;
     bench.connectTo(device.port());
     const quint64 first = bench.start(ask, value(1));
     const quint64 second = bench.start(ask, value(2));
-    QObject::connect(bench.plugin->orders(), &DOrders::sigOrderFinished, this,
-                     [&](const DOrder& order) {
-                         if (order.id == first) {
-                             bench.plugin.reset();
-                         }
-                     });
+    if (ofWorker) {
+        QObject::connect(bench.plugin->worker(), &DAbstractWorker::sigOrderDone, this,
+                         [&] { bench.plugin.reset(); });
+    } else {
+        QObject::connect(bench.plugin->orders(), &DOrders::sigOrderFinished, this,
+                         [&](const DOrder& order) {
+                             if (order.id == first) {
+                                 bench.plugin.reset();
+                             }
+                         });
+    }
     QVERIFY(waitFor([&] { return bench.plugin.isNull(); }));
     QCOMPARE(bench.ends.value(first), 1);
     QCOMPARE(bench.ends.value(second), 1);

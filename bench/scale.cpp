@@ -154,8 +154,8 @@ public:
           m_plugin(dynamic_cast<DAbstractPlugin*>(job.root->createInstance(QUuid::createUuid())))
     {
         m_plugin->initPluginCommands();
-        DOrders* orders = m_plugin->orders();
-        QObject::connect(orders, &DOrders::sigOrderResult, orders,
+        m_orders = m_plugin->orders();
+        QObject::connect(m_orders, &DOrders::sigOrderResult, m_orders,
                          [this](quint64 id, const QString&, const QVariant& value) {
                              if (id != m_connectId) {
                                  done(value.toList().value(0).toInt());
@@ -163,9 +163,9 @@ public:
                                  m_onOpen();
                              }
                          });
-        QObject::connect(orders, &DOrders::sigOrderFinished, orders,
+        QObject::connect(m_orders, &DOrders::sigOrderFinished, m_orders,
                          [this](const DOrder& order) { finished(order); });
-        QObject::connect(orders, &DOrders::sigOrderTrouble, orders,
+        QObject::connect(m_orders, &DOrders::sigOrderTrouble, m_orders,
                          [](quint64, const OrderFailure& failure) { fail(failure.text); });
     }
 
@@ -174,14 +174,13 @@ public:
         const WorkerStatistics seen = m_plugin->worker()->statistics();
         const auto count = static_cast<double>(seen.done);
         m_tally.keepRoundTrips(static_cast<double>(seen.roundTripMeanUs) * count, count);
-        m_plugin->orders()->disconnect();
+        m_orders->disconnect();
     }
 
     void open(const std::function<void()>& onOpen) override
     {
         m_onOpen = onOpen;
-        m_connectId =
-            m_plugin->orders()->start(QStringLiteral("connect"),
+        m_connectId = m_orders->start(QStringLiteral("connect"),
                                       {{QStringLiteral("host"), QStringLiteral("127.0.0.1")},
                                        {QStringLiteral("port"), m_job.port}});
     }
@@ -202,7 +201,7 @@ private:
             {QStringLiteral("recurrentInterval"), m_job.intervalMs}};
         static const QString listen = QStringLiteral("listen");
         static const QString read = QStringLiteral("read");
-        m_plugin->orders()->start(m_job.intervalMs > 0 ? listen : read, parameters);
+        m_orders->start(m_job.intervalMs > 0 ? listen : read, parameters);
     }
 
     void finished(const DOrder& order)
@@ -214,6 +213,7 @@ private:
     }
 
     std::unique_ptr<DAbstractPlugin> m_plugin;
+    DOrders* m_orders = nullptr;
     std::function<void()> m_onOpen;
     quint64 m_connectId = 0;
 };

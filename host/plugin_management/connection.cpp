@@ -13,8 +13,8 @@ constexpr int defaultLimitMs = 5000;
 } // namespace
 
 Connection::Connection(const Handler& readable)
-    : m_readable(readable), m_limit({this, &Connection::handleAttemptLimit}),
-      m_retry({this, &Connection::retry})
+    : m_limit({this, &Connection::handleAttemptLimit}), m_retry({this, &Connection::retry}),
+      m_readable(readable)
 {
 }
 

@@ -86,18 +86,19 @@ private:
     void dropSocket();
     QString endpointText() const;
 
-    State m_state = State::Closed;
-    Endpoint m_endpoint;
-    Backoff m_backoff;
-    Handler m_readable;
     LazyTimer m_limit;
     LazyTimer m_retry;
+    Endpoint m_endpoint;
     QTcpSocket* m_attempt = nullptr; ///< looks the host up and connects
-    WorkerSocket* m_socket = nullptr; ///< what it has connected
     QString m_trouble;
+    // What an order touches, together.
+    State m_state = State::Closed;
     int m_retries = 0; ///< attempts to re-open since the device last answered
     int m_inSocketSignal = 0;
     bool m_wanted = false;
     bool m_reported = false; ///< the owner believes that it is connected
     bool m_answered = false; ///< the device has answered on this socket
+    WorkerSocket* m_socket = nullptr; ///< what the attempt has connected
+    Handler m_readable;
+    Backoff m_backoff;
 };

@@ -4,7 +4,8 @@
 
 class LifeGuard;
 
-/// Of an object whose functions call what may destroy it. As its last member, so that it goes first.
+/// Of an object whose functions call what may destroy it. As its last member, so that it goes
+/// first.
 class Lifetime
 {
 public:

@@ -12,18 +12,6 @@ using Code = OrderFailure::Code;
 constexpr int longestIntervalMs = 24 * 60 * 60 * 1000;
 constexpr int readChunk = 4096; // more than any frame, so that one read takes what is there
 
-const QString& connectName()
-{
-    static const QString name = QStringLiteral("connect");
-    return name;
-}
-
-const QString& disconnectName()
-{
-    static const QString name = QStringLiteral("disconnect");
-    return name;
-}
-
 bool succeededIn(const ParameterMap& reply)
 {
     const QVariant* done = findValue(reply, QStringLiteral("doneOk"));
@@ -53,10 +41,10 @@ void insertAll(ParameterMap& into, const ParameterMap& from)
 } // namespace
 
 WorkerEngine::WorkerEngine(DAbstractWorker& worker)
-    : m_worker(worker), m_connection({this, &WorkerEngine::handleReadable}),
-      m_cutter(mbapFraming()), m_deadline({this, &WorkerEngine::handleTimeout}),
-      m_silence({this, &WorkerEngine::handleSilence}), m_tick({this, &WorkerEngine::handleTick}),
-      m_framing(&mbapFraming())
+    : m_silence({this, &WorkerEngine::handleSilence}), m_tick({this, &WorkerEngine::handleTick}),
+      m_connection({this, &WorkerEngine::handleReadable}), m_worker(worker),
+      m_framing(&mbapFraming()), m_cutter(mbapFraming()),
+      m_deadline({this, &WorkerEngine::handleTimeout})
 {
     connect(&m_connection, &Connection::opened, this, &WorkerEngine::handleOpened);
     connect(&m_connection, &Connection::openFailed, this, &WorkerEngine::handleOpenFailed);
@@ -87,16 +75,16 @@ bool WorkerEngine::startOrder(quint64 id, const QString& function, const Paramet
     return true;
 }
 
-bool WorkerEngine::fillOrder(WorkerOrder& order, const QString& function, QString& refusal) const
+bool WorkerEngine::fillOrder(WorkerOrder& order, const QString& function, QString& refusal)
 {
-    const auto it = m_functions.constFind(function);
-    if (it == m_functions.constEnd()) {
+    const bool isLast = !m_lastFunction.call.empty() && function == m_lastFunctionName;
+    if (!isLast && !chooseFunction(function)) {
         refusal = QStringLiteral("the worker has no function '%1'").arg(function);
         return false;
     }
-    order.function = *it;
-    order.endsConnection = function == disconnectName();
-    order.needsConnection = !order.endsConnection && function != connectName();
+    order.function = m_lastFunction.call;
+    order.endsConnection = m_lastFunction.endsConnection;
+    order.needsConnection = m_lastFunction.needsConnection;
     order.intervalMs = intervalOf(order.parameters);
     if (order.intervalMs < 0) {
         refusal = QStringLiteral("parameter 'recurrentInterval': '%1' is not a number of "
@@ -105,6 +93,17 @@ bool WorkerEngine::fillOrder(WorkerOrder& order, const QString& function, QStrin
                            QString::number(longestIntervalMs));
         return false;
     }
+    return true;
+}
+
+bool WorkerEngine::chooseFunction(const QString& name)
+{
+    const auto it = m_functions.constFind(name);
+    if (it == m_functions.constEnd()) {
+        return false;
+    }
+    m_lastFunctionName = name;
+    m_lastFunction = *it;
     return true;
 }
 
@@ -456,7 +455,10 @@ void WorkerEngine::watchBytes(bool outgoing, const char* data, int size)
 
 void WorkerEngine::declareFunction(const QString& name, const WorkerFunction& function)
 {
-    m_functions.insert(name, function);
+    const bool connects = name == QLatin1String("connect");
+    const bool disconnects = name == QLatin1String("disconnect");
+    m_functions.insert(name, {function, !connects && !disconnects, disconnects});
+    m_lastFunction = {};
 }
 
 void WorkerEngine::setKeepAlive(const QString& name, const ParameterMap& parameters, int intervalMs)

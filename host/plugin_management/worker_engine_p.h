@@ -51,6 +51,12 @@ public:
     WorkerStatistics statistics() const;
 
 private:
+    struct Function
+    {
+        WorkerFunction call;
+        bool needsConnection = true;
+        bool endsConnection = false;
+    };
     struct KeepAlive
     {
         QString function;
@@ -60,7 +66,8 @@ private:
     class Hold;
     static constexpr int defaultLimitMs = 5000;
 
-    bool fillOrder(WorkerOrder& order, const QString& function, QString& refusal) const;
+    bool fillOrder(WorkerOrder& order, const QString& function, QString& refusal);
+    bool chooseFunction(const QString& name);
 
     void pump();
     bool nobodyWaitsForReply() const;
@@ -93,34 +100,37 @@ private:
     void watchBytes(bool outgoing, const char* data, int size);
     QString endpointText() const;
 
-    DAbstractWorker& m_worker;
-    OutcomeHandler m_outcomeHandler;
-    QHash<QString, WorkerFunction> m_functions;
-    WorkerQueue m_queue;
-    Connection m_connection;
-    ReplyCutter m_cutter;
-    LazyTimer m_deadline;
+    // What an order does not touch: with many devices each line of memory counts.
+    QHash<QString, Function> m_functions;
     LazyTimer m_silence;
     LazyTimer m_tick;
-    DAbstractWorker::FrameTracer m_tracer;
+    KeepAlive m_defaultKeepAlive;
+    KeepAlive m_keepAlive;
+    quint64 m_connectId = 0; ///< the running connect order
+    bool m_connectBegun = false; ///< the function being run has begun a connect
+    bool m_opensFirst = false; ///< the next connection is a connect order's own
 
+    RoundTrips m_roundTrips;
+    WorkerStatistics m_statistics;
+    Connection m_connection;
+
+    DAbstractWorker& m_worker;
+    OutcomeHandler m_outcomeHandler;
+    DAbstractWorker::FrameTracer m_tracer;
+    WorkerQueue m_queue;
+    QString m_lastFunctionName; ///< of an order: mostly the next one asks for the same
+    Function m_lastFunction;
     WorkerOrderPtr m_current; ///< being run or in flight
     bool m_replyExpected = false;
-    bool m_connectBegun = false; ///< the function being run has begun a connect
     bool m_lastFailed = false;
     bool m_pumping = false;
     bool m_reading = false;
-    bool m_opensFirst = false; ///< the next connection is a connect order's own
-    quint64 m_connectId = 0; ///< the running connect order
-
-    KeepAlive m_defaultKeepAlive;
-    KeepAlive m_keepAlive;
-    qint64 m_lastRequestUs = 0;
-    RoundTrips m_roundTrips;
-    std::array<char, ReplyFraming::requestHeadSize> m_requestHead{};
     int m_requestHeadSize = 0; ///< 0: nothing was written for the current order
+    std::array<char, ReplyFraming::requestHeadSize> m_requestHead{};
+    qint64 m_lastRequestUs = 0;
     const ReplyFraming* m_framing;
-    WorkerStatistics m_statistics;
+    ReplyCutter m_cutter;
+    LazyTimer m_deadline;
     Lifetime m_lifetime;
 };
 

@@ -167,7 +167,7 @@ void WorkerEngine::handleSilence()
         return;
     }
     auto order = std::make_shared<WorkerOrder>();
-    order->function = m_functions.value(m_keepAlive.function);
+    order->function = m_functions.value(m_keepAlive.function).call;
     order->parameters = m_keepAlive.parameters;
     order->timeoutMs =
         m_connection.endpoint().limitMs > 0 ? m_connection.endpoint().limitMs : defaultLimitMs;

@@ -29,14 +29,14 @@ READ_CLIENTS = ["socket", "libmodbus", "qtserialbus", "driver"]
 QUANTITIES = [1, 10, 63, 125]
 MOST_FOR_DRIVER = 63  # it refuses longer replies
 COUNTED_QUANTITIES = [1, 63]  # where instructions and system calls are counted too
-READ_ROUNDS, READS = 7, 2500
+READ_ROUNDS, READS = 25, 800
 COUNTED_READS = 500
 
 SCALE_CLIENTS = ["driver", "qtserialbus"]
 DEVICES = [1, 10, 100, 1000]
 THREADED_DEVICES = [100, 1000]
 WORKS = ["50", "read"]  # listened to every 50 ms, or read after read
-SCALE_ROUNDS, SCALE_SECONDS = 3, 0.8
+SCALE_ROUNDS, SCALE_SECONDS = 5, 0.5
 COUNTED_WORK, COUNTED_SECONDS = "2000", 4  # an interval that callgrind can keep
 CODEC_REPETITIONS = 1000
 

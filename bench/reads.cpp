@@ -7,7 +7,6 @@
 #include "instrumentation.h"
 
 #include <plugin_management/d_abstract_plugin.h>
-#include <plugin_management/d_event_dispatcher.h>
 #include <plugin_management/d_orders.h>
 #include <plugin_management/d_plugin_loader.h>
 
@@ -199,9 +198,7 @@ void readByDriver(const Job& job)
 
 int main(int argc, char** argv)
 {
-    if (argc > 1 && qstrcmp(argv[1], "driver") == 0) {
-        QCoreApplication::setEventDispatcher(new DEventDispatcher);
-    }
+    qputenv("QT_NO_GLIB", "1"); // the event loop of driver-host, for all
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     const Job job{arguments.value(2).toUShort(), arguments.value(3).toInt(),

@@ -9,7 +9,6 @@
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_abstract_worker.h>
-#include <plugin_management/d_event_dispatcher.h>
 #include <plugin_management/d_orders.h>
 #include <plugin_management/d_plugin_loader.h>
 
@@ -294,9 +293,6 @@ public:
         : m_job(job), m_devices(devices), m_onReady(std::move(onReady))
     {
         m_anchor.moveToThread(&m_thread);
-        if (job.kind == QLatin1String("driver")) {
-            m_thread.setEventDispatcher(new DEventDispatcher);
-        }
         m_thread.start();
         call([this] { openAll(); });
     }
@@ -531,6 +527,7 @@ Job jobFrom(const QStringList& arguments)
 
 int main(int argc, char** argv)
 {
+    qputenv("QT_NO_GLIB", "1"); // the event loop of driver-host, for all
     QCoreApplication application(argc, argv);
     const Job job = jobFrom(QCoreApplication::arguments());
     allowDescriptors(job.devices);

@@ -131,6 +131,7 @@ void print(const char* name, const Stream& stream)
 
 int main(int argc, char** argv)
 {
+    qputenv("QT_NO_GLIB", "1"); // the event loop of driver-host, for all
     QCoreApplication application(argc, argv);
     const int orders = argc > 2 ? std::atoi(argv[2]) : 200000;
     const DPluginLoader::Result module =

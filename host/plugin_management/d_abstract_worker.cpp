@@ -1,8 +1,8 @@
 #include <plugin_management/d_abstract_worker.h>
 
-#include <plugin_management/worker_engine_p.h>
+#include <runtime/shell/worker_shell.h>
 
-DAbstractWorker::DAbstractWorker(const QString& name) : m_engine(new WorkerEngine(*this))
+DAbstractWorker::DAbstractWorker(const QString& name) : m_shell(std::make_shared<WorkerShell>(*this))
 {
     setObjectName(name);
     declareFunction(QStringLiteral("connect"), WorkerFunction(this, &DAbstractWorker::cbConnect));
@@ -10,15 +10,15 @@ DAbstractWorker::DAbstractWorker(const QString& name) : m_engine(new WorkerEngin
                     WorkerFunction(this, &DAbstractWorker::cbDisconnect));
 }
 
-DAbstractWorker::~DAbstractWorker() = default;
+DAbstractWorker::~DAbstractWorker() { m_shell->leave(); }
 
 bool DAbstractWorker::sltStartOrder(quint64 orderId, const QString& function,
                                     const ParameterMap& parameters, int timeoutMs, QString& refusal)
 {
-    return m_engine->startOrder(orderId, function, parameters, timeoutMs, refusal);
+    return m_shell->start(orderId, function, parameters, timeoutMs, refusal);
 }
 
-bool DAbstractWorker::sltStopOrder(quint64 orderId) { return m_engine->stopOrder(orderId); }
+bool DAbstractWorker::sltStopOrder(quint64 orderId) { return m_shell->stop(orderId); }
 
 bool DAbstractWorker::isConnected() const
 {
@@ -28,7 +28,8 @@ bool DAbstractWorker::isConnected() const
 bool DAbstractWorker::cbConnect(const unsigned long long orderId, const ParameterMap& parameters,
                                 ParameterMap& result)
 {
-    return m_engine->beginConnect(orderId, parameters, result);
+    Q_UNUSED(orderId)
+    return m_shell->connectLink(parameters, result);
 }
 
 bool DAbstractWorker::cbDisconnect(const unsigned long long orderId, const ParameterMap& parameters,
@@ -36,7 +37,7 @@ bool DAbstractWorker::cbDisconnect(const unsigned long long orderId, const Param
 {
     Q_UNUSED(orderId)
     Q_UNUSED(parameters)
-    return m_engine->disconnectNow(result);
+    return m_shell->disconnectLink(result);
 }
 
 ParameterMap DAbstractWorker::cbReply(const QByteArray& reply)
@@ -44,38 +45,38 @@ ParameterMap DAbstractWorker::cbReply(const QByteArray& reply)
     return {{QStringLiteral("doneOk"), true}, {QStringLiteral("values"), reply}};
 }
 
-WorkerStatistics DAbstractWorker::statistics() const { return m_engine->statistics(); }
+WorkerStatistics DAbstractWorker::statistics() const { return m_shell->engine().statistics(); }
 
-void DAbstractWorker::setFrameTracer(const FrameTracer& tracer) { m_engine->setTracer(tracer); }
+void DAbstractWorker::setFrameTracer(const FrameTracer& tracer) { m_shell->setTracer(tracer); }
 
 void DAbstractWorker::declareFunction(const QString& name, const WorkerFunction& function)
 {
-    m_engine->declareFunction(name, function);
+    m_shell->declareFunction(name, function);
 }
 
 void DAbstractWorker::setKeepAliveFunction(const QString& name, const ParameterMap& parameters,
                                            int intervalMs)
 {
-    m_engine->setKeepAlive(name, parameters, intervalMs);
+    m_shell->engine().setKeepAlive(name, parameters, intervalMs);
 }
 
 void DAbstractWorker::setReplyFraming(const ReplyFraming& framing)
 {
-    m_engine->setFraming(framing);
+    m_shell->engine().setFraming(framing);
 }
 
-unsigned long long DAbstractWorker::currentOrderId() const { return m_engine->currentId(); }
+unsigned long long DAbstractWorker::currentOrderId() const { return m_shell->engine().currentId(); }
 
 ParameterMap DAbstractWorker::getCurrentOrderParameters() const
 {
-    return m_engine->currentParameters();
+    return m_shell->engine().currentParameters();
 }
 
 void DAbstractWorker::setAsyncResult(unsigned long long orderId, ParameterMap& result)
 {
     Q_UNUSED(orderId)
     Q_UNUSED(result)
-    m_engine->expectReply();
+    m_shell->engine().expectReply();
 }
 
 bool DAbstractWorker::writeRequest(unsigned long long orderId, const QByteArray& request,

@@ -11,7 +11,7 @@
 #include <functional>
 #include <memory>
 
-class WorkerEngine;
+class WorkerShell;
 
 /// The base of every worker: it owns the connection to one device and runs one order at a time on
 /// the thread that it lives on.
@@ -89,7 +89,7 @@ protected:
     ParameterMap m_connectionSettings; ///< the parameters of "connect"
 
 private:
-    friend class WorkerEngine;
+    friend class WorkerShell;
     friend class DOrders;
-    std::unique_ptr<WorkerEngine> m_engine;
+    std::shared_ptr<WorkerShell> m_shell;
 };

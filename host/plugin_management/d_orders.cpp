@@ -7,7 +7,7 @@
 #include <plugin_management/life_guard_p.h>
 #include <plugin_management/order_command_p.h>
 #include <plugin_management/parameter_check.h>
-#include <plugin_management/worker_engine_p.h>
+#include <runtime/shell/worker_shell.h>
 
 #include <QPointer>
 
@@ -43,7 +43,7 @@ public:
     class Running;
     using RunningPtr = std::shared_ptr<Running>;
 
-    using Kind = WorkerEngine::Outcome;
+    using Kind = Outcome;
 
     struct PendingInstruction
     {
@@ -66,10 +66,11 @@ public:
     void executed(const RunningPtr& order, bool accepted);
     void finishByBase(Running& order, bool ok, const OrderFailure& why);
 
-    void takeReply(quint64 id, Kind kind, const ParameterMap& reply); // the worker's outcomes
-    void handleReply(quint64 id, Kind kind, const ParameterMap& reply);
+    void takeReply(quint64 id, Kind kind, const ParameterMap& reply,
+                   const OrderFailure& failure); // the worker's outcomes
+    void handleReply(quint64 id, Kind kind, const ParameterMap& reply, const OrderFailure& failure);
     void deliver(const RunningPtr& order, quint64 id, Kind kind, const ReplyDelegate& delegate,
-                 const ParameterMap& reply);
+                 const ParameterMap& reply, const OrderFailure& failure);
     void publish(quint64 orderId, const QString& name, const QVariant& value);
     void settleIfOver(const RunningPtr& order);
     void end(const RunningPtr& order);
@@ -230,16 +231,18 @@ void DOrders::Private::finishByBase(Running& order, bool ok, const OrderFailure&
     --order.calls;
 }
 
-void DOrders::Private::takeReply(quint64 id, Kind kind, const ParameterMap& reply)
+void DOrders::Private::takeReply(quint64 id, Kind kind, const ParameterMap& reply,
+                                 const OrderFailure& failure)
 {
     if (!mustWait()) {
-        handleReply(id, kind, reply);
+        handleReply(id, kind, reply, failure);
         return;
     }
-    report([this, id, kind, reply] { handleReply(id, kind, reply); });
+    report([this, id, kind, reply, failure] { handleReply(id, kind, reply, failure); });
 }
 
-void DOrders::Private::handleReply(quint64 id, Kind kind, const ParameterMap& reply)
+void DOrders::Private::handleReply(quint64 id, Kind kind, const ParameterMap& reply,
+                                   const OrderFailure& failure)
 {
     const PendingInstruction* instruction = instructions.find(id);
     if (instruction == nullptr) {
@@ -251,15 +254,14 @@ void DOrders::Private::handleReply(quint64 id, Kind kind, const ParameterMap& re
         instructions.remove(id);
         --order->pending;
     }
-    deliver(order, id, kind, delegate, reply);
+    deliver(order, id, kind, delegate, reply, failure);
 }
 
 void DOrders::Private::deliver(const RunningPtr& order, quint64 id, Kind kind,
-                               const ReplyDelegate& delegate, const ParameterMap& reply)
+                               const ReplyDelegate& delegate, const ParameterMap& reply,
+                               const OrderFailure& failure)
 {
     const LifeGuard alive(m_lifetime);
-    const OrderFailure failure =
-        kind == Kind::Done ? OrderFailure() : OrderFailure::fromReply(reply);
     if (failure) {
         order->data.failure = failure;
         if (kind == Kind::Answer) {
@@ -443,13 +445,13 @@ void DOrders::setWorker(ILocalWorker* worker)
         qWarning("a worker that does not derive from DAbstractWorker cannot answer orders");
         return;
     }
-    base->m_engine->setOutcomeHandler({d.get(), &Private::takeReply});
+    base->m_shell->setOutcomeHandler({d.get(), &Private::takeReply});
 }
 
 void DOrders::leaveWorker()
 {
     if (d->worker) {
-        d->worker->m_engine->setOutcomeHandler({});
+        d->worker->m_shell->setOutcomeHandler({});
     }
     d->worker = nullptr;
 }

@@ -11,6 +11,11 @@ constexpr int headerSize = 6; // what the length field does not count
 constexpr int unitOffset = 6;
 constexpr int functionOffset = 7;
 constexpr int exceptionOffset = 8;
+constexpr int exceptionSize = 9;
+constexpr int byteCountOffset = 8;
+constexpr int quantityOffset = 10;
+constexpr int requestSize = 12; // of a read
+constexpr int valuesOffset = 9;
 constexpr int shortestBody = 2; // unit id and function code
 constexpr int longestBody = 254; // unit id and a PDU of 253 bytes
 constexpr uchar exceptionBit = 0x80;
@@ -29,7 +34,7 @@ int mbapFrameLength(const char* data, int size)
 
 int mbapExceptionCode(const char* data, int size)
 {
-    const bool exception = size > exceptionOffset && (byteAt(data, functionOffset) & exceptionBit);
+    const bool exception = size == exceptionSize && (byteAt(data, functionOffset) & exceptionBit);
     return exception ? byteAt(data, exceptionOffset) : 0;
 }
 
@@ -53,9 +58,33 @@ QString mbapExceptionName(int code)
     return index < names.size() ? QString::fromLatin1(names[index]) : QString();
 }
 
-int mbapRequestUnit(const char* data, int size)
+int mbapUnit(const char* data, int size)
 {
     return size > unitOffset ? byteAt(data, unitOffset) : -1;
+}
+
+// The data bytes that a read must be answered with, -1 for another function.
+int expectedByteCount(const char* request, int size)
+{
+    if (size < requestSize) {
+        return -1;
+    }
+    const int quantity = byteAt(request, quantityOffset) << 8 | byteAt(request, quantityOffset + 1);
+    switch (byteAt(request, functionOffset)) {
+    case 1: // coils
+    case 2: // discrete inputs
+        return (quantity + 7) / 8;
+    case 3: // holding registers
+    case 4: // input registers
+        return 2 * quantity;
+    default:
+        return -1;
+    }
+}
+
+bool holds(const char* reply, int size, int byteCount)
+{
+    return size == valuesOffset + byteCount && byteAt(reply, byteCountOffset) == byteCount;
 }
 
 bool mbapAnswers(const char* request, int requestSize, const char* reply, int replySize)
@@ -63,8 +92,13 @@ bool mbapAnswers(const char* request, int requestSize, const char* reply, int re
     if (requestSize <= functionOffset || replySize <= functionOffset) {
         return false;
     }
-    const int difference = byteAt(request, functionOffset) ^ byteAt(reply, functionOffset);
-    return (difference & ~exceptionBit) == 0;
+    const int asked = byteAt(request, functionOffset);
+    const int answered = byteAt(reply, functionOffset);
+    if (answered == (asked | exceptionBit)) {
+        return mbapExceptionCode(reply, replySize) != 0;
+    }
+    const int byteCount = expectedByteCount(request, requestSize);
+    return answered == asked && (byteCount < 0 || holds(reply, replySize, byteCount));
 }
 
 constexpr int longestLine = 1024;
@@ -84,7 +118,7 @@ int lineLength(const char* data, int size)
 const ReplyFraming& mbapFraming()
 {
     static constexpr ReplyFraming framing{mbapFrameLength, mbapExceptionCode, mbapExceptionName,
-                                          mbapRequestUnit, mbapAnswers};
+                                          mbapUnit, mbapAnswers};
     return framing;
 }
 

@@ -15,15 +15,16 @@ struct ReplyFraming
 
     /// Length of the first frame in \a data (it may exceed \a size), NeedMore or Implausible.
     int (*frameLength)(const char* data, int size);
-    /// The exception that the frame reports, 0 when it is no exception reply.
+    /// The exception that the frame reports, 0 when it is no well-formed exception reply.
     int (*exceptionCode)(const char* data, int size) = [](const char*, int) { return 0; };
     /// The standard's name for an exception; empty for one that it does not name.
     QString (*exceptionName)(int code) = [](int) { return QString(); };
-    /// The unit that a request addresses, -1 when it names none. The first bytes of a request, as
-    /// many as requestHeadSize, are enough.
-    int (*requestUnit)(const char* data, int size) = [](const char*, int) { return -1; };
-    /// False when the reply cannot be one to the request (of which the first bytes are given): then
-    /// the stream is out of step, and what follows on it would answer the wrong orders.
+    /// The unit that a request addresses or that a reply comes from, -1 when it names none. Of a
+    /// request the first bytes are given, as many as requestHeadSize.
+    int (*unit)(const char* data, int size) = [](const char*, int) { return -1; };
+    /// False when the reply (a whole frame) cannot be one to the request (of which the first bytes
+    /// are given). Such a reply fails its order as a bad reply whatever the reply hook says, and
+    /// ends the connection: what follows on it would answer the wrong orders.
     bool (*answers)(const char* request, int requestSize, const char* reply,
                     int replySize) = [](const char*, int, const char*, int) { return true; };
 
@@ -32,7 +33,10 @@ struct ReplyFraming
 
 /// Modbus TCP: the length field of the MBAP header (offset 4, two bytes, big-endian, counted from
 /// offset 6; 2 to 254 is plausible). Modbus Messaging on TCP/IP V1.0b, 3.1.3; exceptions as in
-/// Modbus Application Protocol V1.1b3, 7.
+/// Modbus Application Protocol V1.1b3, 7. A reply answers a request when it has its function code,
+/// or is a well-formed exception to it, and holds as many coils or registers as a read (functions 1
+/// to 4; there 6.1 to 6.4) has asked for. From which unit it comes does not matter: gateways put
+/// their own there.
 HOST_PLUGIN_MANAGEMENT_EXPORT const ReplyFraming& mbapFraming();
 
 /// Texts: a reply is a line, ended by a line feed and 1024 bytes long at the most.

@@ -1,7 +1,6 @@
 #include "order_bench.h"
 #include "scripted_device.h"
 
-#include <plugin_management/d_event_dispatcher.h>
 
 #include <QElapsedTimer>
 #include <QRandomGenerator>
@@ -194,12 +193,6 @@ void EnduranceTest::everyOrderOfAStormEndsOnce()
     qInfo("%d orders", orders);
 }
 
-int main(int argc, char* argv[])
-{
-    QCoreApplication::setEventDispatcher(new DEventDispatcher);
-    QCoreApplication application(argc, argv);
-    EnduranceTest test;
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_GUILESS_MAIN(EnduranceTest)
 
 #include "tst_endurance.moc"

@@ -1,7 +1,7 @@
 #include <plugin_management/fast_delegate.h>
 #include <plugin_management/parameter_check.h>
 #include <plugin_management/reply_framing.h>
-#include <plugin_management/round_trips_p.h>
+#include <runtime/engine/round_trips.h>
 #include <utilities/utilities.h>
 
 #include <QtTest>

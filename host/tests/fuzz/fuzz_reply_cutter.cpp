@@ -1,4 +1,4 @@
-#include <plugin_management/reply_cutter_p.h>
+#include <runtime/engine/reply_cutter.h>
 
 #include <cstdlib>
 

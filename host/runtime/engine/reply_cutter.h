@@ -4,7 +4,7 @@
 
 #include <QByteArray>
 
-/// Joins the bytes that arrive and cuts the first frame off. Starts empty with every order.
+/// Joins the bytes that arrive and cuts the first frame off. Starts empty with every request.
 class ReplyCutter
 {
 public:
@@ -23,7 +23,7 @@ public:
     }
 
     /// Adds bytes. True when a frame is whole, or when the header is implausible: then everything
-    /// that came counts as the frame, so that the order fails at once instead of waiting.
+    /// that came counts as the frame, so that the request fails at once instead of waiting.
     bool append(const char* data, int size)
     {
         m_bytes.append(data, size);

@@ -1,0 +1,645 @@
+#include <runtime/engine/worker_engine.h>
+
+#include <plugin_management/map_lookup_p.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+using Code = OrderFailure::Code;
+
+constexpr int longestIntervalMs = 24 * 60 * 60 * 1000;
+constexpr uint largestPort = 0xFFFF;
+
+// "recurrent" and "recurrentInterval" of an instruction; 0 for one that runs once, -1 for an
+// interval that is none.
+int intervalOf(const ParameterMap& parameters)
+{
+    const QVariant* recurrent = findValue(parameters, QStringLiteral("recurrent"));
+    if (recurrent == nullptr || !recurrent->toBool()) {
+        return 0;
+    }
+    bool ok = false;
+    const int intervalMs = parameters.value(QStringLiteral("recurrentInterval")).toInt(&ok);
+    return ok && intervalMs >= 1 && intervalMs <= longestIntervalMs ? intervalMs : -1;
+}
+
+void insertAll(ParameterMap& into, const ParameterMap& from)
+{
+    for (auto it = from.cbegin(); it != from.cend(); ++it) {
+        into.insert(it.key(), it.value());
+    }
+}
+
+void countFailure(Code code, WorkerStatistics& statistics)
+{
+    switch (code) {
+    case Code::Timeout:
+        ++statistics.timeouts;
+        break;
+    case Code::DeviceException:
+        ++statistics.exceptions;
+        break;
+    case Code::BadReply:
+        ++statistics.badReplies;
+        break;
+    case Code::NotConnected:
+        ++statistics.notConnected;
+        break;
+    default:
+        ++statistics.otherFailures;
+        break;
+    }
+}
+
+} // namespace
+
+// --- set-up ---
+
+int WorkerEngine::declareFunction(const QString& name)
+{
+    const auto known = m_functions.constFind(name);
+    if (known != m_functions.constEnd()) {
+        return known->number;
+    }
+    const bool connects = name == QLatin1String("connect");
+    const bool disconnects = name == QLatin1String("disconnect");
+    const int number = m_functions.size();
+    m_functions.insert(name, {number, !connects && !disconnects, disconnects});
+    return number;
+}
+
+void WorkerEngine::setKeepAlive(const QString& function, const ParameterMap& parameters,
+                                int intervalMs)
+{
+    m_keepAlive.setDefault(function, parameters, intervalMs);
+}
+
+// --- what users ask for ---
+
+bool WorkerEngine::add(quint64 id, const QString& function, const ParameterMap& parameters,
+                       int limitMs, qint64 nowUs, QString& refusal)
+{
+    const auto found = m_functions.constFind(function);
+    const int intervalMs = intervalOf(parameters);
+    if (m_queue.full()) {
+        refusal = QStringLiteral("the worker's queue is full (%1 orders); wait for answers before "
+                                 "giving more")
+                      .arg(InstructionQueue::capacity);
+    } else if (found == m_functions.constEnd()) {
+        refusal = QStringLiteral("the worker has no function '%1'").arg(function);
+    } else if (intervalMs < 0) {
+        refusal = QStringLiteral("parameter 'recurrentInterval': '%1' is not a number of "
+                                 "milliseconds, 1 to %2")
+                      .arg(parameters.value(QStringLiteral("recurrentInterval")).toString(),
+                           QString::number(longestIntervalMs));
+    }
+    if (!refusal.isEmpty()) {
+        return false;
+    }
+    const auto instruction = std::make_shared<WorkerInstruction>();
+    instruction->id = id;
+    instruction->function = found->number;
+    instruction->parameters = parameters;
+    instruction->limitMs = limitMs > 0 ? limitMs : LinkKeeper::defaultLimitMs;
+    instruction->intervalMs = intervalMs;
+    instruction->needsLink = found->needsLink;
+    instruction->endsLink = found->endsLink;
+    m_queue.add(instruction, nowUs);
+    return true;
+}
+
+bool WorkerEngine::stop(quint64 id, qint64 nowUs)
+{
+    if (id != 0 && id == m_connectId) {
+        m_connectId = 0;
+        m_actions.dropOutcomes(id);
+        if (m_link.release()) {
+            m_actions.add(Kind::CloseLink);
+            failWaiting(QStringLiteral("the connection was closed"), nowUs);
+        }
+        return true;
+    }
+    const bool told = m_actions.dropOutcomes(id);
+    const bool waited = m_queue.remove(id);
+    const bool runs = m_current && m_current->id == id;
+    if (runs) {
+        // When its request is out, it stays in flight until its reply or its time limit, so that
+        // the reply cannot be taken for the next one's.
+        m_current->stopped = true;
+    }
+    return runs || waited || told;
+}
+
+// --- running ---
+
+bool WorkerEngine::next(WorkerAction& action, qint64 nowUs)
+{
+    if (m_actions.empty()) {
+        choose(nowUs);
+    }
+    if (m_actions.empty()) {
+        return false;
+    }
+    action = m_actions.pop();
+    return true;
+}
+
+void WorkerEngine::choose(qint64 nowUs)
+{
+    const bool nobodyWaits =
+        m_phase == Phase::InFlight && (m_current->stopped || m_current->id == 0);
+    if (nobodyWaits && m_queue.endsLinkNext()) {
+        settle(release(), {}, {}, nowUs); // with the link goes every late reply
+    }
+    // One failure a turn of the loop: whoever answers each failure with a new order must not keep
+    // the link from being opened again.
+    if (m_phase != Phase::Idle || m_failedAtOnce) {
+        return;
+    }
+    WorkerInstructionPtr instruction =
+        m_link.isAwaited() ? m_queue.popNextWithoutLink() : m_queue.popNext();
+    if (instruction) {
+        makeCurrent(std::move(instruction), nowUs);
+    }
+}
+
+void WorkerEngine::makeCurrent(WorkerInstructionPtr instruction, qint64 nowUs)
+{
+    m_current = std::move(instruction);
+    m_phase = Phase::Chosen;
+    if (m_current->needsLink && m_link.isDown()) {
+        m_exchange.begin(nowUs);
+        m_failedAtOnce = true;
+        const QString text = QStringLiteral("no connection to %1 (%2); it is being re-opened");
+        const OrderFailure why = m_exchange.failure(
+            Code::NotConnected, text.arg(m_link.endpoint().text(), m_link.trouble()));
+        settle(release(), why, why.toReply(), nowUs);
+        return;
+    }
+    if (m_current->id != 0) {
+        m_actions.add(Kind::TellRunning, m_current->id);
+    }
+    m_actions.add(Kind::CallFunction);
+}
+
+void WorkerEngine::runKeepAlive(qint64 nowUs)
+{
+    const auto function = m_functions.constFind(m_keepAlive.function());
+    if (function == m_functions.constEnd()) {
+        m_keepAlive.giveUp();
+        return;
+    }
+    const auto instruction = std::make_shared<WorkerInstruction>();
+    instruction->function = function->number;
+    instruction->parameters = m_keepAlive.parameters();
+    instruction->limitMs = m_link.endpoint().limitMs;
+    makeCurrent(instruction, nowUs);
+}
+
+WorkerInstructionPtr WorkerEngine::beginCall(qint64 nowUs)
+{
+    if (m_phase != Phase::Chosen) {
+        return nullptr;
+    }
+    m_exchange.begin(nowUs);
+    if (m_current->stopped) {
+        settle(release(), {}, {}, nowUs);
+        return nullptr;
+    }
+    if (m_current->needsLink && m_link.isAwaited()) { // gone while its start was told
+        const WorkerInstructionPtr instruction = release();
+        if (instruction->id != 0) {
+            m_queue.putBack(instruction);
+        }
+        return nullptr;
+    }
+    m_connectBegun = false;
+    m_phase = Phase::Calling;
+    return m_current;
+}
+
+void WorkerEngine::drained(int size)
+{
+    m_statistics.droppedBytes += static_cast<quint64>(size);
+    m_exchange.drained(size);
+}
+
+void WorkerEngine::functionReturned(bool succeeded, const ParameterMap& result, qint64 nowUs)
+{
+    if (m_connectBegun) {
+        release(); // from here on the connect belongs to the link
+        return;
+    }
+    const bool answered = succeeded && !m_exchange.replyExpected(); // it needed no reply
+    if (!answered && neverLeft(nowUs)) {
+        return;
+    }
+    if (succeeded && m_exchange.replyExpected()) {
+        m_phase = Phase::InFlight;
+        m_exchange.waitFor(m_current->limitMs);
+        m_keepAlive.noteTraffic(nowUs);
+        if (m_exchange.isWhole()) {
+            frameCame(nowUs);
+        }
+        return;
+    }
+    if (m_current->id == 0) {
+        m_keepAlive.giveUp();
+        log(QStringLiteral("%1: the keep-alive '%2' sends nothing; the connection is not watched")
+                .arg(m_link.endpoint().text(), m_keepAlive.function()),
+            true);
+    }
+    m_failedAtOnce = !succeeded;
+    const OrderFailure why = succeeded ? OrderFailure() : refused(result);
+    ParameterMap reply = result;
+    if (why) {
+        insertAll(reply, why.toReply());
+    }
+    settle(release(), why, reply, nowUs);
+    if (std::exchange(m_endedInCall, false)) {
+        declareLost(m_endedWhy, nowUs);
+    }
+}
+
+// Deals with a call that found the link ended, or bytes waiting on it that nobody asked for: then
+// nothing may leave on it. What has not left is called again on the new link.
+bool WorkerEngine::neverLeft(qint64 nowUs)
+{
+    const int stale = m_exchange.drainedBytes();
+    if (!m_endedInCall && (stale == 0 || m_exchange.hasLeft())) {
+        return false;
+    }
+    const WorkerInstructionPtr instruction = release();
+    const QString why = m_endedWhy;
+    if (m_exchange.hasLeft()) {
+        const QString text = QStringLiteral("the connection to %1 was lost (%2)");
+        const OrderFailure lost =
+            m_exchange.failure(Code::NotConnected, text.arg(m_link.endpoint().text(), why));
+        settle(instruction, lost, lost.toReply(), nowUs);
+    } else if (instruction->id != 0 && !instruction->stopped) {
+        m_queue.putBack(instruction);
+    }
+    if (std::exchange(m_endedInCall, false)) {
+        declareLost(why, nowUs);
+    } else {
+        replaceLink(QStringLiteral("%1 bytes came unasked").arg(stale), nowUs);
+    }
+    return true;
+}
+
+OrderFailure WorkerEngine::refused(const ParameterMap& result) const
+{
+    const OrderFailure own = OrderFailure::fromReply(result);
+    if (own) {
+        return own;
+    }
+    return m_link.isOpen()
+        ? m_exchange.failure(Code::Usage, QStringLiteral("the driver refused the order"))
+        : m_exchange.failure(Code::NotConnected, QStringLiteral("there is no connection"));
+}
+
+// --- replies ---
+
+void WorkerEngine::received(const char* data, int size, qint64 nowUs)
+{
+    const bool belongs = m_phase == Phase::InFlight || m_phase == Phase::Calling;
+    if (!belongs) {
+        unasked(size, nowUs);
+    } else if (m_exchange.append(data, size) && m_phase == Phase::InFlight) {
+        frameCame(nowUs);
+    }
+}
+
+// Requests carry no number of their own, so from here on nobody can tell which reply answers which
+// request on this link.
+void WorkerEngine::unasked(int size, qint64 nowUs)
+{
+    m_statistics.droppedBytes += static_cast<quint64>(size);
+    replaceLink(QStringLiteral("%1 bytes came unasked").arg(size), nowUs);
+}
+
+void WorkerEngine::frameCame(qint64 nowUs)
+{
+    m_statistics.droppedBytes += static_cast<quint64>(m_exchange.surplus());
+    m_exchange.end();
+    m_link.noteReply();
+    m_keepAlive.noteTraffic(nowUs);
+    m_roundTrips.add(nowUs - m_exchange.calledUs());
+    if (!m_current->stopped && m_current->id != 0) {
+        m_phase = Phase::Judging;
+        m_actions.add(Kind::JudgeReply);
+        return;
+    }
+    // Nobody waits for it; of the keep-alive any reply at all is life.
+    m_statistics.droppedBytes +=
+        m_current->stopped ? static_cast<quint64>(m_exchange.frame().size()) : 0;
+    if (!m_exchange.fits()) {
+        replaceLink(QStringLiteral("a reply did not fit its request"), nowUs);
+    }
+    settle(release(), {}, {}, nowUs);
+}
+
+void WorkerEngine::judged(const ParameterMap& judgement, qint64 nowUs)
+{
+    const OrderFailure failure = m_exchange.verdict(judgement);
+    ParameterMap reply = judgement;
+    if (failure) {
+        const bool hookAgrees = !judgement.value(QStringLiteral("doneOk"), true).toBool();
+        reply = hookAgrees ? judgement : ParameterMap(); // no value of a reply that is none
+        insertAll(reply, failure.toReply());
+    }
+    const WorkerInstructionPtr instruction = release();
+    if (std::exchange(m_endedInCall, false)) {
+        declareLost(m_endedWhy, nowUs);
+    } else if (failure.code == Code::BadReply) {
+        replaceLink(QStringLiteral("a reply did not fit its request"), nowUs);
+    }
+    settle(instruction, failure, reply, nowUs);
+}
+
+void WorkerEngine::timePassed(qint64 nowUs)
+{
+    m_failedAtOnce = false;
+    if (nowUs >= m_exchange.limitUs() || m_link.isOverdue(nowUs)) {
+        m_actions.add(Kind::Look);
+    }
+    if (m_link.retry(nowUs)) {
+        m_actions.add(Kind::OpenLink);
+    }
+    m_queue.tick(nowUs);
+    // Never in front of an order or behind one.
+    if (m_phase == Phase::Idle && m_actions.empty() && m_link.isOpen()
+        && nowUs >= m_keepAlive.dueUs()) {
+        choose(nowUs);
+        if (m_phase == Phase::Idle) {
+            runKeepAlive(nowUs);
+        }
+    }
+}
+
+void WorkerEngine::looked(qint64 nowUs)
+{
+    if (nowUs >= m_exchange.limitUs()) {
+        timedOut(nowUs);
+    }
+    if (m_link.isOverdue(nowUs)) {
+        linkFailed(QStringLiteral("no answer within %1 ms").arg(m_link.endpoint().limitMs), nowUs);
+    }
+}
+
+void WorkerEngine::timedOut(qint64 nowUs)
+{
+    const WorkerInstructionPtr instruction = release();
+    const QString text = QStringLiteral("no answer within %1 ms").arg(instruction->limitMs);
+    if (instruction->id == 0) {
+        declareLost(QStringLiteral("the keep-alive got ") + text, nowUs);
+    } else {
+        replaceLink(text, nowUs); // its reply may still come, and would look like the next one's
+    }
+    const OrderFailure why = m_exchange.failure(Code::Timeout, text);
+    settle(instruction, why, why.toReply(), nowUs);
+}
+
+// --- ends ---
+
+WorkerInstructionPtr WorkerEngine::release()
+{
+    m_exchange.end();
+    m_phase = Phase::Idle;
+    return std::move(m_current);
+}
+
+void WorkerEngine::settle(const WorkerInstructionPtr& instruction, const OrderFailure& failure,
+                          const ParameterMap& reply, qint64 nowUs)
+{
+    if (instruction->id == 0) {
+        return;
+    }
+    if (instruction->recurrent()) {
+        m_queue.runEnded(*instruction, nowUs);
+    }
+    if (instruction->stopped) {
+        return;
+    }
+    if (failure && instruction->needsLink) {
+        countFailure(failure.code, m_statistics);
+    } else if (instruction->needsLink) {
+        ++m_statistics.done;
+    }
+    const Outcome end = failure ? Outcome::Error : Outcome::Done;
+    tell(instruction->recurrent() ? Outcome::Answer : end, instruction->id, reply, failure);
+}
+
+void WorkerEngine::failWaiting(const QString& why, qint64 nowUs)
+{
+    OrderFailure failure;
+    failure.code = Code::NotConnected;
+    failure.text =
+        QStringLiteral("no connection to %1: %2").arg(m_link.endpoint().text(), why);
+    for (const WorkerInstructionPtr& instruction : m_queue.popWaiting()) {
+        settle(instruction, failure, failure.toReply(), nowUs);
+    }
+}
+
+void WorkerEngine::tell(Outcome outcome, quint64 id, const ParameterMap& reply,
+                        const OrderFailure& failure)
+{
+    WorkerAction& action = m_actions.add(Kind::TellOutcome, id);
+    action.outcome = outcome;
+    action.reply = reply;
+    action.failure = failure;
+}
+
+void WorkerEngine::log(const QString& text, bool warning)
+{
+    WorkerAction& action = m_actions.add(Kind::Log);
+    action.text = text;
+    action.flag = warning;
+}
+
+// --- the link ---
+
+bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& result,
+                                qint64 nowUs)
+{
+    QString refusal = connectRefusal(parameters);
+    if (refusal.isEmpty()) {
+        refusal = m_keepAlive.choose(parameters);
+    }
+    if (refusal.isEmpty() && !m_keepAlive.function().isEmpty()
+        && !m_functions.contains(m_keepAlive.function())) {
+        refusal = QStringLiteral("parameter 'keepAliveFunction': the worker has no function '%1'")
+                      .arg(m_keepAlive.function());
+    }
+    if (!refusal.isEmpty()) {
+        result = OrderFailure::usage(refusal).toReply();
+        result.insert(QStringLiteral("connected"), m_link.isOpen());
+        return false;
+    }
+    m_connectId = m_current->id;
+    m_connectBegun = true;
+    m_opensFirst = true;
+    m_link.begin({parameters.value(QStringLiteral("host")).toString().trimmed(),
+                  static_cast<quint16>(parameters.value(QStringLiteral("port")).toUInt()),
+                  m_current->limitMs},
+                 nowUs);
+    m_actions.add(Kind::OpenLink);
+    return true;
+}
+
+QString WorkerEngine::connectRefusal(const ParameterMap& parameters) const
+{
+    if (m_phase != Phase::Calling) {
+        return QStringLiteral("a connect runs as an order");
+    }
+    bool portIsNumber = false;
+    const uint port = parameters.value(QStringLiteral("port")).toUInt(&portIsNumber);
+    if (m_connectId != 0) {
+        return QStringLiteral("already connected to %1; disconnect first")
+            .arg(m_link.endpoint().text());
+    }
+    if (parameters.value(QStringLiteral("host")).toString().trimmed().isEmpty()) {
+        return QStringLiteral("parameter 'host' is empty; name the device's address");
+    }
+    if (!portIsNumber || port == 0 || port > largestPort) {
+        return QStringLiteral("parameter 'port': '%1' is not a number 1 to %2")
+            .arg(parameters.value(QStringLiteral("port")).toString(), QString::number(largestPort));
+    }
+    return {};
+}
+
+void WorkerEngine::disconnect(ParameterMap& result)
+{
+    const bool wasOpen = m_link.isOpen();
+    m_link.end();
+    result.insert(QStringLiteral("disconnected"), true);
+    m_actions.add(Kind::CloseLink);
+    if (wasOpen) {
+        m_actions.add(Kind::TellState);
+    }
+    if (m_connectId != 0) { // disconnected without being stopped: that is its end
+        tell(Outcome::Done, std::exchange(m_connectId, 0), result, {});
+    }
+}
+
+void WorkerEngine::linkOpened(qint64 nowUs)
+{
+    m_statistics.reconnects += std::exchange(m_opensFirst, false) ? 0 : 1;
+    m_keepAlive.linkOpened(nowUs);
+    if (m_link.opened()) {
+        tellState(true, {});
+    }
+}
+
+void WorkerEngine::linkFailed(const QString& why, qint64 nowUs)
+{
+    const LinkKeeper::Failed failed = m_link.attemptFailed(why, nowUs);
+    m_actions.add(Kind::CloseLink);
+    if (failed == LinkKeeper::Failed::First && m_connectId != 0) {
+        OrderFailure failure;
+        failure.code = Code::NotConnected;
+        failure.text =
+            QStringLiteral("cannot connect to %1: %2").arg(m_link.endpoint().text(), why);
+        ParameterMap reply = failure.toReply();
+        reply.insert(QStringLiteral("connected"), false);
+        tell(Outcome::Error, std::exchange(m_connectId, 0), reply, failure);
+    }
+    if (failed == LinkKeeper::Failed::Lost) {
+        log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why));
+        tellState(false, why);
+    }
+    failWaiting(why, nowUs);
+}
+
+void WorkerEngine::linkEnded(const QString& why, qint64 nowUs)
+{
+    if (!m_link.isOpen()) {
+        return;
+    }
+    if (m_phase == Phase::Calling || m_phase == Phase::Judging) {
+        m_endedInCall = true;
+        m_endedWhy = why;
+    } else {
+        declareLost(why, nowUs);
+    }
+}
+
+void WorkerEngine::replaceLink(const QString& why, qint64 nowUs)
+{
+    if (!m_link.isOpen()) {
+        return;
+    }
+    if (!m_link.replace(nowUs)) {
+        declareLost(why, nowUs);
+        return;
+    }
+    m_actions.add(Kind::OpenLink);
+}
+
+void WorkerEngine::declareLost(const QString& why, qint64 nowUs)
+{
+    if (!m_link.isOpen()) { // replaced meanwhile
+        return;
+    }
+    m_link.lose(why, nowUs);
+    m_actions.add(Kind::CloseLink);
+    log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why));
+    if (m_phase == Phase::InFlight) {
+        const QString text = QStringLiteral("the connection to %1 was lost (%2)");
+        const OrderFailure lost =
+            m_exchange.failure(Code::NotConnected, text.arg(m_link.endpoint().text(), why));
+        settle(release(), lost, lost.toReply(), nowUs);
+    }
+    tellState(false, why);
+}
+
+void WorkerEngine::tellState(bool open, const QString& why)
+{
+    m_actions.add(Kind::TellState).flag = open;
+    if (m_connectId == 0) {
+        return;
+    }
+    if (open) {
+        tell(Outcome::Answer, m_connectId, {{QStringLiteral("connected"), true}}, {});
+        return;
+    }
+    OrderFailure failure;
+    failure.code = Code::NotConnected;
+    failure.text = why;
+    ParameterMap reply = failure.toReply();
+    reply.remove(QStringLiteral("doneOk")); // a state, not a rejected reply
+    reply.insert(QStringLiteral("disconnected"), true);
+    tell(Outcome::Answer, m_connectId, reply, failure);
+}
+
+// --- what can be seen ---
+
+qint64 WorkerEngine::wakeAtUs() const
+{
+    if (m_failedAtOnce) {
+        return 0;
+    }
+    qint64 wakeUs = std::min({m_exchange.limitUs(), m_link.dueUs(), m_queue.nextTickUs()});
+    if (m_phase == Phase::Idle && m_link.isOpen()) {
+        wakeUs = std::min(wakeUs, m_keepAlive.dueUs());
+    }
+    return wakeUs;
+}
+
+ParameterMap WorkerEngine::currentParameters() const
+{
+    return m_current ? m_current->parameters : ParameterMap();
+}
+
+WorkerStatistics WorkerEngine::statistics() const
+{
+    WorkerStatistics statistics = m_statistics;
+    statistics.ticksSkipped = m_queue.ticksSkipped();
+    statistics.roundTripLeastUs = m_roundTrips.leastUs();
+    statistics.roundTripMeanUs = m_roundTrips.meanUs();
+    statistics.roundTripP99Us = m_roundTrips.quantileUs(99);
+    statistics.roundTripMostUs = m_roundTrips.mostUs();
+    return statistics;
+}

@@ -1,0 +1,131 @@
+#pragma once
+
+#include <runtime/engine/exchange.h>
+#include <runtime/engine/instruction_queue.h>
+#include <runtime/engine/keep_alive.h>
+#include <runtime/engine/link_keeper.h>
+#include <runtime/engine/round_trips.h>
+#include <runtime/engine/worker_action.h>
+
+#include <plugin_management/worker_statistics.h>
+
+#include <QHash>
+
+/// What a worker decides: which instruction runs, which reply answers it, when it has failed, and
+/// when its link is opened, replaced, tried again or kept alive.
+///
+/// It touches nothing of the world. What happens comes in by its functions, with the time in
+/// microseconds of a clock that never goes back; what is to be done comes out of next(), until
+/// nothing is left; wakeAtUs() says when to call timePassed(). It never calls anybody.
+///
+/// An instruction is either waiting in the queue, current (it is called, its request is out, or its
+/// reply is judged), or over. A connect is none of these: once its attempt has begun it belongs to
+/// the link until it is stopped. Every way out of "current" goes through settle(), so an
+/// instruction ends once.
+class WorkerEngine
+{
+public:
+    static constexpr qint64 never = std::numeric_limits<qint64>::max();
+
+    explicit WorkerEngine(unsigned seed) : m_link(seed) { }
+
+    // Set-up.
+    /// Makes \a name callable and returns its number, from 0; a name that is there keeps its own.
+    int declareFunction(const QString& name);
+    void setKeepAlive(const QString& function, const ParameterMap& parameters, int intervalMs);
+    void setFraming(const ReplyFraming& framing) { m_exchange.setFraming(framing); }
+
+    // What users ask for.
+    /// Takes an instruction; false, with the reason, when it cannot be taken.
+    bool add(quint64 id, const QString& function, const ParameterMap& parameters, int limitMs,
+             qint64 nowUs, QString& refusal);
+    bool stop(quint64 id, qint64 nowUs);
+
+    // What the function of the current instruction does while it runs.
+    /// It asks for a link. False, with the failure as \a result, when its parameters are wrong.
+    bool beginConnect(const ParameterMap& parameters, ParameterMap& result, qint64 nowUs);
+    void disconnect(ParameterMap& result);
+    void expectReply() { m_exchange.expectReply(); }
+    void requestLeft(const char* data, int size) { m_exchange.requestLeft(data, size); }
+    /// It has taken bytes that waited on the link.
+    void drained(int size);
+
+    // What comes of what the shell was asked to do.
+    /// The instruction to call; null when it has been stopped meanwhile.
+    WorkerInstructionPtr beginCall(qint64 nowUs);
+    void functionReturned(bool succeeded, const ParameterMap& result, qint64 nowUs);
+    QByteArray frame() const { return m_exchange.frame(); }
+    void judged(const ParameterMap& judgement, qint64 nowUs);
+    /// All that had arrived has been taken in.
+    void looked(qint64 nowUs);
+
+    // What the world does.
+    void received(const char* data, int size, qint64 nowUs);
+    void linkOpened(qint64 nowUs);
+    void linkFailed(const QString& why, qint64 nowUs);
+    void linkEnded(const QString& why, qint64 nowUs);
+    void timePassed(qint64 nowUs);
+
+    /// Takes the next thing to do; false when there is nothing.
+    bool next(WorkerAction& action, qint64 nowUs);
+    /// When to call timePassed().
+    qint64 wakeAtUs() const;
+
+    quint64 currentId() const { return m_current ? m_current->id : 0; }
+    ParameterMap currentParameters() const;
+    const LinkKeeper::Endpoint& endpoint() const { return m_link.endpoint(); }
+    WorkerStatistics statistics() const;
+
+private:
+    enum class Phase : quint8 { Idle, Chosen, Calling, InFlight, Judging };
+    using Kind = WorkerAction::Kind;
+    using Code = OrderFailure::Code;
+
+    struct Function
+    {
+        int number = -1;
+        bool needsLink = true;
+        bool endsLink = false;
+    };
+
+    void choose(qint64 nowUs);
+    void makeCurrent(WorkerInstructionPtr instruction, qint64 nowUs);
+    void runKeepAlive(qint64 nowUs);
+    bool neverLeft(qint64 nowUs);
+    void frameCame(qint64 nowUs);
+    void timedOut(qint64 nowUs);
+    void unasked(int size, qint64 nowUs);
+
+    WorkerInstructionPtr release();
+    void settle(const WorkerInstructionPtr& instruction, const OrderFailure& failure,
+                const ParameterMap& reply, qint64 nowUs);
+    void failWaiting(const QString& why, qint64 nowUs);
+    OrderFailure refused(const ParameterMap& result) const;
+    void tell(Outcome outcome, quint64 id, const ParameterMap& reply, const OrderFailure& failure);
+
+    QString connectRefusal(const ParameterMap& parameters) const;
+    void replaceLink(const QString& why, qint64 nowUs);
+    void declareLost(const QString& why, qint64 nowUs);
+    void tellState(bool open, const QString& why);
+    void log(const QString& text, bool warning = false);
+
+    // What an instruction touches, together.
+    WorkerActions m_actions;
+    WorkerInstructionPtr m_current;
+    Phase m_phase = Phase::Idle;
+    bool m_failedAtOnce = false; ///< nothing more is chosen before the next turn
+    bool m_endedInCall = false; ///< the link has ended while foreign code was at work
+    bool m_connectBegun = false; ///< the function being called has begun a connect
+    Exchange m_exchange;
+    KeepAlive m_keepAlive;
+    LinkKeeper m_link;
+    InstructionQueue m_queue;
+    WorkerStatistics m_statistics;
+    RoundTrips m_roundTrips;
+
+    // What it does not.
+    QString m_endedWhy;
+    bool m_opensFirst = false; ///< the next link is a connect's own
+    quint64 m_connectId = 0; ///< the running connect
+    QHash<QString, Function> m_functions;
+};

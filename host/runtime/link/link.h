@@ -1,0 +1,53 @@
+#pragma once
+
+#include <runtime/link/link_socket.h>
+#include <runtime/link/name_lookup.h>
+#include <runtime/loop/reactor.h>
+
+/// The way to one device: looks its name up, connects, and tells what comes of it. At most one
+/// socket at a time. When to open, and for how long to try, is for its owner to say.
+class Link
+{
+public:
+    /// What the link tells: from the event loop, from look(), and of an attempt that is over at
+    /// once from open().
+    struct Events
+    {
+        fastdelegate::Delegate<void> opened;
+        fastdelegate::Delegate<void, const QString&> failed; ///< the attempt, and why
+        fastdelegate::Delegate<void> readable; ///< there are bytes, or the link's end
+    };
+
+    Link(const Events& events, const LinkSocket::Watch& watch);
+    ~Link();
+    Q_DISABLE_COPY(Link)
+
+    /// Begins an attempt; what there is of a link is closed first. It ends in opened or failed, or
+    /// in close().
+    void open(const QString& host, quint16 port);
+    void close();
+    /// Takes in what has happened already, before the event loop comes to it.
+    void look();
+
+    LinkSocket& socket() { return m_socket; }
+
+private:
+    void found(const NameLookup::Result& result);
+    void connectNext();
+    bool startConnecting(const QHostAddress& address);
+    void handleReady(quint32 events);
+    void finishConnecting();
+    void closeDescriptor();
+
+    Events m_events;
+    LinkSocket m_socket;
+    NameLookup m_lookup;
+    std::shared_ptr<Reactor> m_reactor;
+    QString m_host;
+    quint16 m_port = 0;
+    QList<QHostAddress> m_addresses; ///< not tried yet
+    QHostAddress m_address; ///< being tried
+    QString m_trouble;
+    int m_descriptor = -1;
+    bool m_isConnecting = false;
+};

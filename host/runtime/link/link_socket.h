@@ -1,0 +1,57 @@
+#pragma once
+
+#include <plugin_management/fast_delegate.h>
+
+#include <QAbstractSocket>
+
+/// A connected TCP socket without buffers: what is written leaves within the write, what has
+/// arrived is fetched by the read. One object serves all connections of a link, one after the
+/// other.
+///
+/// What is read before anything was written to a request is stale: nothing asked for it, and what
+/// is written then goes nowhere, as the request must leave on a new connection. No more than one
+/// buffer of it is ever read. It ends without a signal: reading or writing finds the end, and the
+/// state tells of it.
+class LinkSocket : public QAbstractSocket
+{
+    Q_OBJECT
+
+public:
+    /// What a worker function has done: bytes that it wrote, or that it read before.
+    struct Watch
+    {
+        fastdelegate::Delegate<void, const char*, int> written;
+        fastdelegate::Delegate<void, const char*, int> drained;
+    };
+
+    explicit LinkSocket(const Watch& watch);
+    ~LinkSocket() override;
+
+    /// Takes \a descriptor over, which is connected to \a peer.
+    void adopt(int descriptor, const QString& peerName, const QHostAddress& peer, quint16 port);
+    /// Closes the connection; the object can adopt another.
+    void end();
+    /// A worker function begins: what it reads from here on answers nothing that it has written.
+    void beginRequest();
+    /// Takes what has arrived, for whoever runs the link.
+    qint64 receive(char* data, qint64 size);
+
+    qintptr socketDescriptor() const override { return m_descriptor; }
+    qint64 bytesAvailable() const override;
+    void disconnectFromHost() override;
+    bool waitForReadyRead(int limitMs) override;
+    bool waitForBytesWritten(int limitMs) override;
+    bool waitForDisconnected(int limitMs) override;
+
+protected:
+    qint64 readData(char* data, qint64 size) override;
+    qint64 writeData(const char* data, qint64 size) override;
+
+private:
+    void fail(int error);
+
+    int m_descriptor = -1;
+    bool m_hasWritten = false;
+    bool m_isStale = false;
+    Watch m_watch;
+};

@@ -1,0 +1,283 @@
+#include <runtime/shell/worker_shell.h>
+
+#include <QLoggingCategory>
+#include <QRandomGenerator>
+#include <QThread>
+
+#include <array>
+#include <utility>
+
+namespace {
+
+Q_LOGGING_CATEGORY(logConnection, "host.connection", QtInfoMsg)
+
+constexpr int readSize = 4096; // more than any frame, so that one read takes what is there
+
+} // namespace
+
+WorkerShell::WorkerShell(DAbstractWorker& worker)
+    : m_worker(&worker), m_engine(QRandomGenerator::global()->generate()),
+      m_link({{this, &WorkerShell::handleOpened},
+              {this, &WorkerShell::handleFailed},
+              {this, &WorkerShell::handleReadable}},
+             {{this, &WorkerShell::handleWritten}, {this, &WorkerShell::handleDrained}}),
+      m_due({this, &WorkerShell::handleDue})
+{
+}
+
+void WorkerShell::leave()
+{
+    m_worker = nullptr;
+    m_link.close();
+    m_due.set(Deadline::never);
+}
+
+void WorkerShell::declareFunction(const QString& name, const WorkerFunction& function)
+{
+    const auto number = static_cast<std::size_t>(m_engine.declareFunction(name));
+    m_functions.resize(std::max(m_functions.size(), number + 1));
+    m_functions[number] = function;
+}
+
+// --- what users ask for ---
+
+bool WorkerShell::start(quint64 id, const QString& function, const ParameterMap& parameters,
+                        int timeoutMs, QString& refusal)
+{
+    if (!m_engine.add(id, function, parameters, timeoutMs, steadyNowUs(), refusal)) {
+        return false;
+    }
+    performFromOutside();
+    return true;
+}
+
+bool WorkerShell::stop(quint64 id)
+{
+    const bool stopped = m_engine.stop(id, steadyNowUs());
+    performFromOutside();
+    return stopped;
+}
+
+bool WorkerShell::connectLink(const ParameterMap& parameters, ParameterMap& result)
+{
+    if (!m_engine.beginConnect(parameters, result, steadyNowUs())) {
+        return false;
+    }
+    m_worker->m_connectionSettings = parameters;
+    return true;
+}
+
+bool WorkerShell::disconnectLink(ParameterMap& result)
+{
+    m_engine.disconnect(result);
+    performFromOutside();
+    return true;
+}
+
+// --- what the world does ---
+
+void WorkerShell::handleOpened()
+{
+    m_engine.linkOpened(steadyNowUs());
+    perform();
+}
+
+void WorkerShell::handleFailed(const QString& why)
+{
+    m_engine.linkFailed(why, steadyNowUs());
+    perform();
+}
+
+void WorkerShell::handleReadable()
+{
+    std::array<char, readSize> bytes;
+    const auto size = static_cast<int>(m_link.socket().receive(bytes.data(), bytes.size()));
+    if (size > 0) {
+        trace(false, bytes.data(), size);
+        m_engine.received(bytes.data(), size, steadyNowUs());
+    }
+    noteEnd();
+    perform();
+}
+
+void WorkerShell::handleDue()
+{
+    m_engine.timePassed(steadyNowUs());
+    perform();
+}
+
+void WorkerShell::handleWritten(const char* data, int size)
+{
+    m_engine.requestLeft(data, size);
+    trace(true, data, size);
+}
+
+void WorkerShell::handleDrained(const char* data, int size)
+{
+    m_engine.drained(size);
+    trace(false, data, size);
+}
+
+// Reading and writing find the end of a link without a word.
+void WorkerShell::noteEnd()
+{
+    if (m_link.socket().state() != QAbstractSocket::ConnectedState) {
+        m_engine.linkEnded(m_link.socket().errorString(), steadyNowUs());
+    }
+}
+
+// --- what the engine decides ---
+
+// Called from foreign code that perform() has called: what it asks for is done once that code has
+// returned, unless it runs an event loop, which may take long.
+void WorkerShell::performFromOutside()
+{
+    if (m_depth == 0 || QThread::currentThread()->loopLevel() > m_loopLevel) {
+        perform();
+    }
+}
+
+void WorkerShell::perform()
+{
+    const std::shared_ptr<WorkerShell> keep = shared_from_this();
+    const int outerLevel = std::exchange(m_loopLevel, QThread::currentThread()->loopLevel());
+    ++m_depth;
+    WorkerAction action;
+    while (showTraces() && m_engine.next(action, steadyNowUs())) {
+        execute(action);
+    }
+    --m_depth;
+    m_loopLevel = outerLevel;
+    if (m_worker != nullptr) {
+        m_due.set(m_engine.wakeAtUs());
+    }
+}
+
+void WorkerShell::execute(const WorkerAction& action)
+{
+    using Kind = WorkerAction::Kind;
+    switch (action.kind) {
+    case Kind::TellRunning:
+        callForeign([&] { emit m_worker->sigOrderRunning(action.id); });
+        break;
+    case Kind::CallFunction:
+        callFunction();
+        break;
+    case Kind::JudgeReply:
+        judgeReply();
+        break;
+    case Kind::TellOutcome:
+        tellOutcome(action);
+        break;
+    case Kind::TellState:
+        callForeign([&] { emit m_worker->sigStatusChanged(action.flag); });
+        break;
+    case Kind::OpenLink:
+        m_worker->m_socket = &m_link.socket();
+        m_link.open(m_engine.endpoint().host, m_engine.endpoint().port);
+        break;
+    case Kind::CloseLink:
+        m_link.close();
+        break;
+    case Kind::Look:
+        m_link.look();
+        m_engine.looked(steadyNowUs());
+        break;
+    case Kind::Log:
+        log(action);
+        break;
+    case Kind::Nothing:
+        break;
+    }
+}
+
+// The one door to code that is not ours. False when the worker has gone in the call: then nothing
+// of it may be touched any more.
+template <typename Call>
+bool WorkerShell::callForeign(const Call& call)
+{
+    call();
+    return m_worker != nullptr;
+}
+
+void WorkerShell::callFunction()
+{
+    const qint64 calledUs = steadyNowUs();
+    const WorkerInstructionPtr instruction = m_engine.beginCall(calledUs);
+    if (!instruction) {
+        return;
+    }
+    m_link.socket().beginRequest();
+    const WorkerFunction function = m_functions[static_cast<std::size_t>(instruction->function)];
+    ParameterMap result;
+    bool succeeded = false;
+    const bool isThere = callForeign(
+        [&] { succeeded = function(instruction->id, instruction->parameters, result); });
+    if (isThere) {
+        noteEnd();
+        m_engine.functionReturned(succeeded, result, calledUs);
+    }
+}
+
+void WorkerShell::judgeReply()
+{
+    const QByteArray frame = m_engine.frame();
+    ParameterMap judgement;
+    if (callForeign([&] { judgement = m_worker->cbReply(frame); })) {
+        m_engine.judged(judgement, steadyNowUs());
+    }
+}
+
+void WorkerShell::tellOutcome(const WorkerAction& action)
+{
+    const bool isThere = callForeign([&] {
+        switch (action.outcome) {
+        case Outcome::Answer:
+            emit m_worker->sigOrderAnswer(action.id, action.reply);
+            break;
+        case Outcome::Done:
+            emit m_worker->sigOrderDone(action.id, action.reply);
+            break;
+        case Outcome::Error:
+            emit m_worker->sigOrderError(action.id, action.reply);
+            break;
+        }
+    });
+    const OutcomeHandler handler = m_outcomeHandler;
+    if (isThere && !handler.empty()) {
+        callForeign([&] { handler(action.id, action.outcome, action.reply, action.failure); });
+    }
+}
+
+void WorkerShell::log(const WorkerAction& action)
+{
+    callForeign([&] {
+        if (action.flag) {
+            qCWarning(logConnection).noquote() << action.text;
+        } else {
+            qCInfo(logConnection).noquote() << action.text;
+        }
+    });
+}
+
+void WorkerShell::trace(bool outgoing, const char* data, int size)
+{
+    if (m_tracer) {
+        m_traces.push_back({outgoing, QByteArray(data, size)});
+    }
+}
+
+// False when the worker has gone.
+bool WorkerShell::showTraces()
+{
+    if (m_traces.empty() || m_worker == nullptr) {
+        return m_worker != nullptr;
+    }
+    const DAbstractWorker::FrameTracer tracer = m_tracer;
+    const std::vector<Trace> traces = std::exchange(m_traces, {});
+    bool isThere = true;
+    for (std::size_t i = 0; i < traces.size() && isThere && tracer; ++i) {
+        isThere = callForeign([&] { tracer(traces[i].outgoing, traces[i].bytes); });
+    }
+    return isThere;
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <runtime/engine/worker_engine.h>
+#include <runtime/link/link.h>
+#include <runtime/loop/deadline.h>
+
+#include <plugin_management/d_abstract_worker.h>
+
+#include <memory>
+#include <vector>
+
+/// Stands between a worker's engine and the world: performs what the engine decides, and brings it
+/// what happens.
+///
+/// Foreign code (the worker's functions and reply hook, slots of its signals, orders, the tracer)
+/// is called from perform() only, and each call may do anything: start and stop instructions, run
+/// an event loop, destroy the worker. What it starts is done once it has returned; whether the
+/// worker is still there is looked at in one place, after the call. The shell itself lives on until
+/// perform() has returned.
+class WorkerShell : public std::enable_shared_from_this<WorkerShell>
+{
+public:
+    using OutcomeHandler = fastdelegate::Delegate<void, quint64, Outcome, const ParameterMap&,
+                                                  const OrderFailure&>;
+
+    explicit WorkerShell(DAbstractWorker& worker);
+    Q_DISABLE_COPY(WorkerShell)
+
+    /// The worker goes: nothing of it is called any more.
+    void leave();
+    /// Who hears of outcomes besides the receivers of the worker's signals, and after them: the
+    /// orders of its plug-in object, for whom a signal's way is too long. Empty: nobody.
+    void setOutcomeHandler(const OutcomeHandler& handler) { m_outcomeHandler = handler; }
+
+    bool start(quint64 id, const QString& function, const ParameterMap& parameters, int timeoutMs,
+               QString& refusal);
+    bool stop(quint64 id);
+
+    bool connectLink(const ParameterMap& parameters, ParameterMap& result);
+    bool disconnectLink(ParameterMap& result);
+
+    void declareFunction(const QString& name, const WorkerFunction& function);
+    void setTracer(const DAbstractWorker::FrameTracer& tracer) { m_tracer = tracer; }
+    WorkerEngine& engine() { return m_engine; }
+
+private:
+    struct Trace
+    {
+        bool outgoing;
+        QByteArray bytes;
+    };
+
+    // What the world does.
+    void handleOpened();
+    void handleFailed(const QString& why);
+    void handleReadable();
+    void handleDue();
+    void handleWritten(const char* data, int size);
+    void handleDrained(const char* data, int size);
+
+    void noteEnd();
+
+    void performFromOutside();
+    void perform();
+    void execute(const WorkerAction& action);
+    template <typename Call>
+    bool callForeign(const Call& call);
+    void callFunction();
+    void judgeReply();
+    void tellOutcome(const WorkerAction& action);
+    void log(const WorkerAction& action);
+    void trace(bool outgoing, const char* data, int size);
+    bool showTraces();
+
+    DAbstractWorker* m_worker; ///< null once it has gone
+    WorkerEngine m_engine;
+    std::vector<WorkerFunction> m_functions; ///< by number
+    OutcomeHandler m_outcomeHandler;
+    DAbstractWorker::FrameTracer m_tracer;
+    std::vector<Trace> m_traces; ///< to be shown once no foreign code runs
+    Link m_link;
+    Deadline m_due;
+    int m_depth = 0; ///< how many perform() are on the stack
+    int m_loopLevel = 0; ///< the event loops around the innermost of them
+};

@@ -42,9 +42,8 @@ bool Exchange::fits() const
 
 OrderFailure Exchange::verdict(const ParameterMap& judgement) const
 {
-    const QString misfit = QStringLiteral("the device's reply does not fit the request");
     if (!fits()) {
-        return failure(Code::BadReply, misfit);
+        return misfit();
     }
     const QByteArray reply = frame();
     const int exception = m_framing->exceptionCode(reply.constData(), reply.size());
@@ -59,7 +58,12 @@ OrderFailure Exchange::verdict(const ParameterMap& judgement) const
     }
     return findValue(judgement, QStringLiteral("errorCode")) != nullptr
         ? OrderFailure::fromReply(judgement)
-        : failure(Code::BadReply, misfit);
+        : misfit();
+}
+
+OrderFailure Exchange::misfit() const
+{
+    return failure(Code::BadReply, QStringLiteral("the device's reply does not fit the request"));
 }
 
 OrderFailure Exchange::failure(Code code, const QString& text) const

@@ -50,6 +50,7 @@ public:
 
 private:
     int requestUnit() const;
+    OrderFailure misfit() const;
 
     // What each request touches, together.
     qint64 m_calledUs = 0;

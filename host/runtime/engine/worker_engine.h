@@ -68,6 +68,8 @@ public:
 
     /// Takes the next thing to do; false when there is nothing.
     bool next(WorkerAction& action, qint64 nowUs);
+    /// What the outcome or log line just taken says.
+    WorkerNews takeNews() { return m_actions.takeNews(); }
     /// When to call timePassed().
     qint64 wakeAtUs() const;
 
@@ -101,13 +103,11 @@ private:
                 const ParameterMap& reply, qint64 nowUs);
     void failWaiting(const QString& why, qint64 nowUs);
     OrderFailure refused(const ParameterMap& result) const;
-    void tell(Outcome outcome, quint64 id, const ParameterMap& reply, const OrderFailure& failure);
 
     QString connectRefusal(const ParameterMap& parameters) const;
     void replaceLink(const QString& why, qint64 nowUs);
     void declareLost(const QString& why, qint64 nowUs);
     void tellState(bool open, const QString& why);
-    void log(const QString& text, bool warning = false);
 
     // What an instruction touches, together.
     WorkerActions m_actions;

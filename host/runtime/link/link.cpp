@@ -116,8 +116,8 @@ void Link::connectNext()
 bool Link::startConnecting(const QHostAddress& address)
 {
     const bool isIpv4 = address.protocol() == QAbstractSocket::IPv4Protocol;
-    m_descriptor = ::socket(isIpv4 ? AF_INET : AF_INET6,
-                            SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP);
+    m_descriptor = ::socket(isIpv4 ? AF_INET : AF_INET6, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC,
+                            IPPROTO_TCP);
     if (m_descriptor < 0) {
         return false;
     }

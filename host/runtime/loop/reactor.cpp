@@ -45,8 +45,8 @@ private:
 Reactor::Reactor() : m_poll(::epoll_create1(EPOLL_CLOEXEC))
 {
     if (m_poll >= 0) {
-        m_notifier = std::make_unique<PollNotifier>(
-            m_poll, PollNotifier::Ready(this, &Reactor::callReady));
+        m_notifier =
+            std::make_unique<PollNotifier>(m_poll, PollNotifier::Ready(this, &Reactor::callReady));
     }
 }
 

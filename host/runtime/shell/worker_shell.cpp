@@ -44,7 +44,8 @@ void WorkerShell::declareFunction(const QString& name, const WorkerFunction& fun
 bool WorkerShell::start(quint64 id, const QString& function, const ParameterMap& parameters,
                         int timeoutMs, QString& refusal)
 {
-    if (!m_engine.add(id, function, parameters, timeoutMs, steadyNowUs(), refusal)) {
+    m_nowUs = steadyNowUs();
+    if (!m_engine.add(id, function, parameters, timeoutMs, m_nowUs, refusal)) {
         return false;
     }
     performFromOutside();
@@ -53,7 +54,8 @@ bool WorkerShell::start(quint64 id, const QString& function, const ParameterMap&
 
 bool WorkerShell::stop(quint64 id)
 {
-    const bool stopped = m_engine.stop(id, steadyNowUs());
+    m_nowUs = steadyNowUs();
+    const bool stopped = m_engine.stop(id, m_nowUs);
     performFromOutside();
     return stopped;
 }
@@ -78,13 +80,15 @@ bool WorkerShell::disconnectLink(ParameterMap& result)
 
 void WorkerShell::handleOpened()
 {
-    m_engine.linkOpened(steadyNowUs());
+    m_nowUs = steadyNowUs();
+    m_engine.linkOpened(m_nowUs);
     perform();
 }
 
 void WorkerShell::handleFailed(const QString& why)
 {
-    m_engine.linkFailed(why, steadyNowUs());
+    m_nowUs = steadyNowUs();
+    m_engine.linkFailed(why, m_nowUs);
     perform();
 }
 
@@ -92,9 +96,10 @@ void WorkerShell::handleReadable()
 {
     std::array<char, readSize> bytes;
     const auto size = static_cast<int>(m_link.socket().receive(bytes.data(), bytes.size()));
+    m_nowUs = steadyNowUs();
     if (size > 0) {
         trace(false, bytes.data(), size);
-        m_engine.received(bytes.data(), size, steadyNowUs());
+        m_engine.received(bytes.data(), size, m_nowUs);
     }
     noteEnd();
     perform();
@@ -102,7 +107,8 @@ void WorkerShell::handleReadable()
 
 void WorkerShell::handleDue()
 {
-    m_engine.timePassed(steadyNowUs());
+    m_nowUs = steadyNowUs();
+    m_engine.timePassed(m_nowUs);
     perform();
 }
 
@@ -122,7 +128,7 @@ void WorkerShell::handleDrained(const char* data, int size)
 void WorkerShell::noteEnd()
 {
     if (m_link.socket().state() != QAbstractSocket::ConnectedState) {
-        m_engine.linkEnded(m_link.socket().errorString(), steadyNowUs());
+        m_engine.linkEnded(m_link.socket().errorString(), m_nowUs);
     }
 }
 
@@ -132,18 +138,24 @@ void WorkerShell::noteEnd()
 // returned, unless it runs an event loop, which may take long.
 void WorkerShell::performFromOutside()
 {
-    if (m_depth == 0 || QThread::currentThread()->loopLevel() > m_loopLevel) {
+    if (m_depth == 0 || loopLevel() > m_loopLevel) {
         perform();
     }
+}
+
+// How many event loops are on the stack of the worker's thread.
+int WorkerShell::loopLevel() const
+{
+    return m_worker != nullptr ? m_worker->thread()->loopLevel() : 0;
 }
 
 void WorkerShell::perform()
 {
     const std::shared_ptr<WorkerShell> keep = shared_from_this();
-    const int outerLevel = std::exchange(m_loopLevel, QThread::currentThread()->loopLevel());
+    const int outerLevel = std::exchange(m_loopLevel, loopLevel());
     ++m_depth;
     WorkerAction action;
-    while (showTraces() && m_engine.next(action, steadyNowUs())) {
+    while (showTraces() && m_engine.next(action, m_nowUs)) {
         execute(action);
     }
     --m_depth;
@@ -157,11 +169,8 @@ void WorkerShell::execute(const WorkerAction& action)
 {
     using Kind = WorkerAction::Kind;
     switch (action.kind) {
-    case Kind::TellRunning:
-        callForeign([&] { emit m_worker->sigOrderRunning(action.id); });
-        break;
     case Kind::CallFunction:
-        callFunction();
+        callFunction(action.id);
         break;
     case Kind::JudgeReply:
         judgeReply();
@@ -181,7 +190,7 @@ void WorkerShell::execute(const WorkerAction& action)
         break;
     case Kind::Look:
         m_link.look();
-        m_engine.looked(steadyNowUs());
+        m_engine.looked(m_nowUs);
         break;
     case Kind::Log:
         log(action);
@@ -200,9 +209,13 @@ bool WorkerShell::callForeign(const Call& call)
     return m_worker != nullptr;
 }
 
-void WorkerShell::callFunction()
+void WorkerShell::callFunction(quint64 id)
 {
-    const qint64 calledUs = steadyNowUs();
+    const bool isKeepAlive = id == 0;
+    if (!isKeepAlive && !callForeign([&] { emit m_worker->sigOrderRunning(id); })) {
+        return;
+    }
+    const qint64 calledUs = m_nowUs = steadyNowUs();
     const WorkerInstructionPtr instruction = m_engine.beginCall(calledUs);
     if (!instruction) {
         return;
@@ -224,38 +237,43 @@ void WorkerShell::judgeReply()
     const QByteArray frame = m_engine.frame();
     ParameterMap judgement;
     if (callForeign([&] { judgement = m_worker->cbReply(frame); })) {
-        m_engine.judged(judgement, steadyNowUs());
+        m_engine.judged(judgement, m_nowUs);
     }
 }
 
 void WorkerShell::tellOutcome(const WorkerAction& action)
 {
+    const WorkerNews news = m_engine.takeNews();
+    if (action.id == WorkerActions::dropped) {
+        return;
+    }
     const bool isThere = callForeign([&] {
         switch (action.outcome) {
         case Outcome::Answer:
-            emit m_worker->sigOrderAnswer(action.id, action.reply);
+            emit m_worker->sigOrderAnswer(action.id, news.reply);
             break;
         case Outcome::Done:
-            emit m_worker->sigOrderDone(action.id, action.reply);
+            emit m_worker->sigOrderDone(action.id, news.reply);
             break;
         case Outcome::Error:
-            emit m_worker->sigOrderError(action.id, action.reply);
+            emit m_worker->sigOrderError(action.id, news.reply);
             break;
         }
     });
     const OutcomeHandler handler = m_outcomeHandler;
     if (isThere && !handler.empty()) {
-        callForeign([&] { handler(action.id, action.outcome, action.reply, action.failure); });
+        callForeign([&] { handler(action.id, action.outcome, news.reply, news.failure); });
     }
 }
 
 void WorkerShell::log(const WorkerAction& action)
 {
+    const WorkerNews news = m_engine.takeNews();
     callForeign([&] {
         if (action.flag) {
-            qCWarning(logConnection).noquote() << action.text;
+            qCWarning(logConnection).noquote() << news.text;
         } else {
-            qCInfo(logConnection).noquote() << action.text;
+            qCInfo(logConnection).noquote() << news.text;
         }
     });
 }

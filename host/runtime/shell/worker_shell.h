@@ -20,8 +20,8 @@
 class WorkerShell : public std::enable_shared_from_this<WorkerShell>
 {
 public:
-    using OutcomeHandler = fastdelegate::Delegate<void, quint64, Outcome, const ParameterMap&,
-                                                  const OrderFailure&>;
+    using OutcomeHandler =
+        fastdelegate::Delegate<void, quint64, Outcome, const ParameterMap&, const OrderFailure&>;
 
     explicit WorkerShell(DAbstractWorker& worker);
     Q_DISABLE_COPY(WorkerShell)
@@ -61,11 +61,12 @@ private:
     void noteEnd();
 
     void performFromOutside();
+    int loopLevel() const;
     void perform();
     void execute(const WorkerAction& action);
     template <typename Call>
     bool callForeign(const Call& call);
-    void callFunction();
+    void callFunction(quint64 id);
     void judgeReply();
     void tellOutcome(const WorkerAction& action);
     void log(const WorkerAction& action);
@@ -73,6 +74,7 @@ private:
     bool showTraces();
 
     DAbstractWorker* m_worker; ///< null once it has gone
+    qint64 m_nowUs = 0; ///< of the last look at the clock, which is good for what it brought about
     WorkerEngine m_engine;
     std::vector<WorkerFunction> m_functions; ///< by number
     OutcomeHandler m_outcomeHandler;

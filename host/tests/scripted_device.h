@@ -63,6 +63,7 @@ public:
     {
         for (auto it = m_clients.cbegin(); it != m_clients.cend(); ++it) {
             it.key()->write(bytes);
+            it.key()->flush(); // now, not when the event loop runs
         }
     }
 

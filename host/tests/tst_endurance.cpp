@@ -1,6 +1,5 @@
-#include "order_bench.h"
+#include "recorded_object.h"
 #include "scripted_device.h"
-
 
 #include <QElapsedTimer>
 #include <QRandomGenerator>
@@ -34,15 +33,15 @@ void EnduranceTest::noOrderEndsWithAnothersValue()
             device.lateMs = limitMs + 1 + random.bounded(3 * limitMs);
         }
     };
-    Bench bench;
-    bench.connectTo(device.port());
+    RecordedObject object;
+    object.connectTo(device.port());
     bool connected = true;
-    QObject::connect(bench.plugin->worker(), &DAbstractWorker::sigStatusChanged, this,
+    QObject::connect(object.plugin->worker(), &DAbstractWorker::sigStatusChanged, this,
                      [&connected](bool up) { connected = up; });
     int right = 0;
     for (int i = 1; i <= orders; ++i) {
-        const quint64 id = bench.start(ask, value(i, limitMs));
-        const DOrder order = bench.finish(id);
+        const quint64 id = object.start(ask, value(i, limitMs));
+        const DOrder order = object.finish(id);
         if (order.state == DOrder::State::Done) {
             QCOMPARE(order.results.value(QStringLiteral("value")), QVariant(i));
             ++right;
@@ -50,9 +49,9 @@ void EnduranceTest::noOrderEndsWithAnothersValue()
         // Else the next one would fail at once. On a slow machine several in a row may be late, and
         // the delay before the next attempt grows to 22 s.
         QVERIFY(connected || waitFor([&] { return connected; }, 30000));
-        bench.forget(id);
+        object.forget(id);
     }
-    const WorkerStatistics statistics = bench.statistics();
+    const WorkerStatistics statistics = object.statistics();
     qInfo("%d answered, %llu time-outs, %llu connections", right,
           static_cast<unsigned long long>(statistics.timeouts),
           static_cast<unsigned long long>(statistics.reconnects + 1));
@@ -65,47 +64,47 @@ void EnduranceTest::aListenSurvivesARebootOfTheDevice()
 {
     ScriptedDevice device;
     const quint16 port = device.port();
-    Bench bench;
-    const quint64 connection = bench.connectTo(port);
+    RecordedObject object;
+    const quint64 connection = object.connectTo(port);
     device.numbersReplies = true;
-    const quint64 listen = bench.start(watch, repeating(4, 5));
+    const quint64 listen = object.start(watch, repeating(4, 5));
     for (int reboot = 0; reboot < 2; ++reboot) {
-        const int before = bench.results.value(listen).size();
-        QVERIFY(waitFor([&] { return bench.results.value(listen).size() > before + 3; }));
+        const int before = object.results.value(listen).size();
+        QVERIFY(waitFor([&] { return object.results.value(listen).size() > before + 3; }));
         device.powerOff();
-        QVERIFY(waitFor([&] { return bench.results.value(connection).size() == 2 + 2 * reboot; }));
+        QVERIFY(waitFor([&] { return object.results.value(connection).size() == 2 + 2 * reboot; }));
         QVERIFY(device.start(port));
         // The first attempt after a loss is worth waiting for.
-        QVERIFY(bench.valueOf(bench.start(ask, value(7, 1000))).toInt() > 0);
+        QVERIFY(object.valueOf(object.start(ask, value(7, 1000))).toInt() > 0);
     }
-    QCOMPARE(bench.statistics().reconnects, 2u);
-    const int before = bench.results.value(listen).size();
-    QVERIFY(waitFor([&] { return bench.results.value(listen).size() > before + 3; }));
+    QCOMPARE(object.statistics().reconnects, 2u);
+    const int before = object.results.value(listen).size();
+    QVERIFY(waitFor([&] { return object.results.value(listen).size() > before + 3; }));
     const QString up = QStringLiteral("connected=true");
     const QString down = QStringLiteral("disconnected=true");
-    QCOMPARE(bench.results.value(connection), (QStringList{up, down, up, down, up}));
+    QCOMPARE(object.results.value(connection), (QStringList{up, down, up, down, up}));
     int last = 0;
-    for (const QString& result : bench.results.value(listen)) { // none twice, none out of order
+    for (const QString& result : object.results.value(listen)) { // none twice, none out of order
         const int number = result.section(QLatin1Char('='), 1).toInt();
         QVERIFY(number > last && number <= device.requests.size());
         last = number;
     }
     QCOMPARE(device.mostConnections, 1);
-    QVERIFY(!bench.ends.contains(listen) && !bench.ends.contains(connection));
+    QVERIFY(!object.ends.contains(listen) && !object.ends.contains(connection));
 }
 
 void EnduranceTest::aHundredWorkersComeBackWithoutAStorm()
 {
     constexpr int workers = 100;
     ScriptedDevice device;
-    std::vector<std::unique_ptr<Bench>> benches;
+    std::vector<std::unique_ptr<RecordedObject>> objects;
     int connected = 0;
     for (int i = 1; i <= workers; ++i) {
-        benches.push_back(std::make_unique<Bench>());
-        Bench& bench = *benches.back();
+        objects.push_back(std::make_unique<RecordedObject>());
+        RecordedObject& object = *objects.back();
         // Every worker knows the device under an address of its own: that tells who tries.
-        bench.connectTo(device.port(), 2000, QStringLiteral("127.0.1.%1").arg(i));
-        QObject::connect(bench.plugin->worker(), &DAbstractWorker::sigStatusChanged, this,
+        object.connectTo(device.port(), 2000, QStringLiteral("127.0.1.%1").arg(i));
+        QObject::connect(object.plugin->worker(), &DAbstractWorker::sigStatusChanged, this,
                          [&connected](bool up) { connected += up ? 1 : -1; });
     }
     QVERIFY(waitFor([&] { return connected == workers; }));
@@ -151,42 +150,42 @@ void EnduranceTest::everyOrderOfAStormEndsOnce()
     for (int round = 0; round < rounds; ++round) {
         ScriptedDevice device;
         device.lateMs = 2;
-        Bench bench(random.bounded(2) * 3);
-        QList<quint64> ids{bench.connectTo(device.port())};
+        RecordedObject object(random.bounded(2) * 3);
+        QList<quint64> ids{object.connectTo(device.port())};
         const int events = random.bounded(4, 24);
-        for (int i = 0; i < events && bench.plugin; ++i) {
+        for (int i = 0; i < events && object.plugin; ++i) {
             device.script = {steps.at(random.bounded(steps.size()))};
             switch (random.bounded(8)) {
             case 0:
-                bench.plugin->orders()->stop(ids.at(random.bounded(ids.size())));
+                object.plugin->orders()->stop(ids.at(random.bounded(ids.size())));
                 break;
             case 1:
                 device.closeAll();
                 break;
             case 2:
-                ids.append(bench.connectTo(device.port()));
+                ids.append(object.connectTo(device.port()));
                 break;
             case 3:
-                ids.append(bench.start(watch, repeating(i, random.bounded(1, 4), 2)));
+                ids.append(object.start(watch, repeating(i, random.bounded(1, 4), 2)));
                 break;
             case 4:
                 waitFor([] { return false; }, 1);
                 break;
             default:
-                ids.append(bench.start(ask, value(i, random.bounded(1, 4))));
+                ids.append(object.start(ask, value(i, random.bounded(1, 4))));
                 break;
             }
             QCoreApplication::processEvents();
         }
         if (random.bounded(2) == 0) {
             for (const quint64 id : qAsConst(ids)) {
-                bench.plugin->orders()->stop(id);
+                object.plugin->orders()->stop(id);
             }
-            QVERIFY(waitFor([&] { return bench.ends.size() == ids.size(); }));
+            QVERIFY(waitFor([&] { return object.ends.size() == ids.size(); }));
         }
-        bench.plugin.reset(); // ends what still runs
+        object.plugin.reset(); // ends what still runs
         for (const quint64 id : qAsConst(ids)) {
-            QCOMPARE(bench.ends.value(id), 1);
+            QCOMPARE(object.ends.value(id), 1);
         }
         orders += ids.size();
     }

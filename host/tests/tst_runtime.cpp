@@ -1,6 +1,5 @@
-#include "order_bench.h"
+#include "recorded_object.h"
 #include "scripted_device.h"
-
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -34,6 +33,9 @@ private slots:
     void aStoppedOrdersReplyAnswersNoOtherOrder();
     void noOrderStopsAnothersInstruction();
     void unaskedBytesAnswerNothing();
+    void nothingLeavesBehindBytesThatWait_data();
+    void nothingLeavesBehindBytesThatWait();
+    void whatHasArrivedIsNoTimeOut();
     void anUnsentOrderWaitsForTheNewConnection();
     void refusals_data();
     void refusals();
@@ -85,93 +87,137 @@ void RuntimeTest::replies()
     QFETCH(QList<Step>, script);
     QFETCH(Code, code);
     ScriptedDevice device;
-    Bench bench;
-    const quint64 connection = bench.connectTo(device.port());
-    QCOMPARE(bench.valueOf(bench.start(ask, value(1))), QVariant(1));
+    RecordedObject object;
+    const quint64 connection = object.connectTo(device.port());
+    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
     device.script = script;
-    const quint64 id = bench.start(ask, value(258));
-    QCOMPARE(bench.finish(id).failure.code, code);
+    const quint64 id = object.start(ask, value(258));
+    QCOMPARE(object.finish(id).failure.code, code);
     if (code == Code::None) {
-        QCOMPARE(bench.valueOf(id), QVariant(258));
+        QCOMPARE(object.valueOf(id), QVariant(258));
     }
     if (code == Code::DeviceException) {
-        QCOMPARE(bench.finish(id).failure.exceptionCode, 2);
-        QCOMPARE(bench.finish(id).failure.unitId, 0);
-        QVERIFY(bench.finish(id).failure.text.contains(QLatin1String("illegal data address")));
+        QCOMPARE(object.finish(id).failure.exceptionCode, 2);
+        QCOMPARE(object.finish(id).failure.unitId, 0);
+        QVERIFY(object.finish(id).failure.text.contains(QLatin1String("illegal data address")));
     }
-    QTRY_COMPARE(bench.valueOf(bench.start(ask, value(772))), QVariant(772));
+    QTRY_COMPARE(object.valueOf(object.start(ask, value(772))), QVariant(772));
     QTEST(device.connections, "connections");
     QCOMPARE(device.mostConnections, 1);
-    QCOMPARE(bench.ends.value(connection), 0);
+    QCOMPARE(object.ends.value(connection), 0);
 }
 
 void RuntimeTest::aLateReplyAnswersNoOtherOrder()
 {
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
+    RecordedObject object;
+    object.connectTo(device.port());
     device.lateMs = 70; // ten more than the orders' limit, and so in the middle of the next one's
     device.script = {Step::Answer, Step::Late, Step::Late, Step::Answer, Step::Late, Step::Answer};
     QVariantList values;
     for (int i = 1; i <= 6; ++i) {
-        values.append(bench.valueOf(bench.start(ask, value(i))));
+        values.append(object.valueOf(object.start(ask, value(i))));
     }
     QCOMPARE(values, (QVariantList{1, {}, {}, 4, {}, 6}));
-    QCOMPARE(bench.statistics().timeouts, 3u);
+    QCOMPARE(object.statistics().timeouts, 3u);
 }
 
 void RuntimeTest::aStoppedOrdersReplyAnswersNoOtherOrder()
 {
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
+    RecordedObject object;
+    object.connectTo(device.port());
     device.lateMs = 20;
     device.script = {Step::Late};
-    const quint64 stopped = bench.start(ask, value(1));
+    const quint64 stopped = object.start(ask, value(1));
     QTRY_COMPARE(device.requests.size(), 1);
-    QVERIFY(bench.plugin->orders()->stop(stopped));
-    QCOMPARE(bench.finish(stopped).state, DOrder::State::Stopped);
-    QCOMPARE(bench.valueOf(bench.start(ask, value(2))), QVariant(2));
-    QVERIFY(bench.results.value(stopped).isEmpty());
-    QCOMPARE(bench.statistics().droppedBytes, 11u);
-    QVERIFY(!bench.plugin->orders()->stop(stopped));
+    QVERIFY(object.plugin->orders()->stop(stopped));
+    QCOMPARE(object.finish(stopped).state, DOrder::State::Stopped);
+    QCOMPARE(object.valueOf(object.start(ask, value(2))), QVariant(2));
+    QVERIFY(object.results.value(stopped).isEmpty());
+    QCOMPARE(object.statistics().droppedBytes, 11u);
+    QVERIFY(!object.plugin->orders()->stop(stopped));
 }
 
 void RuntimeTest::noOrderStopsAnothersInstruction()
 {
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
+    RecordedObject object;
+    object.connectTo(device.port());
     device.lateMs = 20;
     device.script = {Step::Late};
-    const quint64 first = bench.start(ask, value(1));
+    const quint64 first = object.start(ask, value(1));
     const quint64 itsInstruction = first + 1;
     QVariantMap second = value(2);
     second.insert(QStringLiteral("stop"), itsInstruction);
-    QCOMPARE(bench.valueOf(bench.start(ask, second)), QVariant(2));
-    QCOMPARE(bench.valueOf(first), QVariant(1));
+    QCOMPARE(object.valueOf(object.start(ask, second)), QVariant(2));
+    QCOMPARE(object.valueOf(first), QVariant(1));
 }
 
 void RuntimeTest::unaskedBytesAnswerNothing()
 {
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
-    QCOMPARE(bench.valueOf(bench.start(ask, value(1))), QVariant(1));
+    RecordedObject object;
+    object.connectTo(device.port());
+    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
     device.sendUnasked(QByteArray::fromHex("aabb0000000500030200ee"));
-    QTRY_COMPARE(bench.statistics().droppedBytes, 11u);
-    QCOMPARE(bench.valueOf(bench.start(ask, value(2))), QVariant(2));
+    QTRY_COMPARE(object.statistics().droppedBytes, 11u);
+    QCOMPARE(object.valueOf(object.start(ask, value(2))), QVariant(2));
     QCOMPARE(device.connections, 2); // nobody can tell any more what answers what on the first one
+}
+
+void RuntimeTest::nothingLeavesBehindBytesThatWait_data()
+{
+    QTest::addColumn<QByteArray>("waiting");
+    QTest::newRow("a copy of the last reply") << QByteArray::fromHex("aabb000000050003020001");
+    QTest::newRow("a flood") << QByteArray(8 << 20, 'x');
+}
+
+// They came while the process was at something else: no loop has run since the last order.
+void RuntimeTest::nothingLeavesBehindBytesThatWait()
+{
+    QFETCH(QByteArray, waiting);
+    constexpr quint64 oneBuffer = 16384;
+    ScriptedDevice device;
+    RecordedObject object;
+    object.connectTo(device.port());
+    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
+    device.sendUnasked(waiting);
+    QCOMPARE(object.valueOf(object.start(ask, value(2, 1000))), QVariant(2));
+    QCOMPARE(device.connections, 2);
+    QCOMPARE(device.requests.size(), 2);
+    QVERIFY(object.statistics().droppedBytes > 0);
+    QVERIFY(object.statistics().droppedBytes <= oneBuffer);
+}
+
+// The time limit is seen before the reply, as it is after a pause of the process.
+void RuntimeTest::whatHasArrivedIsNoTimeOut()
+{
+    constexpr int limitMs = 20;
+    QTcpServer server;
+    QVERIFY(server.listen(QHostAddress::LocalHost));
+    RecordedObject object;
+    object.connectTo(server.serverPort());
+    QVERIFY(waitFor([&] { return server.hasPendingConnections(); }));
+    QTcpSocket* device = server.nextPendingConnection();
+    const quint64 id = object.start(ask, value(1, limitMs));
+    QVERIFY(device->waitForReadyRead());
+    device->write(ScriptedDevice::reply(device->readAll()));
+    QVERIFY(device->waitForBytesWritten());
+    QThread::msleep(2 * limitMs);
+    QCoreApplication::processEvents(QEventLoop::ExcludeSocketNotifiers);
+    QCOMPARE(object.valueOf(id), QVariant(1));
+    QCOMPARE(object.statistics().timeouts, 0u);
 }
 
 void RuntimeTest::anUnsentOrderWaitsForTheNewConnection()
 {
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
-    QCOMPARE(bench.valueOf(bench.start(ask, value(1))), QVariant(1));
+    RecordedObject object;
+    object.connectTo(device.port());
+    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
     device.closeAll(); // which only the next write finds out
-    QCOMPARE(bench.valueOf(bench.start(ask, value(2, 1000))), QVariant(2));
+    QCOMPARE(object.valueOf(object.start(ask, value(2, 1000))), QVariant(2));
     QCOMPARE(device.requests.size(), 2);
 }
 
@@ -191,19 +237,19 @@ void RuntimeTest::refusals()
     QFETCH(QString, command);
     QFETCH(QVariantMap, parameters);
     QFETCH(QString, says);
-    Bench bench;
+    RecordedObject object;
     QString refusal;
-    QCOMPARE(bench.plugin->orders()->start(command, parameters, &refusal), 0u);
+    QCOMPARE(object.plugin->orders()->start(command, parameters, &refusal), 0u);
     QVERIFY2(refusal.contains(says), qPrintable(refusal));
 }
 
 void RuntimeTest::nothingIsReportedBeforeStartReturns()
 {
-    Bench bench;
-    const quint64 id = bench.start(ask, {{QStringLiteral("function"), QStringLiteral("atOnce")}});
-    QVERIFY(bench.results.isEmpty() && bench.ends.isEmpty());
-    QCOMPARE(bench.finish(id).state, DOrder::State::Done);
-    QCOMPARE(bench.valueOf(id), QVariant(7)); // the declared default
+    RecordedObject object;
+    const quint64 id = object.start(ask, {{QStringLiteral("function"), QStringLiteral("atOnce")}});
+    QVERIFY(object.results.isEmpty() && object.ends.isEmpty());
+    QCOMPARE(object.finish(id).state, DOrder::State::Done);
+    QCOMPARE(object.valueOf(id), QVariant(7)); // the declared default
 }
 
 void RuntimeTest::whatFailsAtOnce_data()
@@ -229,8 +275,8 @@ void RuntimeTest::whatFailsAtOnce()
 {
     QFETCH(QVariantMap, parameters);
     QFETCH(QString, says);
-    Bench bench;
-    const DOrder& order = bench.finish(bench.start(ask, parameters));
+    RecordedObject object;
+    const DOrder& order = object.finish(object.start(ask, parameters));
     QCOMPARE(order.state, DOrder::State::Failed);
     QVERIFY2(order.failure.text.contains(says), qPrintable(order.failure.text));
     QTEST(order.failure.code, "code");
@@ -239,20 +285,20 @@ void RuntimeTest::whatFailsAtOnce()
 void RuntimeTest::theQueueIsBounded()
 {
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
-    QCOMPARE(bench.valueOf(bench.start(ask, value(1))), QVariant(1));
+    RecordedObject object;
+    object.connectTo(device.port());
+    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
     device.script = {Step::Never};
     QList<quint64> ids;
     for (int i = 0; i < 1 + 1024 + 1; ++i) { // one in flight, a full queue, one too many
-        ids.append(bench.start(ask, value(i)));
+        ids.append(object.start(ask, value(i)));
     }
-    const DOrder& refused = bench.finish(ids.last());
+    const DOrder& refused = object.finish(ids.last());
     QCOMPARE(refused.failure.code, Code::Usage);
     QVERIFY(refused.failure.text.contains(QLatin1String("queue is full")));
-    QCOMPARE(bench.ends.size(), 2);
-    QCOMPARE(bench.valueOf(ids.at(1024)), QVariant(1024));
-    QCOMPARE(bench.ends.size(), 1 + ids.size());
+    QCOMPARE(object.ends.size(), 2);
+    QCOMPARE(object.valueOf(ids.at(1024)), QVariant(1024));
+    QCOMPARE(object.ends.size(), 1 + ids.size());
 }
 
 void RuntimeTest::connectFails_data()
@@ -283,112 +329,112 @@ void RuntimeTest::connectFails()
 {
     QFETCH(QVariantMap, parameters);
     QFETCH(QString, says);
-    Bench bench;
-    const quint64 id = bench.start(QStringLiteral("connect"), parameters);
-    const quint64 waiting = bench.start(ask);
-    const DOrder& order = bench.finish(id);
+    RecordedObject object;
+    const quint64 id = object.start(QStringLiteral("connect"), parameters);
+    const quint64 waiting = object.start(ask);
+    const DOrder& order = object.finish(id);
     QCOMPARE(order.state, DOrder::State::Failed);
     QVERIFY2(order.failure.text.contains(says), qPrintable(order.failure.text));
     QTEST(order.failure.code, "code");
-    QCOMPARE(bench.finish(waiting).failure.code, Code::NotConnected);
+    QCOMPARE(object.finish(waiting).failure.code, Code::NotConnected);
 }
 
 void RuntimeTest::stoppedConnectEndsAfterDisconnect()
 {
     ScriptedDevice device;
-    Bench bench;
-    const quint64 id = bench.connectTo(device.port());
-    QTRY_COMPARE(bench.results.value(id), QStringList(connectedTrue));
-    const quint64 second = bench.connectTo(device.port());
-    QVERIFY(bench.finish(second).failure.text.contains(QLatin1String("already connected")));
-    bench.plugin->orders()->stop(id);
-    QCOMPARE(bench.finish(id).state, DOrder::State::Stopped);
-    QCOMPARE(bench.results.value(id).last(), QStringLiteral("disconnected=true"));
+    RecordedObject object;
+    const quint64 id = object.connectTo(device.port());
+    QTRY_COMPARE(object.results.value(id), QStringList(connectedTrue));
+    const quint64 second = object.connectTo(device.port());
+    QVERIFY(object.finish(second).failure.text.contains(QLatin1String("already connected")));
+    object.plugin->orders()->stop(id);
+    QCOMPARE(object.finish(id).state, DOrder::State::Stopped);
+    QCOMPARE(object.results.value(id).last(), QStringLiteral("disconnected=true"));
     QTRY_COMPARE(device.openConnections(), 0);
-    bench.connectTo(device.port());
-    QCOMPARE(bench.valueOf(bench.start(ask, value(5))), QVariant(5));
+    object.connectTo(device.port());
+    QCOMPARE(object.valueOf(object.start(ask, value(5))), QVariant(5));
     QCOMPARE(device.connections, 2);
 }
 
 void RuntimeTest::disconnectDoesNotWaitForAReplyThatNobodyWants()
 {
     ScriptedDevice device;
-    Bench bench;
-    const quint64 connection = bench.connectTo(device.port());
+    RecordedObject object;
+    const quint64 connection = object.connectTo(device.port());
     device.script = {Step::Never};
-    const quint64 id = bench.start(ask, value(1, 60000));
+    const quint64 id = object.start(ask, value(1, 60000));
     QTRY_COMPARE(device.requests.size(), 1);
-    bench.plugin->orders()->stop(id);
-    bench.plugin->orders()->stop(connection);
-    QCOMPARE(bench.finish(connection).state, DOrder::State::Stopped);
+    object.plugin->orders()->stop(id);
+    object.plugin->orders()->stop(connection);
+    QCOMPARE(object.finish(connection).state, DOrder::State::Stopped);
     QTRY_COMPARE(device.openConnections(), 0);
-    QCOMPARE(bench.statistics().done, 0u);
+    QCOMPARE(object.statistics().done, 0u);
 }
 
 void RuntimeTest::ordersFailAtOnceWhileTheDeviceIsGone()
 {
     ScriptedDevice device;
     const quint16 port = device.port();
-    Bench bench;
-    const quint64 id = bench.connectTo(port);
-    QCOMPARE(bench.valueOf(bench.start(ask, value(1))), QVariant(1));
+    RecordedObject object;
+    const quint64 id = object.connectTo(port);
+    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
     device.powerOff();
-    QTRY_COMPARE(bench.results.value(id).size(), 2);
-    const quint64 waits = bench.start(ask, value(2));
-    QCOMPARE(bench.finish(waits).failure.code, Code::NotConnected); // once the attempt has failed
-    const quint64 atOnce = bench.start(ask, value(3));
+    QTRY_COMPARE(object.results.value(id).size(), 2);
+    const quint64 waits = object.start(ask, value(2));
+    QCOMPARE(object.finish(waits).failure.code, Code::NotConnected); // once the attempt has failed
+    const quint64 atOnce = object.start(ask, value(3));
     QCoreApplication::processEvents();
-    QCOMPARE(bench.ends.value(atOnce), 1);
-    QVERIFY(bench.finish(atOnce).failure.text.contains(QLatin1String("being re-opened")));
+    QCOMPARE(object.ends.value(atOnce), 1);
+    QVERIFY(object.finish(atOnce).failure.text.contains(QLatin1String("being re-opened")));
     QVERIFY(device.start(port));
-    QTRY_COMPARE_WITH_TIMEOUT(bench.results.value(id).size(), 3, 20000);
-    QCOMPARE(bench.valueOf(bench.start(ask, value(4))), QVariant(4));
+    QTRY_COMPARE_WITH_TIMEOUT(object.results.value(id).size(), 3, 20000);
+    QCOMPARE(object.valueOf(object.start(ask, value(4))), QVariant(4));
 }
 
 void RuntimeTest::repetitionsGoOn()
 {
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
+    RecordedObject object;
+    object.connectTo(device.port());
     device.script = {Step::Answer, Step::Exception2, Step::Answer, Step::Never, Step::Answer};
-    const quint64 id = bench.start(watch, repeating(9, 5));
-    QVERIFY(waitFor([&] { return bench.results.value(id).size() >= 4; }));
-    QCOMPARE(bench.troubles.value(id), (QList<Code>{Code::DeviceException, Code::Timeout}));
-    QVERIFY(bench.plugin->orders()->stop(id));
-    QCOMPARE(bench.finish(id).state, DOrder::State::Stopped);
+    const quint64 id = object.start(watch, repeating(9, 5));
+    QVERIFY(waitFor([&] { return object.results.value(id).size() >= 4; }));
+    QCOMPARE(object.troubles.value(id), (QList<Code>{Code::DeviceException, Code::Timeout}));
+    QVERIFY(object.plugin->orders()->stop(id));
+    QCOMPARE(object.finish(id).state, DOrder::State::Stopped);
     const int asked = device.requests.size();
-    QCOMPARE(bench.valueOf(bench.start(ask, value(1))), QVariant(1));
+    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
     QVERIFY(device.requests.size() <= asked + 2); // the one in flight, and this one
 }
 
 void RuntimeTest::ticksDoNotPileUpAndOneShotsGoFirst()
 {
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
+    RecordedObject object;
+    object.connectTo(device.port());
     device.lateMs = 20;
     for (int i = 0; i < 60; ++i) {
         device.script.append(Step::Late);
     }
-    const quint64 first = bench.start(watch, repeating(1, 2, 1000));
-    const quint64 second = bench.start(watch, repeating(2, 2, 1000));
+    const quint64 first = object.start(watch, repeating(1, 2, 1000));
+    const quint64 second = object.start(watch, repeating(2, 2, 1000));
     QVERIFY(waitFor([&] {
-        return bench.results.value(first).size() >= 3 && bench.results.value(second).size() >= 3;
+        return object.results.value(first).size() >= 3 && object.results.value(second).size() >= 3;
     }));
-    QVERIFY(qAbs(bench.results.value(first).size() - bench.results.value(second).size()) <= 1);
+    QVERIFY(qAbs(object.results.value(first).size() - object.results.value(second).size()) <= 1);
     const int asked = device.requests.size();
-    QCOMPARE(bench.valueOf(bench.start(ask, value(3, 1000))), QVariant(3));
+    QCOMPARE(object.valueOf(object.start(ask, value(3, 1000))), QVariant(3));
     QVERIFY(device.requests.size() <= asked + 2); // one reply at most before it
-    QVERIFY(bench.statistics().ticksSkipped > 0);
+    QVERIFY(object.statistics().ticksSkipped > 0);
 }
 
 void RuntimeTest::theLinkIsSetUpForTheField()
 {
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
-    bench.finish(bench.start(ask));
-    const auto* worker = static_cast<FixtureWorker*>(bench.plugin->worker());
+    RecordedObject object;
+    object.connectTo(device.port());
+    object.finish(object.start(ask));
+    const auto* worker = static_cast<FixtureWorker*>(object.plugin->worker());
     const auto descriptor = static_cast<int>(worker->socket()->socketDescriptor());
     const auto option = [descriptor](int level, int name) {
         int number = -1;
@@ -405,10 +451,10 @@ void RuntimeTest::theLinkIsSetUpForTheField()
 void RuntimeTest::keepAliveFindsADeadDevice()
 {
     ScriptedDevice device;
-    Bench bench(20);
-    const quint64 id = bench.connectTo(device.port(), 60);
+    RecordedObject object(20);
+    const quint64 id = object.connectTo(device.port(), 60);
     device.script = {Step::Answer, Step::Never};
-    QTRY_COMPARE(bench.results.value(id),
+    QTRY_COMPARE(object.results.value(id),
                  (QStringList{connectedTrue, QStringLiteral("disconnected=true"), connectedTrue}));
     QCOMPARE(device.requests.first().mid(8, 2), QByteArray::fromHex("ffff"));
 }
@@ -416,11 +462,11 @@ void RuntimeTest::keepAliveFindsADeadDevice()
 void RuntimeTest::keepAliveTakesAnyReplyAsLife()
 {
     ScriptedDevice device;
-    Bench bench(20);
-    const quint64 id = bench.connectTo(device.port(), 1000);
+    RecordedObject object(20);
+    const quint64 id = object.connectTo(device.port(), 1000);
     device.script = {Step::Exception2, Step::Exception2, Step::Exception2};
     QVERIFY(waitFor([&] { return device.requests.size() >= 4; }));
-    QCOMPARE(bench.results.value(id), QStringList(connectedTrue));
+    QCOMPARE(object.results.value(id), QStringList(connectedTrue));
     QCOMPARE(device.connections, 1);
 }
 
@@ -428,50 +474,68 @@ void RuntimeTest::destructionEndsEveryOrderOnce()
 {
     ScriptedDevice device;
     device.script = {Step::Never};
-    Bench bench;
-    QList<quint64> ids{bench.connectTo(device.port())};
+    RecordedObject object;
+    QList<quint64> ids{object.connectTo(device.port())};
     QTRY_COMPARE(device.openConnections(), 1);
     for (int i = 0; i < 5; ++i) {
-        ids.append(bench.start(ask, value(i)));
+        ids.append(object.start(ask, value(i)));
     }
-    ids.append(bench.start(ask, {{QStringLiteral("function"), QStringLiteral("atOnce")}}));
-    bench.plugin.reset();
+    ids.append(object.start(ask, {{QStringLiteral("function"), QStringLiteral("atOnce")}}));
+    object.plugin.reset();
     for (const quint64 id : ids) {
-        QCOMPARE(bench.ends.value(id), 1);
-        QCOMPARE(bench.ended.value(id).state, DOrder::State::Stopped);
+        QCOMPARE(object.ends.value(id), 1);
+        QCOMPARE(object.ended.value(id).state, DOrder::State::Stopped);
     }
     QTRY_COMPARE(device.openConnections(), 0);
 }
 
 void RuntimeTest::destructionInsideAReport_data()
 {
-    QTest::addColumn<bool>("ofWorker");
-    QTest::newRow("of the orders") << false;
-    QTest::newRow("of the worker") << true;
+    QTest::addColumn<QString>("report");
+    for (const char* report : {"an order's end", "done", "running", "connected", "disconnected",
+                               "frame out", "frame in"}) {
+        QTest::newRow(report) << QString::fromLatin1(report);
+    }
 }
 
 void RuntimeTest::destructionInsideAReport()
 {
-    QFETCH(bool, ofWorker);
+    QFETCH(QString, report);
     ScriptedDevice device;
-    Bench bench;
-    bench.connectTo(device.port());
-    const quint64 first = bench.start(ask, value(1));
-    const quint64 second = bench.start(ask, value(2));
-    if (ofWorker) {
-        QObject::connect(bench.plugin->worker(), &DAbstractWorker::sigOrderDone, this,
-                         [&] { bench.plugin.reset(); });
-    } else {
-        QObject::connect(bench.plugin->orders(), &DOrders::sigOrderFinished, this,
-                         [&](const DOrder& order) {
-                             if (order.id == first) {
-                                 bench.plugin.reset();
-                             }
-                         });
+    RecordedObject object;
+    DAbstractWorker* worker = object.plugin->worker();
+    const auto destroyOn = [&](const QString& name) {
+        if (name == report) {
+            object.plugin.reset();
+        }
+    };
+    connect(object.plugin->orders(), &DOrders::sigOrderFinished, this,
+            [&] { destroyOn(QStringLiteral("an order's end")); });
+    connect(worker, &DAbstractWorker::sigOrderDone, this,
+            [&] { destroyOn(QStringLiteral("done")); });
+    connect(worker, &DAbstractWorker::sigOrderRunning, this, [&](quint64) {
+        if (device.openConnections() > 0) {
+            destroyOn(QStringLiteral("running"));
+        }
+    });
+    connect(worker, &DAbstractWorker::sigStatusChanged, this, [&](bool up) {
+        destroyOn(up ? QStringLiteral("connected") : QStringLiteral("disconnected"));
+    });
+    worker->setFrameTracer([&](bool outgoing, const QByteArray&) {
+        destroyOn(outgoing ? QStringLiteral("frame out") : QStringLiteral("frame in"));
+    });
+    QList<quint64> ids{object.connectTo(device.port())};
+    for (int i = 1; i <= 3; ++i) {
+        ids.append(object.start(ask, value(i)));
     }
-    QVERIFY(waitFor([&] { return bench.plugin.isNull(); }));
-    QCOMPARE(bench.ends.value(first), 1);
-    QCOMPARE(bench.ends.value(second), 1);
+    if (report == QLatin1String("disconnected")) {
+        object.finish(ids.last());
+        object.plugin->orders()->stop(ids.first());
+    }
+    QVERIFY(waitFor([&] { return object.plugin.isNull(); }));
+    for (const quint64 id : qAsConst(ids)) {
+        QCOMPARE(object.ends.value(id), 1);
+    }
     QCoreApplication::processEvents();
 }
 
@@ -492,29 +556,29 @@ void RuntimeTest::aLoopInsideAReportStopsNobody()
     ScriptedDevice silent;
     silent.script = {Step::Never, Step::Never};
     ScriptedDevice lively;
-    std::array<Bench, 4> benches;
+    std::array<RecordedObject, 4> objects;
     constexpr int farOff = 60000;
-    benches[0].connectTo(device.port(), farOff);
-    benches[1].connectTo(silent.port(), farOff);
-    benches[2].connectTo(silent.port(), farOff);
-    benches[3].connectTo(lively.port(), farOff);
+    objects[0].connectTo(device.port(), farOff);
+    objects[1].connectTo(silent.port(), farOff);
+    objects[2].connectTo(silent.port(), farOff);
+    objects[3].connectTo(lively.port(), farOff);
     for (int left = firstDevice.size(); left > 1; --left) {
-        benches[0].finish(benches[0].start(ask, value(0, farOff)));
+        objects[0].finish(objects[0].start(ask, value(0, farOff)));
     }
-    const quint64 first = benches[0].start(ask, value(1, 40));
-    const std::array<quint64, 2> limited{benches[1].start(ask, value(2, 60)),
-                                         benches[2].start(ask, value(3, 80))};
+    const quint64 first = objects[0].start(ask, value(1, 40));
+    const std::array<quint64, 2> limited{objects[1].start(ask, value(2, 60)),
+                                         objects[2].start(ask, value(3, 80))};
     bool others = false;
     QObject::connect(
-        benches[0].plugin->orders(), &DOrders::sigOrderFinished, this, [&](const DOrder& order) {
-            const quint64 prompt = order.id == first ? benches[3].start(ask, value(4, farOff)) : 0;
+        objects[0].plugin->orders(), &DOrders::sigOrderFinished, this, [&](const DOrder& order) {
+            const quint64 prompt = order.id == first ? objects[3].start(ask, value(4, farOff)) : 0;
             others = prompt == 0 || waitFor([&] {
-                         return benches[1].ends.contains(limited[0])
-                             && benches[2].ends.contains(limited[1])
-                             && benches[3].ends.contains(prompt);
+                         return objects[1].ends.contains(limited[0])
+                             && objects[2].ends.contains(limited[1])
+                             && objects[3].ends.contains(prompt);
                      });
         });
-    benches[0].finish(first);
+    objects[0].finish(first);
     QVERIFY(others);
 }
 

@@ -43,10 +43,10 @@ bool waitFor(Condition come, int limitMs = 8000)
 }
 
 /// A plug-in object with everything written down that its orders report.
-class Bench
+class RecordedObject
 {
 public:
-    explicit Bench(int keepAliveMs = 0) : plugin(new FixturePlugin(keepAliveMs))
+    explicit RecordedObject(int keepAliveMs = 0) : plugin(new FixturePlugin(keepAliveMs))
     {
         plugin->initPluginCommands();
         DOrders* orders = plugin->orders();

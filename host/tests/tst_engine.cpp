@@ -1,0 +1,384 @@
+#include <runtime/engine/worker_engine.h>
+
+#include <QtTest>
+
+using Code = OrderFailure::Code;
+using Kind = WorkerAction::Kind;
+Q_DECLARE_METATYPE(OrderFailure::Code)
+
+namespace {
+
+constexpr int limitMs = 1000;
+const QByteArray request = QByteArray::fromHex("aabb00000006000300640002");
+
+/// A world for an engine: does what it decides, and writes it down. Its device says nothing.
+class World
+{
+public:
+    World()
+    {
+        engine.declareFunction(QStringLiteral("connect"));
+        engine.declareFunction(QStringLiteral("disconnect"));
+        engine.declareFunction(QStringLiteral("ask"));
+    }
+
+    quint64 start(const char* function, const ParameterMap& parameters = {})
+    {
+        QString refusal;
+        const bool taken = engine.add(++lastId, QString::fromLatin1(function), parameters, limitMs,
+                                      nowUs, refusal);
+        run();
+        return taken ? lastId : 0;
+    }
+
+    quint64 startConnect(ParameterMap parameters = {})
+    {
+        parameters.insert(QStringLiteral("host"), QStringLiteral("device"));
+        parameters.insert(QStringLiteral("port"), 502);
+        return start("connect", parameters);
+    }
+
+    void connectNow()
+    {
+        startConnect();
+        engine.linkOpened(nowUs);
+        run();
+        done.clear();
+    }
+
+    void receive(const QByteArray& bytes)
+    {
+        engine.received(bytes.constData(), bytes.size(), nowUs);
+        run();
+    }
+
+    void pass(int ms)
+    {
+        nowUs += qint64{ms} * 1000;
+        if (engine.wakeAtUs() <= nowUs) {
+            engine.timePassed(nowUs);
+            run();
+        }
+    }
+
+    void run()
+    {
+        WorkerAction action;
+        while (engine.next(action, nowUs)) {
+            perform(action);
+        }
+    }
+
+    WorkerEngine engine{1};
+    qint64 nowUs = 1000000;
+    quint64 lastId = 0;
+    QStringList done; ///< what the engine has decided
+    OrderFailure failure; ///< of the last outcome
+    ParameterMap reply; ///< of the last outcome
+    bool hookAccepts = true;
+    bool writes = true; ///< functions write a request and wait for its reply
+    int waiting = 0; ///< bytes that a function finds on the link
+    QByteArray inTime; ///< what has arrived when the shell looks once more
+
+private:
+    void perform(const WorkerAction& action)
+    {
+        switch (action.kind) {
+        case Kind::CallFunction:
+            call();
+            break;
+        case Kind::JudgeReply:
+            engine.judged({{QStringLiteral("doneOk"), hookAccepts},
+                           {QStringLiteral("values"), QStringLiteral("from the hook")}},
+                          nowUs);
+            break;
+        case Kind::TellOutcome:
+            note(action.outcome);
+            break;
+        case Kind::TellState:
+            done.append(action.flag ? QStringLiteral("up") : QStringLiteral("down"));
+            break;
+        case Kind::OpenLink:
+            waiting = 0;
+            done.append(QStringLiteral("open"));
+            break;
+        case Kind::CloseLink:
+            done.append(QStringLiteral("close"));
+            break;
+        case Kind::Look:
+            if (!inTime.isEmpty()) {
+                engine.received(inTime.constData(), inTime.size(), nowUs);
+            }
+            engine.looked(nowUs);
+            break;
+        case Kind::Log:
+            done.append(engine.takeNews().text);
+            break;
+        case Kind::Nothing:
+            break;
+        }
+    }
+
+    void note(Outcome outcome)
+    {
+        const WorkerNews news = engine.takeNews();
+        failure = news.failure;
+        reply = news.reply;
+        done.append(QStringLiteral("%1 %2").arg(
+            outcome == Outcome::Answer ? QStringLiteral("answer") : QStringLiteral("end"),
+            failure ? OrderFailure::codeName(failure.code) : QStringLiteral("well")));
+    }
+
+    void call()
+    {
+        const WorkerInstructionPtr instruction = engine.beginCall(nowUs);
+        ParameterMap result;
+        bool succeeded = writes;
+        if (instruction->function == 0) {
+            succeeded = engine.beginConnect(instruction->parameters, result, nowUs);
+        } else if (instruction->function == 1) {
+            engine.disconnect(result);
+        } else if (waiting > 0) {
+            engine.drained(waiting);
+            engine.expectReply();
+        } else if (writes) {
+            done.append(QStringLiteral("request"));
+            engine.requestLeft(request.constData(), request.size());
+            engine.expectReply();
+        }
+        engine.functionReturned(succeeded, result, nowUs);
+    }
+};
+
+QByteArray bytes(const char* hex) { return QByteArray::fromHex(hex); }
+
+} // namespace
+
+/// What a worker decides, without a world.
+class EngineTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void replies_data();
+    void replies();
+    void nothingLeavesOnALinkWhereBytesWait();
+    void aLinkThatAlwaysHasBytesWaitingEndsTheOrder();
+    void whatHasArrivedIsNoTimeOut_data();
+    void whatHasArrivedIsNoTimeOut();
+    void anAttemptThatHasSucceededIsNoTimeOut();
+    void ticksOfAStoppedOrderAreNotCounted();
+    void keepAlivesThatAreRefused_data();
+    void keepAlivesThatAreRefused();
+    void aKeepAliveThatSendsNothingIsToldOnce();
+    void nothingIsToldOfWhatIsStopped();
+};
+
+// A read of two registers was asked of unit 0. The hook believes everything, as hooks may.
+void EngineTest::replies_data()
+{
+    QTest::addColumn<QList<QByteArray>>("segments");
+    QTest::addColumn<Code>("code"); // BadReply: and a new link
+    QTest::addColumn<int>("exception");
+    QTest::addColumn<int>("unit");
+    const auto row = [](const char* name, const QList<QByteArray>& segments, Code code,
+                        int exception = 0, int unit = 0) {
+        QTest::newRow(name) << segments << code << exception << unit;
+    };
+    row("two registers", {bytes("aabb0000000700030400010002")}, Code::None);
+    row("from another unit", {bytes("aabb0000000711030400010002")}, Code::None);
+    row("in pieces", {bytes("aabb00"), bytes("000007000304"), bytes("00010002")}, Code::None);
+    row("text of a web server", {bytes("48545450394e31043430333020")}, Code::BadReply);
+    row("another function and unit", {bytes("aabb00000007011004deaddead")}, Code::BadReply);
+    row("length of 65535", {bytes("aabb0000ffff010304deaddead")}, Code::BadReply);
+    row("high byte of the length", {bytes("aabb0000010700030400010002")}, Code::BadReply);
+    row("the same, cut", {bytes("aabb000001"), bytes("0700030400010002")}, Code::BadReply);
+    row("length of 1", {bytes("aabb0000000100")}, Code::BadReply);
+    row("another function", {bytes("aabb0000000700040400010002")}, Code::BadReply);
+    row("one register", {bytes("aabb000000050003020001")}, Code::BadReply);
+    row("three registers", {bytes("aabb00000009000306000100020003")}, Code::BadReply);
+    row("no register", {bytes("aabb00000003000300")}, Code::BadReply);
+    row("count and length differ", {bytes("aabb0000000700030600010002")}, Code::BadReply);
+    row("bytes behind it", {bytes("aabb000000070003040001000200")}, Code::BadReply);
+    row("exception", {bytes("aabb00000003008302")}, Code::DeviceException, 2, 0);
+    row("exception of another unit", {bytes("aabb00000003118302")}, Code::DeviceException, 2, 17);
+    row("exception to another function", {bytes("aabb00000003008402")}, Code::BadReply);
+    row("exception that is longer", {bytes("aabb0000000400830200")}, Code::BadReply);
+    row("exception without a code", {bytes("aabb000000020083")}, Code::BadReply);
+    row("exception 0", {bytes("aabb00000003008300")}, Code::BadReply);
+    row("no exception at all", {bytes("aabb00000007ff90adadadadad")}, Code::BadReply);
+}
+
+void EngineTest::replies()
+{
+    QFETCH(QList<QByteArray>, segments);
+    QFETCH(Code, code);
+    World world;
+    world.connectNow();
+    world.start("ask");
+    for (const QByteArray& segment : segments) {
+        world.receive(segment);
+    }
+    QCOMPARE(world.failure.code, code);
+    QTEST(world.failure.exceptionCode, "exception");
+    QCOMPARE(world.reply.contains(QStringLiteral("values")), code == Code::None);
+    QCOMPARE(world.done.contains(QStringLiteral("open")), code == Code::BadReply);
+    if (code != Code::None) {
+        QTEST(world.failure.unitId, "unit");
+    }
+}
+
+void EngineTest::nothingLeavesOnALinkWhereBytesWait()
+{
+    World world;
+    world.connectNow();
+    world.start("ask");
+    world.receive(bytes("aabb0000000700030400010002"));
+    world.done.clear();
+    world.waiting = 13;
+    world.start("ask");
+    QCOMPARE(world.done, QStringList(QStringLiteral("open")));
+    world.engine.linkOpened(world.nowUs);
+    world.run();
+    QCOMPARE(world.done, (QStringList{QStringLiteral("open"), QStringLiteral("request")}));
+    QCOMPARE(world.engine.statistics().droppedBytes, 13u);
+    world.receive(bytes("aabb0000000700030400010002"));
+    QCOMPARE(world.done.last(), QStringLiteral("end well"));
+}
+
+void EngineTest::aLinkThatAlwaysHasBytesWaitingEndsTheOrder()
+{
+    World world;
+    world.connectNow();
+    world.waiting = 4096;
+    world.start("ask");
+    const QString end = QStringLiteral("end not_connected");
+    for (int second = 0; second < 10 && !world.done.contains(end); ++second) {
+        world.pass(1000);
+        world.waiting = 4096;
+        world.engine.linkOpened(world.nowUs);
+        world.run();
+    }
+    QVERIFY(!world.done.contains(QStringLiteral("request")));
+    QCOMPARE(world.done.count(end), 1);
+}
+
+void EngineTest::whatHasArrivedIsNoTimeOut_data()
+{
+    QTest::addColumn<QByteArray>("inTime");
+    QTest::addColumn<QString>("end");
+    QTest::newRow("all of it") << bytes("aabb0000000700030400010002") << "end well";
+    QTest::newRow("a part") << bytes("aabb00000007000304") << "end timeout";
+    QTest::newRow("nothing") << QByteArray() << "end timeout";
+}
+
+// The process was stopped for a minute, and then the limit is seen before the bytes are.
+void EngineTest::whatHasArrivedIsNoTimeOut()
+{
+    QFETCH(QByteArray, inTime);
+    World world;
+    world.connectNow();
+    world.start("ask");
+    world.inTime = inTime;
+    world.pass(60000);
+    QTEST(world.done.last(), "end");
+}
+
+void EngineTest::anAttemptThatHasSucceededIsNoTimeOut()
+{
+    World world;
+    world.startConnect();
+    world.nowUs += 60000000;
+    world.engine.timePassed(world.nowUs);
+    world.engine.linkOpened(world.nowUs); // found by the look
+    world.run();
+    QCOMPARE(world.done.join(QLatin1Char(' ')), QStringLiteral("open up answer well"));
+}
+
+void EngineTest::ticksOfAStoppedOrderAreNotCounted()
+{
+    World world;
+    world.connectNow();
+    const quint64 id = world.start(
+        "ask", {{QStringLiteral("recurrent"), true}, {QStringLiteral("recurrentInterval"), 10}});
+    world.pass(25); // two ticks while the first request is out
+    world.engine.stop(id, world.nowUs);
+    world.pass(500);
+    world.receive(bytes("aabb0000000700030400010002"));
+    QCOMPARE(world.engine.statistics().ticksSkipped, 0u);
+    QVERIFY(!world.done.contains(QStringLiteral("answer well")));
+}
+
+void EngineTest::keepAlivesThatAreRefused_data()
+{
+    QTest::addColumn<QString>("function");
+    QTest::addColumn<QString>("number");
+    QTest::addColumn<QString>("says"); // nothing: it is taken
+    QTest::newRow("last register") << "ask"
+                                   << "65535"
+                                   << "";
+    QTest::newRow("no register") << "ask"
+                                 << ""
+                                 << "";
+    QTest::newRow("register too large") << "ask"
+                                        << "70000"
+                                        << "'70000' is not a number 0 to 65535";
+    QTest::newRow("negative register") << "ask"
+                                       << "-1"
+                                       << "'-1' is not a number 0 to 65535";
+    QTest::newRow("connect") << "connect"
+                             << "0"
+                             << "'connect' sends no request";
+    QTest::newRow("disconnect") << "disconnect"
+                                << "0"
+                                << "'disconnect' sends no request";
+    QTest::newRow("unknown") << "sing"
+                             << "0"
+                             << "no function 'sing'";
+}
+
+void EngineTest::keepAlivesThatAreRefused()
+{
+    QFETCH(QString, function);
+    QFETCH(QString, number);
+    QFETCH(QString, says);
+    World world;
+    world.startConnect({{QStringLiteral("keepAliveFunction"), function},
+                        {QStringLiteral("keepAliveFunctionRegister"), number}});
+    QCOMPARE(world.failure.code, says.isEmpty() ? Code::None : Code::Usage);
+    QVERIFY2(world.failure.text.contains(says), qPrintable(world.failure.text));
+}
+
+void EngineTest::aKeepAliveThatSendsNothingIsToldOnce()
+{
+    World world;
+    world.engine.setKeepAlive(QStringLiteral("ask"), {}, 5000);
+    world.connectNow();
+    world.writes = false;
+    for (int i = 0; i < 5; ++i) {
+        world.pass(5000);
+    }
+    QCOMPARE(world.done.size(), 1);
+    QVERIFY2(world.done.first().contains(QStringLiteral("'ask' sends nothing")),
+             qPrintable(world.done.first()));
+    QCOMPARE(world.engine.wakeAtUs(), WorkerEngine::never);
+}
+
+void EngineTest::nothingIsToldOfWhatIsStopped()
+{
+    World world;
+    world.connectNow();
+    const quint64 id = world.start("ask");
+    world.engine.received(request.constData(), 0, world.nowUs);
+    world.engine.linkEnded(QStringLiteral("cut"), world.nowUs); // decided, but not told yet
+    QVERIFY(world.engine.stop(id, world.nowUs));
+    QVERIFY(!world.engine.stop(id + 1, world.nowUs));
+    WorkerAction action;
+    while (world.engine.next(action, world.nowUs)) {
+        QVERIFY(action.kind != Kind::TellOutcome || action.id != id);
+    }
+}
+
+QTEST_GUILESS_MAIN(EngineTest)
+
+#include "tst_engine.moc"

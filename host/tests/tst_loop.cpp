@@ -1,0 +1,154 @@
+#include <runtime/loop/deadline.h>
+
+#include <QtTest>
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace {
+
+/// A descriptor that is always ready to be read, with what is to be done then.
+class Ready
+{
+public:
+    explicit Ready(std::function<void()> action) : m_action(std::move(action))
+    {
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, m_ends.data()) != 0
+            || ::write(m_ends[1], "x", 1) != 1
+            || !m_reactor->watch(m_ends[0], EPOLLIN, {this, &Ready::handle})) {
+            qFatal("no socket pair");
+        }
+    }
+    ~Ready()
+    {
+        m_reactor->unwatch(m_ends[0]);
+        ::close(m_ends[0]);
+        ::close(m_ends[1]);
+    }
+    Q_DISABLE_COPY(Ready)
+
+    int descriptor() const { return m_ends[0]; }
+
+private:
+    void handle(quint32) { m_action(); }
+
+    std::shared_ptr<Reactor> m_reactor = Reactor::ofThisThread();
+    std::array<int, 2> m_ends{};
+    std::function<void()> m_action;
+};
+
+class Alarm
+{
+public:
+    explicit Alarm(std::function<void()> action) : m_action(std::move(action)) { }
+    void setIn(qint64 us) { m_deadline.set(steadyNowUs() + us); }
+
+private:
+    void handle() { m_action(); }
+
+    std::function<void()> m_action;
+    Deadline m_deadline{{this, &Alarm::handle}};
+};
+
+} // namespace
+
+class LoopTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void nobodyStarvesOfManyThatAreReady();
+    void whatAHandlerEndsIsNotCalled_data();
+    void whatAHandlerEndsIsNotCalled();
+    void deadlinesComeInOrderAndNeverEarly();
+    void aDeadlineThatIsAlwaysDueLeavesRoom();
+};
+
+// More than the system names at a time, each of them ready in every turn.
+void LoopTest::nobodyStarvesOfManyThatAreReady()
+{
+    constexpr int many = 200;
+    std::vector<int> calls(many);
+    std::vector<std::unique_ptr<Ready>> all;
+    for (int& count : calls) {
+        all.push_back(std::make_unique<Ready>([&count] { ++count; }));
+    }
+    for (int turn = 0; turn < 20; ++turn) {
+        QCoreApplication::processEvents();
+    }
+    const auto [least, most] = std::minmax_element(calls.cbegin(), calls.cend());
+    QVERIFY2(*least >= *most - 1 && *least >= 3, QByteArray::number(*least));
+}
+
+void LoopTest::whatAHandlerEndsIsNotCalled_data()
+{
+    QTest::addColumn<bool>("replaced");
+    QTest::newRow("ended") << false;
+    QTest::newRow("its descriptor's number used again") << true;
+}
+
+// Both are ready in the same turn; the handler of the first ends the second.
+void LoopTest::whatAHandlerEndsIsNotCalled()
+{
+    QFETCH(bool, replaced);
+    int first = 0;
+    int second = 0;
+    std::unique_ptr<Ready> victim;
+    const auto action = [&] { ++second; };
+    const Ready killer([&] {
+        if (++first == 1) {
+            const int number = victim->descriptor();
+            victim.reset();
+            victim.reset(replaced ? new Ready(action) : nullptr);
+            QVERIFY(!replaced || victim->descriptor() == number);
+        }
+    });
+    victim = std::make_unique<Ready>(action);
+    while (first == 0) {
+        QCoreApplication::processEvents();
+    }
+    QCOMPARE(second, 0);
+}
+
+void LoopTest::deadlinesComeInOrderAndNeverEarly()
+{
+    QList<int> come;
+    bool early = false;
+    std::vector<std::unique_ptr<Alarm>> alarms;
+    for (const int us : {9500, 300, 4700, 0}) {
+        const qint64 dueUs = steadyNowUs() + us;
+        alarms.push_back(std::make_unique<Alarm>([&come, &early, us, dueUs] {
+            come.append(us);
+            early = early || steadyNowUs() < dueUs;
+        }));
+        alarms.back()->setIn(us);
+    }
+    QTRY_COMPARE(come, (QList<int>{0, 300, 4700, 9500}));
+    QVERIFY(!early);
+}
+
+void LoopTest::aDeadlineThatIsAlwaysDueLeavesRoom()
+{
+    int times = 0;
+    Alarm* itself = nullptr;
+    Alarm alarm([&] {
+        if (++times < 1000) {
+            itself->setIn(0);
+        }
+    });
+    itself = &alarm;
+    alarm.setIn(0);
+    QThread::msleep(1);
+    QCoreApplication::processEvents();
+    QVERIFY2(times <= 2, QByteArray::number(times));
+}
+
+QTEST_GUILESS_MAIN(LoopTest)
+
+#include "tst_loop.moc"

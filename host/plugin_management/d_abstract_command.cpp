@@ -2,7 +2,6 @@
 
 #include <plugin_management/i_order.h>
 #include <plugin_management/map_lookup_p.h>
-#include <plugin_management/order_command_p.h>
 
 #include <algorithm>
 #include <utility>
@@ -22,11 +21,8 @@ QString listed(const char* title, const QList<Declaration>& declarations)
     return text.isEmpty() ? text : QLatin1Char('\n') + QLatin1String(title) + text;
 }
 
-// The prototype that an order's command is being made of on this thread, until that command's
-// constructor takes it.
-thread_local const DAbstractCommand* beingCopied = nullptr;
-
-QList<Declaration> toList(const QVector<Declaration>& declarations)
+template <typename Declarations>
+QList<Declaration> toList(const Declarations& declarations)
 {
     return {declarations.cbegin(), declarations.cend()};
 }
@@ -35,15 +31,8 @@ QList<Declaration> toList(const QVector<Declaration>& declarations)
 
 DAbstractCommand::DAbstractCommand(const QString& name, const QString& stopName,
                                    const ParameterMap& parameters, QObject* parent)
-    // An order owns its command; only prototypes belong to the plug-in object.
-    : DObject(beingCopied != nullptr ? nullptr : parent), m_name(name), m_stopName(stopName),
-      m_parameters(parameters)
+    : DObject(parent), m_name(name), m_stopName(stopName), m_parameters(parameters)
 {
-    if (const DAbstractCommand* prototype = std::exchange(beingCopied, nullptr)) {
-        m_arguments = prototype->m_arguments;
-        m_results = prototype->m_results;
-        m_isDeclared = true;
-    }
 }
 
 DAbstractCommand::DAbstractCommand(const QString& name, const ParameterMap& parameters,
@@ -129,17 +118,13 @@ void DAbstractCommand::setDescription(const QString& text) { m_description = tex
 void DAbstractCommand::declareAParameter(const QString& name, const QString& typeTag,
                                          const QString& description, const QVariant& defaultValue)
 {
-    if (!m_isDeclared) {
-        m_arguments.append({name, typeTag, description, defaultValue});
-    }
+    m_arguments.append({name, typeTag, description, defaultValue});
 }
 
 void DAbstractCommand::declareAResult(const QString& name, const QString& typeTag,
                                       const QString& description, const QVariant& defaultValue)
 {
-    if (!m_isDeclared) {
-        m_results.append({name, typeTag, description, defaultValue});
-    }
+    m_results.append({name, typeTag, description, defaultValue});
 }
 
 QVariant DAbstractCommand::getParameterValue(const QString& name,
@@ -178,17 +163,4 @@ bool DAbstractCommand::commandFinish(bool& ok)
         m_order->commandFinished(ok);
     }
     return ok;
-}
-
-QSharedPointer<ICommand> createOrderCommand(const DAbstractCommand& prototype,
-                                            const ParameterMap& parameters)
-{
-    beingCopied = &prototype;
-    QSharedPointer<ICommand> command = prototype.createCommand(parameters);
-    if (std::exchange(beingCopied, nullptr) != nullptr) { // of a class that is not based on ours
-        if (auto* object = dynamic_cast<QObject*>(command.data())) {
-            object->setParent(nullptr);
-        }
-    }
-    return command;
 }

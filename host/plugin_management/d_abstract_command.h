@@ -3,15 +3,14 @@
 #include <plugin_management/d_object.h>
 #include <plugin_management/i_command.h>
 
-#include <QVector>
+#include <QVarLengthArray>
 
 /// The base of every command: name, declarations, the order's parameters and the way to the worker.
 ///
-/// A command is made per order by createCommand() of its prototype and runs once. It tells the host
-/// what it takes and gives by declareAParameter() and declareAResult() in its constructor, and does
-/// its work by addInstruction(). An order's command has the declarations of its prototype, whatever
-/// it declares itself. The order of the virtual operations is part of the binary interface: add
-/// none, move none.
+/// A command is made per order by createCommand(), which gives it the parent of the command that it
+/// is called on, and runs once. It tells the host what it takes and gives by declareAParameter()
+/// and declareAResult() in its constructor, and does its work by addInstruction(). The order of the
+/// virtual operations is part of the binary interface: add none, move none.
 class HOST_PLUGIN_MANAGEMENT_EXPORT DAbstractCommand : public DObject, public ICommand
 {
     Q_OBJECT
@@ -75,17 +74,13 @@ protected:
     bool commandFinish(bool& ok);
 
 private:
-    friend QSharedPointer<ICommand> createOrderCommand(const DAbstractCommand& prototype,
-                                                       const ParameterMap& parameters);
-
     QString m_name;
     QString m_stopName;
     QString m_description;
     ParameterMap m_parameters;
-    QVector<Declaration> m_arguments;
-    QVector<Declaration> m_results;
+    QVarLengthArray<Declaration, 4> m_arguments;
+    QVarLengthArray<Declaration, 2> m_results;
     IOrder* m_order = nullptr;
     bool m_finished = false;
     bool m_finishedOk = false;
-    bool m_isDeclared = false; ///< an order's command, which has the lists of its prototype
 };

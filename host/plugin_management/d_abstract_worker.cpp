@@ -2,7 +2,8 @@
 
 #include <runtime/shell/worker_shell.h>
 
-DAbstractWorker::DAbstractWorker(const QString& name) : m_shell(std::make_shared<WorkerShell>(*this))
+DAbstractWorker::DAbstractWorker(const QString& name)
+    : m_shell(std::make_shared<WorkerShell>(*this))
 {
     setObjectName(name);
     declareFunction(QStringLiteral("connect"), WorkerFunction(this, &DAbstractWorker::cbConnect));

@@ -89,7 +89,8 @@ protected:
     ParameterMap m_connectionSettings; ///< the parameters of "connect"
 
 private:
+    friend class ForeignCalls;
+    friend class OrderShell;
     friend class WorkerShell;
-    friend class DOrders;
     std::shared_ptr<WorkerShell> m_shell;
 };

@@ -7,6 +7,7 @@
 
 class DAbstractCommand;
 class ILocalWorker;
+class OrderShell;
 
 /// The orders of one plug-in object: starts them, carries instructions to the worker and replies
 /// back, and sees to it that every order ends exactly once.
@@ -49,8 +50,5 @@ signals:
     void sigOrderFinished(const DOrder& order);
 
 private:
-    void leaveWorker();
-
-    class Private;
-    std::unique_ptr<Private> d;
+    std::shared_ptr<OrderShell> m_shell;
 };

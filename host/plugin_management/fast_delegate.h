@@ -6,6 +6,9 @@
 
 /// Delegates: an object and one of its member functions, held by value without allocation and
 /// called like a function. A delegate does not own its object and does not notice its end.
+///
+/// FastDelegate2 and FastDelegate3 are part of the binary interface: their names stand in the
+/// symbols of the operations that take them. Delegate is what they are made of.
 namespace fastdelegate {
 
 template <typename Result, typename... Arguments>
@@ -57,9 +60,17 @@ private:
 };
 
 template <typename A1, typename A2, typename Result = void>
-using FastDelegate2 = Delegate<Result, A1, A2>;
+class FastDelegate2 : public Delegate<Result, A1, A2>
+{
+public:
+    using Delegate<Result, A1, A2>::Delegate;
+};
 
 template <typename A1, typename A2, typename A3, typename Result = void>
-using FastDelegate3 = Delegate<Result, A1, A2, A3>;
+class FastDelegate3 : public Delegate<Result, A1, A2, A3>
+{
+public:
+    using Delegate<Result, A1, A2, A3>::Delegate;
+};
 
 } // namespace fastdelegate

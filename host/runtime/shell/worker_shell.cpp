@@ -1,5 +1,7 @@
 #include <runtime/shell/worker_shell.h>
 
+#include <runtime/shell/foreign_calls.h>
+
 #include <QLoggingCategory>
 #include <QRandomGenerator>
 #include <QThread>
@@ -179,7 +181,7 @@ void WorkerShell::execute(const WorkerAction& action)
         tellOutcome(action);
         break;
     case Kind::TellState:
-        callForeign([&] { emit m_worker->sigStatusChanged(action.flag); });
+        callForeign([&] { ForeignCalls::tellState(*m_worker, action.flag); });
         break;
     case Kind::OpenLink:
         m_worker->m_socket = &m_link.socket();
@@ -212,7 +214,7 @@ bool WorkerShell::callForeign(const Call& call)
 void WorkerShell::callFunction(quint64 id)
 {
     const bool isKeepAlive = id == 0;
-    if (!isKeepAlive && !callForeign([&] { emit m_worker->sigOrderRunning(id); })) {
+    if (!isKeepAlive && !callForeign([&] { ForeignCalls::tellRunning(*m_worker, id); })) {
         return;
     }
     const qint64 calledUs = m_nowUs = steadyNowUs();
@@ -224,8 +226,8 @@ void WorkerShell::callFunction(quint64 id)
     const WorkerFunction function = m_functions[static_cast<std::size_t>(instruction->function)];
     ParameterMap result;
     bool succeeded = false;
-    const bool isThere = callForeign(
-        [&] { succeeded = function(instruction->id, instruction->parameters, result); });
+    const bool isThere =
+        callForeign([&] { succeeded = ForeignCalls::run(function, *instruction, result); });
     if (isThere) {
         noteEnd();
         m_engine.functionReturned(succeeded, result, calledUs);
@@ -236,7 +238,7 @@ void WorkerShell::judgeReply()
 {
     const QByteArray frame = m_engine.frame();
     ParameterMap judgement;
-    if (callForeign([&] { judgement = m_worker->cbReply(frame); })) {
+    if (callForeign([&] { judgement = ForeignCalls::judge(*m_worker, frame); })) {
         m_engine.judged(judgement, m_nowUs);
     }
 }
@@ -247,19 +249,8 @@ void WorkerShell::tellOutcome(const WorkerAction& action)
     if (action.id == WorkerActions::dropped) {
         return;
     }
-    const bool isThere = callForeign([&] {
-        switch (action.outcome) {
-        case Outcome::Answer:
-            emit m_worker->sigOrderAnswer(action.id, news.reply);
-            break;
-        case Outcome::Done:
-            emit m_worker->sigOrderDone(action.id, news.reply);
-            break;
-        case Outcome::Error:
-            emit m_worker->sigOrderError(action.id, news.reply);
-            break;
-        }
-    });
+    const bool isThere = callForeign(
+        [&] { ForeignCalls::tellOutcome(*m_worker, action.outcome, action.id, news.reply); });
     const OutcomeHandler handler = m_outcomeHandler;
     if (isThere && !handler.empty()) {
         callForeign([&] { handler(action.id, action.outcome, news.reply, news.failure); });
@@ -295,7 +286,8 @@ bool WorkerShell::showTraces()
     const std::vector<Trace> traces = std::exchange(m_traces, {});
     bool isThere = true;
     for (std::size_t i = 0; i < traces.size() && isThere && tracer; ++i) {
-        isThere = callForeign([&] { tracer(traces[i].outgoing, traces[i].bytes); });
+        isThere =
+            callForeign([&] { ForeignCalls::show(tracer, traces[i].outgoing, traces[i].bytes); });
     }
     return isThere;
 }

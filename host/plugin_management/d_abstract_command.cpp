@@ -1,7 +1,7 @@
 #include <plugin_management/d_abstract_command.h>
 
 #include <plugin_management/i_order.h>
-#include <plugin_management/map_lookup_p.h>
+#include <runtime/engine/map_lookup.h>
 
 #include <algorithm>
 #include <utility>

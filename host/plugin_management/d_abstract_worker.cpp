@@ -2,8 +2,7 @@
 
 #include <runtime/shell/worker_shell.h>
 
-DAbstractWorker::DAbstractWorker(const QString& name)
-    : m_shell(std::make_shared<WorkerShell>(*this))
+DAbstractWorker::DAbstractWorker(const QString& name) : m_shell(new WorkerShell(*this))
 {
     setObjectName(name);
     declareFunction(QStringLiteral("connect"), WorkerFunction(this, &DAbstractWorker::cbConnect));

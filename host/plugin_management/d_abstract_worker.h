@@ -9,7 +9,6 @@
 #include <QPointer>
 
 #include <functional>
-#include <memory>
 
 class WorkerShell;
 
@@ -92,5 +91,5 @@ private:
     friend class ForeignCalls;
     friend class OrderShell;
     friend class WorkerShell;
-    std::shared_ptr<WorkerShell> m_shell;
+    WorkerShell* m_shell; ///< goes with the worker, or later when it is at work
 };

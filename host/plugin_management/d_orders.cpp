@@ -4,8 +4,7 @@
 
 #include <runtime/shell/order_shell.h>
 
-DOrders::DOrders(QObject* parent)
-    : DObject(parent), m_shell(std::make_shared<OrderShell>(*this)) { }
+DOrders::DOrders(QObject* parent) : DObject(parent), m_shell(new OrderShell(*this)) { }
 
 DOrders::~DOrders() { m_shell->leave(); }
 

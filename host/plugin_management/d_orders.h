@@ -3,8 +3,6 @@
 #include <plugin_management/d_object.h>
 #include <plugin_management/d_order.h>
 
-#include <memory>
-
 class DAbstractCommand;
 class ILocalWorker;
 class OrderShell;
@@ -50,5 +48,5 @@ signals:
     void sigOrderFinished(const DOrder& order);
 
 private:
-    std::shared_ptr<OrderShell> m_shell;
+    OrderShell* m_shell; ///< goes with the orders, or later when it is at work
 };

@@ -1,6 +1,6 @@
 #include <plugin_management/order_failure.h>
 
-#include <plugin_management/map_lookup_p.h>
+#include <runtime/engine/map_lookup.h>
 
 #include <array>
 #include <utility>

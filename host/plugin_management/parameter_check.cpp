@@ -1,6 +1,6 @@
 #include <plugin_management/parameter_check.h>
 
-#include <plugin_management/map_lookup_p.h>
+#include <runtime/engine/map_lookup.h>
 #include <utilities/utilities.h>
 
 #include <array>

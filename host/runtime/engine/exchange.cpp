@@ -1,6 +1,6 @@
 #include <runtime/engine/exchange.h>
 
-#include <plugin_management/map_lookup_p.h>
+#include <runtime/engine/map_lookup.h>
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 #include <runtime/engine/worker_engine.h>
 
-#include <plugin_management/map_lookup_p.h>
+#include <runtime/engine/map_lookup.h>
 
 #include <algorithm>
 #include <utility>
@@ -59,15 +59,27 @@ void countFailure(Code code, WorkerStatistics& statistics)
 
 int WorkerEngine::declareFunction(const QString& name)
 {
-    const auto known = m_functions.constFind(name);
-    if (known != m_functions.constEnd()) {
-        return known->number;
+    const int known = numberOf(name);
+    if (known >= 0) {
+        return known;
     }
     const bool connects = name == QLatin1String("connect");
     const bool disconnects = name == QLatin1String("disconnect");
-    const int number = m_functions.size();
-    m_functions.insert(name, {number, !connects && !disconnects, disconnects});
-    return number;
+    m_functions.push_back({name, !connects && !disconnects, disconnects});
+    return static_cast<int>(m_functions.size()) - 1;
+}
+
+// A worker has some ten functions with names of different lengths, so this takes half of what a
+// search by hashes would.
+int WorkerEngine::numberOf(const QString& function) const
+{
+    for (std::size_t i = 0; i < m_functions.size(); ++i) {
+        const QString& name = m_functions[i].name;
+        if (name.size() == function.size() && name == function) {
+            return static_cast<int>(i);
+        }
+    }
+    return -1;
 }
 
 void WorkerEngine::setKeepAlive(const QString& function, const ParameterMap& parameters,
@@ -81,13 +93,13 @@ void WorkerEngine::setKeepAlive(const QString& function, const ParameterMap& par
 bool WorkerEngine::add(quint64 id, const QString& function, const ParameterMap& parameters,
                        int limitMs, qint64 nowUs, QString& refusal)
 {
-    const auto found = m_functions.constFind(function);
+    const int number = numberOf(function);
     const int intervalMs = intervalOf(parameters);
     if (m_queue.full()) {
         refusal = QStringLiteral("the worker's queue is full (%1 orders); wait for answers before "
                                  "giving more")
                       .arg(InstructionQueue::capacity);
-    } else if (found == m_functions.constEnd()) {
+    } else if (number < 0) {
         refusal = QStringLiteral("the worker has no function '%1'").arg(function);
     } else if (intervalMs < 0) {
         refusal = QStringLiteral("parameter 'recurrentInterval': '%1' is not a number of "
@@ -100,12 +112,12 @@ bool WorkerEngine::add(quint64 id, const QString& function, const ParameterMap& 
     }
     const auto instruction = std::make_shared<WorkerInstruction>();
     instruction->id = id;
-    instruction->function = found->number;
+    instruction->function = number;
     instruction->parameters = parameters;
     instruction->limitMs = limitMs > 0 ? limitMs : LinkKeeper::defaultLimitMs;
     instruction->intervalMs = intervalMs;
-    instruction->needsLink = found->needsLink;
-    instruction->endsLink = found->endsLink;
+    instruction->needsLink = m_functions[static_cast<std::size_t>(number)].needsLink;
+    instruction->endsLink = m_functions[static_cast<std::size_t>(number)].endsLink;
     m_queue.add(instruction, nowUs);
     return true;
 }
@@ -183,13 +195,13 @@ void WorkerEngine::makeCurrent(WorkerInstructionPtr instruction, qint64 nowUs)
 
 void WorkerEngine::runKeepAlive(qint64 nowUs)
 {
-    const auto function = m_functions.constFind(m_keepAlive.function());
-    if (function == m_functions.constEnd()) {
+    const int function = numberOf(m_keepAlive.function());
+    if (function < 0) {
         m_keepAlive.giveUp();
         return;
     }
     const auto instruction = std::make_shared<WorkerInstruction>();
-    instruction->function = function->number;
+    instruction->function = function;
     instruction->parameters = m_keepAlive.parameters();
     instruction->limitMs = m_link.endpoint().limitMs;
     makeCurrent(instruction, nowUs);
@@ -450,7 +462,7 @@ bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& re
         refusal = m_keepAlive.choose(parameters);
     }
     if (refusal.isEmpty() && !m_keepAlive.function().isEmpty()
-        && !m_functions.contains(m_keepAlive.function())) {
+        && numberOf(m_keepAlive.function()) < 0) {
         refusal = QStringLiteral("parameter 'keepAliveFunction': the worker has no function '%1'")
                       .arg(m_keepAlive.function());
     }

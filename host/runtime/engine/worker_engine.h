@@ -9,8 +9,6 @@
 
 #include <plugin_management/worker_statistics.h>
 
-#include <QHash>
-
 /// What a worker decides: which instruction runs, which reply answers it, when it has failed, and
 /// when its link is opened, replaced, tried again or kept alive.
 ///
@@ -85,10 +83,12 @@ private:
 
     struct Function
     {
-        int number = -1;
+        QString name;
         bool needsLink = true;
         bool endsLink = false;
     };
+
+    int numberOf(const QString& function) const;
 
     void choose(qint64 nowUs);
     void makeCurrent(WorkerInstructionPtr instruction, qint64 nowUs);
@@ -127,5 +127,5 @@ private:
     QString m_endedWhy;
     bool m_opensFirst = false; ///< the next link is a connect's own
     quint64 m_connectId = 0; ///< the running connect
-    QHash<QString, Function> m_functions;
+    std::vector<Function> m_functions; ///< by number
 };

@@ -6,7 +6,14 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
+
+namespace {
+
+constexpr std::size_t drainSize = 4096;
+
+} // namespace
 
 LinkSocket::LinkSocket(const Watch& watch) : QAbstractSocket(TcpSocket, nullptr), m_watch(watch) { }
 
@@ -72,6 +79,20 @@ qint64 LinkSocket::readData(char* data, qint64 size)
         m_watch.drained(data, static_cast<int>(count));
     }
     return count;
+}
+
+qint64 LinkSocket::size() const
+{
+    const qint64 nothing = pos();
+    if (m_hasWritten) {
+        const qint64 waiting = bytesAvailable();
+        return waiting > 0 ? pos() + waiting : nothing;
+    }
+    // readAll() asks a device that it may change, by way of a function that may not.
+    auto* self = const_cast<LinkSocket*>(this);
+    std::array<char, drainSize> dropped;
+    self->readData(dropped.data(), dropped.size());
+    return nothing;
 }
 
 qint64 LinkSocket::writeData(const char* data, qint64 size)

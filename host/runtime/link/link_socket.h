@@ -36,6 +36,14 @@ public:
     /// Takes what has arrived, for whoever runs the link.
     qint64 receive(char* data, qint64 size);
 
+    /// Not as a socket, and only for readAll(): of a device that is not sequential it asks for the
+    /// size first, and allocates nothing when that tells that there is nothing. Else it allocates
+    /// 16 kB each time, at which malloc merges what is free: 11,000 of 44,000 instructions of an
+    /// order for 63 registers.
+    bool isSequential() const override { return false; }
+    /// Drops what waits before a request, and tells then that there is nothing.
+    qint64 size() const override;
+
     qintptr socketDescriptor() const override { return m_descriptor; }
     qint64 bytesAvailable() const override;
     void disconnectFromHost() override;

@@ -79,6 +79,7 @@ void OrderShell::leave()
     shutDown();
     setWorker(nullptr);
     m_orders = nullptr;
+    release();
 }
 
 // --- instructions, as commands ask for them ---
@@ -192,7 +193,7 @@ quint64 OrderShell::start(const QString& command, const ParameterMap& parameters
 // Nothing is told of the order before start() has returned its id.
 void OrderShell::run(const RunningOrderPtr& order)
 {
-    const std::shared_ptr<OrderShell> keep = shared_from_this();
+    const Stay stay(this);
     ForeignCalls::link(*order->command, order.get());
     bool accepted = false;
     ++m_holds;
@@ -215,7 +216,7 @@ bool OrderShell::stop(quint64 orderId)
     if (found == nullptr || !(*found)->life.requestStop()) {
         return found != nullptr;
     }
-    const std::shared_ptr<OrderShell> keep = shared_from_this();
+    const Stay stay(this);
     const RunningOrderPtr order = *found;
     bool ok = true;
     const bool areThere =
@@ -251,7 +252,7 @@ void OrderShell::bring(quint64 id, Outcome outcome, const ParameterMap& reply,
     if (instruction == nullptr) {
         return; // stopped meanwhile
     }
-    const std::shared_ptr<OrderShell> keep = shared_from_this();
+    const Stay stay(this);
     const RunningOrderPtr order = instruction->order;
     const ReplyDelegate handler = instruction->reply;
     if (outcome != Outcome::Answer) {
@@ -305,7 +306,7 @@ void OrderShell::end(const RunningOrderPtr& order)
 
 void OrderShell::shutDown()
 {
-    const std::shared_ptr<OrderShell> keep = shared_from_this();
+    const Stay stay(this);
     m_isClosed = true;
     m_later.clear();
     while (m_orders != nullptr && !m_running.empty()) {
@@ -329,7 +330,7 @@ void OrderShell::reportLater(const Report& report)
 
 void OrderShell::reportNow()
 {
-    const std::shared_ptr<OrderShell> keep = shared_from_this();
+    const Stay stay(this);
     while (m_orders != nullptr && !m_later.empty()) {
         // Taken out first, so that what it causes is told directly when it was the last one.
         const Report report = std::move(m_later.front());

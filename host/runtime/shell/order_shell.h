@@ -2,6 +2,7 @@
 
 #include <runtime/engine/order_life.h>
 #include <runtime/shell/id_table.h>
+#include <runtime/shell/lingering.h>
 
 #include <plugin_management/d_orders.h>
 #include <plugin_management/i_command.h>
@@ -21,11 +22,10 @@ class DAbstractWorker;
 ///
 /// Commands and slots may do anything when they are called, destroying the orders included. The
 /// shell itself lives on until the call has returned.
-class OrderShell : public std::enable_shared_from_this<OrderShell>
+class OrderShell final : public Lingering
 {
 public:
     explicit OrderShell(DOrders& orders) : m_orders(&orders) { }
-    Q_DISABLE_COPY(OrderShell)
 
     /// The orders go: nothing of them is called any more.
     void leave();

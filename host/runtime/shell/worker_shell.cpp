@@ -32,6 +32,7 @@ void WorkerShell::leave()
     m_worker = nullptr;
     m_link.close();
     m_due.set(Deadline::never);
+    release();
 }
 
 void WorkerShell::declareFunction(const QString& name, const WorkerFunction& function)
@@ -153,7 +154,7 @@ int WorkerShell::loopLevel() const
 
 void WorkerShell::perform()
 {
-    const std::shared_ptr<WorkerShell> keep = shared_from_this();
+    const Stay stay(this);
     const int outerLevel = std::exchange(m_loopLevel, loopLevel());
     ++m_depth;
     WorkerAction action;

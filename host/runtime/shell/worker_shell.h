@@ -3,10 +3,10 @@
 #include <runtime/engine/worker_engine.h>
 #include <runtime/link/link.h>
 #include <runtime/loop/deadline.h>
+#include <runtime/shell/lingering.h>
 
 #include <plugin_management/d_abstract_worker.h>
 
-#include <memory>
 #include <vector>
 
 /// Stands between a worker's engine and the world: performs what the engine decides, and brings it
@@ -17,14 +17,13 @@
 /// an event loop, destroy the worker. What it starts is done once it has returned; whether the
 /// worker is still there is looked at in one place, after the call. The shell itself lives on until
 /// perform() has returned.
-class WorkerShell : public std::enable_shared_from_this<WorkerShell>
+class WorkerShell final : public Lingering
 {
 public:
     using OutcomeHandler =
         fastdelegate::Delegate<void, quint64, Outcome, const ParameterMap&, const OrderFailure&>;
 
     explicit WorkerShell(DAbstractWorker& worker);
-    Q_DISABLE_COPY(WorkerShell)
 
     /// The worker goes: nothing of it is called any more.
     void leave();

@@ -15,7 +15,7 @@ struct PluginObject
     std::unique_ptr<IPlugin> owner; ///< owns plugin
 };
 
-/// A new object from  maker, named  name; none when it makes no object of this host's kind.
+/// A new object from \a maker, named \a name; none when it makes no object of this host's kind.
 PluginObject makeObject(const IPlugin& maker, const QString& name);
 
 /// A loaded module with one working object, or why there is none.
@@ -26,6 +26,6 @@ struct Module
     QString error;
 };
 
-/// Loads  file, or the driver module that comes with this program when  file is empty, and
-/// makes an object named  objectName.
+/// Loads \a file, or the driver module that comes with this program when \a file is empty, and
+/// makes an object named \a objectName.
 Module loadModule(const QString& file, const QString& objectName);

@@ -16,7 +16,6 @@ namespace {
 
 constexpr const char* globalGroup = "Global options";
 constexpr const char* connectGroup = "Connection options";
-constexpr int longestIntervalMs = 24 * 60 * 60 * 1000; // the framework's own limit
 constexpr int longestConnectS = 24 * 60 * 60;
 
 // How the help shows what an option of this type takes.
@@ -58,6 +57,13 @@ std::string optionText(const Declaration& declared)
     return declared.defaultValue.isValid()
         ? label + ", default " + plainText(declared.defaultValue).toStdString()
         : label + ", required";
+}
+
+// Of a list the element that does not fit, else what the user typed.
+QString unfit(const QString& option, const QString& given, const Misfit& misfit)
+{
+    return misfit.place.isEmpty() ? unfit(option, given, misfit.wanted)
+                                  : unfit(option + misfit.place, misfit.given, misfit.wanted);
 }
 
 } // namespace
@@ -181,10 +187,10 @@ QString Subcommand::fillOptions(Request& request) const
             continue;
         }
         QVariant value;
-        QString wanted;
+        Misfit misfit;
         const QString text = QString::fromStdString(option.text);
-        if (!parseValue(option.declared.typeTag, text, value, &wanted)) {
-            return unfit(optionName(option.declared.name), text, wanted);
+        if (!parseValue(option.declared.typeTag, text, value, &misfit)) {
+            return unfit(optionName(option.declared.name), text, misfit);
         }
         ParameterMap& map = option.ofConnect ? request.connectParameters : request.parameters;
         map.insert(option.declared.name, value);
@@ -213,10 +219,10 @@ QString Subcommand::fillParam(const QString& given, Request& request) const
     const QString text = given.mid(separator + 1);
     const ParameterOption* declared = find(key);
     QVariant value;
-    QString wanted;
+    Misfit misfit;
     const QString tag = declared != nullptr ? declared->declared.typeTag : QStringLiteral("vart");
-    if (!parseValue(tag, text, value, &wanted)) {
-        return unfit(QStringLiteral("--param %1").arg(key), text, wanted);
+    if (!parseValue(tag, text, value, &misfit)) {
+        return unfit(QStringLiteral("--param %1").arg(key), text, misfit);
     }
     // What nobody declares may be meant for the command or for the connection: both get it.
     if (declared == nullptr || !declared->ofConnect) {

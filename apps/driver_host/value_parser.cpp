@@ -6,20 +6,12 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
 #include <limits>
 
 namespace {
 
-bool readNumber(const QString& text, qint64& number)
-{
-    const QString digits = text.trimmed();
-    const bool hexadecimal = digits.startsWith(QLatin1String("0x"), Qt::CaseInsensitive);
-    bool ok = false;
-    number = hexadecimal ? digits.mid(2).toLongLong(&ok, 16) : digits.toLongLong(&ok, 10);
-    return ok;
-}
-
-// Numbers that an int holds travel as ints, the type that every driver converts from.
+// The type that every driver converts from, where it holds the number.
 QVariant numberVariant(qint64 number)
 {
     const bool fits =
@@ -48,13 +40,9 @@ QVariantMap mapVariant(const QJsonObject& object)
 bool readNumbers(const QString& text, QVariantList& numbers)
 {
     for (const QString& item : text.split(QLatin1Char(','))) {
-        qint64 number = 0;
-        if (!readNumber(item, number)) {
-            return false;
-        }
-        numbers.append(numberVariant(number));
+        numbers.append(readNumber(item));
     }
-    return true;
+    return std::all_of(numbers.cbegin(), numbers.cend(), [](const auto& n) { return n.isValid(); });
 }
 
 bool readJson(const QString& text, QJsonDocument& document)
@@ -97,32 +85,31 @@ QVariant parseList(const QString& text)
     return value.userType() == QMetaType::QVariantList ? value : QVariant(QVariantList{value});
 }
 
-bool parseMap(const QString& text, QVariant& value, QString* wanted)
+bool parseMap(const QString& text, QVariant& value)
 {
     QJsonDocument document;
-    if (!readJson(text, document) || !document.isObject()) {
-        *wanted = QStringLiteral("a JSON object");
-        return false;
-    }
+    const bool isMap = readJson(text, document) && document.isObject();
     value = mapVariant(document.object());
-    return true;
+    return isMap;
 }
 
 } // namespace
 
-bool parseValue(const QString& typeTag, const QString& text, QVariant& value, QString* wanted)
+bool parseValue(const QString& typeTag, const QString& text, QVariant& value, Misfit* misfit)
 {
     if (typeTag == QLatin1String("varM")) {
-        return parseMap(text, value, wanted);
-    }
-    if (typeTag == QLatin1String("vart")) {
+        if (!parseMap(text, value)) {
+            *misfit = {{}, text, QStringLiteral("a JSON object")};
+            return false;
+        }
+    } else if (typeTag == QLatin1String("vart")) {
         value = parseAny(text);
     } else if (typeTag == QLatin1String("varL")) {
         value = parseList(text);
     } else {
         value = text;
     }
-    return checkValue(typeTag, value, wanted);
+    return checkValue(typeTag, value, misfit);
 }
 
 QVariant jsonVariant(const QJsonValue& value)
@@ -144,11 +131,13 @@ QVariant jsonVariant(const QJsonValue& value)
 
 bool parseCount(const QString& text, CountRange range, int& number, QString* wanted)
 {
-    qint64 parsed = 0;
-    if (!readNumber(text, parsed) || parsed < range.least || parsed > range.most) {
+    const QVariant parsed = readNumber(text);
+    const bool fits = parsed.userType() == QMetaType::Int && parsed.toInt() >= range.least
+        && parsed.toInt() <= range.most;
+    if (fits) {
+        number = parsed.toInt();
+    } else {
         *wanted = QStringLiteral("a number %1 to %2").arg(range.least).arg(range.most);
-        return false;
     }
-    number = int(parsed);
-    return true;
+    return fits;
 }

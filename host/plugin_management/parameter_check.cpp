@@ -3,31 +3,25 @@
 #include <runtime/engine/map_lookup.h>
 #include <utilities/utilities.h>
 
+#include <QRegularExpression>
+
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 namespace {
 
 constexpr uint largestUInt16 = 0xFFFF;
+constexpr double leastWhole = std::numeric_limits<qint32>::min();
+constexpr double mostWhole = std::numeric_limits<quint32>::max();
 
-bool parseUInt16(const QString& text, uint& number)
+QString wholeNumber()
 {
-    const QString digits = text.trimmed();
-    const bool hexadecimal = digits.startsWith(QLatin1String("0x"), Qt::CaseInsensitive);
-    bool ok = false;
-    const qlonglong parsed =
-        hexadecimal ? digits.mid(2).toLongLong(&ok, 16) : digits.toLongLong(&ok, 10);
-    number = uint(parsed);
-    return ok && parsed >= 0 && parsed <= largestUInt16;
-}
-
-bool readNumber(const QVariant& value, uint& number)
-{
-    const double real = value.toDouble();
-    const bool whole = real >= 0 && real <= largestUInt16 && std::floor(real) == real;
-    number = whole ? uint(real) : 0;
-    return whole;
+    return QStringLiteral("a whole number %1 to %2")
+        .arg(std::numeric_limits<qint32>::min())
+        .arg(std::numeric_limits<quint32>::max());
 }
 
 bool isNumber(int type)
@@ -50,14 +44,43 @@ bool isNumber(int type)
     }
 }
 
-bool checkUInt16(QVariant& value)
+// An int where one holds it, the type that every module converts from. What a double does not hold
+// exactly is beyond 32 bits anyway.
+bool takeWhole(QVariant& number)
 {
-    uint number = 0;
-    const int type = value.userType();
-    const bool fits = type == QMetaType::QString ? parseUInt16(value.toString(), number)
-                                                 : isNumber(type) && readNumber(value, number);
+    const double real = number.toDouble();
+    const bool whole = real >= leastWhole && real <= mostWhole && std::floor(real) == real;
+    if (whole) {
+        const bool isInt = real <= std::numeric_limits<int>::max();
+        number = isInt ? QVariant(int(real)) : QVariant(uint(real));
+    }
+    return whole;
+}
+
+double hexadecimalValue(const QString& digits)
+{
+    bool fits = false;
+    const auto value = double(digits.toULongLong(&fits, 16));
+    return fits ? value : std::numeric_limits<double>::infinity();
+}
+
+// A number or the text of one, as far as it lies in the range.
+bool takeNumber(QVariant& value, int least, int most)
+{
+    QVariant number = value.userType() == QMetaType::QString ? readNumber(value.toString()) : value;
+    const bool fits = isNumber(number.userType()) && takeWhole(number)
+        && number.toLongLong() >= least && number.toLongLong() <= most;
     if (fits) {
         value = number;
+    }
+    return fits;
+}
+
+bool checkUInt16(QVariant& value)
+{
+    const bool fits = takeNumber(value, 0, largestUInt16);
+    if (fits) {
+        value = value.toUInt();
     }
     return fits;
 }
@@ -96,10 +119,12 @@ bool checkBool(QVariant& value)
     return yes || no;
 }
 
+// The text of a number that is not whole could be another one than the user wrote.
 bool checkText(QVariant& value)
 {
     const int type = value.userType();
-    const bool fits = type == QMetaType::QString || type == QMetaType::Bool || isNumber(type);
+    const bool fits = type == QMetaType::QString || type == QMetaType::Bool
+        || (isNumber(type) && takeWhole(value));
     if (fits) {
         value = value.toString();
     }
@@ -132,47 +157,208 @@ QString printable(const QVariant& value)
     return text.mid(5, text.size() - 6).remove(QLatin1Char('"')); // the map's {"":  and } cut off
 }
 
-} // namespace
-
-bool checkValue(const QString& typeTag, QVariant& value, QString* wanted)
+bool checkTag(const QString& typeTag, QVariant& value, Misfit& misfit)
 {
     for (const TagRule& rule : tagRules) {
         if (typeTag == QLatin1String(rule.tag)) {
-            if (wanted != nullptr) {
-                *wanted = QLatin1String(rule.wanted);
-            }
-            return rule.check(value);
+            const bool fits = rule.check(value);
+            misfit = fits ? Misfit() : Misfit{{}, printable(value), QLatin1String(rule.wanted)};
+            return fits;
         }
     }
     return true;
 }
 
-bool checkParameters(const QList<Declaration>& declarations, ParameterMap& parameters,
-                     QString* error)
+// Whether texts are looked at as well.
+enum class Texts { MayBeNumbers, AreTexts };
+
+// Conversions keep the last 32 bits of a text of digits, and find no number in any other text.
+bool isBeyond32Bits(const QString& text)
 {
-    for (const Declaration& declared : declarations) {
-        const QVariant* given = findValue(parameters, declared.name);
-        if (given == nullptr) {
-            if (declared.defaultValue.isValid()) {
-                parameters.insert(declared.name, declared.defaultValue);
-            }
-            continue;
-        }
-        if (fitsAsItIs(declared.typeTag, *given)) {
-            continue;
-        }
-        QString wanted;
-        QVariant value = *given;
-        if (!checkValue(declared.typeTag, value, &wanted)) {
-            if (error != nullptr) {
-                *error = QStringLiteral("parameter '%1': '%2' is not %3")
-                             .arg(declared.name, printable(*given), wanted);
-            }
+    bool isNumber = false;
+    const auto number = text.toLongLong(&isNumber);
+    return isNumber
+        && (number < std::numeric_limits<qint32>::min()
+            || number > std::numeric_limits<quint32>::max());
+}
+
+bool isInt(const QVariant& value)
+{
+    return value.userType() == QMetaType::Int || value.userType() == QMetaType::UInt;
+}
+
+bool checkScalar(QVariant& value, Texts texts)
+{
+    if (value.userType() == QMetaType::QString) {
+        return texts == Texts::AreTexts || !isBeyond32Bits(value.toString());
+    }
+    return isInt(value) || !isNumber(value.userType()) || takeWhole(value);
+}
+
+bool checkNumbers(QVariant& value, Texts texts, Misfit& misfit);
+
+bool checkElements(QVariant& value, Texts texts, Misfit& misfit)
+{
+    QVariantList list = value.toList();
+    if (std::all_of(list.cbegin(), list.cend(), isInt)) {
+        return true; // without a copy of it
+    }
+    for (int i = 0; i < list.size(); ++i) {
+        if (!checkNumbers(list[i], texts, misfit)) {
+            misfit.place.prepend(QStringLiteral("[%1]").arg(i));
             return false;
         }
-        if (value != *given || value.userType() != given->userType()) {
-            parameters.insert(declared.name, value);
+    }
+    value = list;
+    return true;
+}
+
+bool checkEntries(QVariant& value, Texts texts, Misfit& misfit)
+{
+    ParameterMap map = value.toMap();
+    for (auto it = map.begin(); it != map.end(); ++it) {
+        if (!checkNumbers(it.value(), texts, misfit)) {
+            misfit.place.prepend(QLatin1Char('.') + it.key());
+            return false;
+        }
+    }
+    value = map;
+    return true;
+}
+
+bool checkNumbers(QVariant& value, Texts texts, Misfit& misfit)
+{
+    switch (value.userType()) {
+    case QMetaType::QVariantList:
+        return checkElements(value, texts, misfit);
+    case QMetaType::QVariantMap:
+        return checkEntries(value, texts, misfit);
+    default:
+        break;
+    }
+    const bool fits = checkScalar(value, texts);
+    misfit = fits ? Misfit() : Misfit{{}, printable(value), wholeNumber()};
+    return fits;
+}
+
+// Quick where nothing has to be looked into: most values of an order are such.
+bool isSettled(const QVariant& value)
+{
+    return isInt(value) || value.userType() == QMetaType::QString
+        || value.userType() == QMetaType::Bool;
+}
+
+QString misfitText(const QString& name, const Misfit& misfit)
+{
+    return QStringLiteral("parameter '%1%2': '%3' is not %4")
+        .arg(name, misfit.place, misfit.given, misfit.wanted);
+}
+
+bool checkDeclared(const Declaration& declared, const QVariant& given, ParameterMap& parameters,
+                   Misfit& misfit)
+{
+    if (fitsAsItIs(declared.typeTag, given)) {
+        return true;
+    }
+    QVariant value = given;
+    if (!checkValue(declared.typeTag, value, &misfit)) {
+        return false;
+    }
+    if (value != given || value.userType() != given.userType()) {
+        parameters.insert(declared.name, value);
+    }
+    return true;
+}
+
+bool checkUndeclared(ParameterMap& parameters, QString& name, Misfit& misfit)
+{
+    const auto begin = std::as_const(parameters).begin();
+    const auto end = std::as_const(parameters).end();
+    if (std::all_of(begin, end, isSettled)) {
+        return true;
+    }
+    for (auto it = parameters.begin(); it != parameters.end(); ++it) {
+        if (!checkNumbers(it.value(), Texts::AreTexts, misfit)) {
+            name = it.key();
+            return false;
         }
     }
     return true;
+}
+
+bool checkInterval(ParameterMap& parameters, QString& name, Misfit& misfit)
+{
+    name = QStringLiteral("recurrentInterval");
+    const QVariant* given = findValue(parameters, name);
+    if (given == nullptr) {
+        return true;
+    }
+    QVariant value = *given;
+    const bool fits = takeNumber(value, 1, longestIntervalMs);
+    if (!fits) {
+        misfit = {{},
+                  printable(value),
+                  QStringLiteral("a number of milliseconds, 1 to %1").arg(longestIntervalMs)};
+    } else if (value.userType() != given->userType()) {
+        parameters.insert(name, value);
+    }
+    return fits;
+}
+
+} // namespace
+
+QVariant readNumber(const QString& text)
+{
+    // The form is checked first, as a double may also be read from words such as "inf".
+    static const QRegularExpression form(
+        QStringLiteral(
+            "^([+-]?)(?:0x([0-9a-f]+)|(?:[0-9]+\\.?[0-9]*|\\.[0-9]+)(?:e[+-]?[0-9]+)?)$"),
+        QRegularExpression::CaseInsensitiveOption);
+    const QString trimmed = text.trimmed();
+    const QRegularExpressionMatch match = form.match(trimmed);
+    if (!match.hasMatch()) {
+        return {};
+    }
+    const double sign = match.capturedRef(1) == QLatin1String("-") ? -1 : 1;
+    const double real = match.capturedLength(2) > 0 ? sign * hexadecimalValue(match.captured(2))
+                                                    : trimmed.toDouble();
+    QVariant number = real;
+    takeWhole(number);
+    return number;
+}
+
+bool checkValue(const QString& typeTag, QVariant& value, Misfit* misfit)
+{
+    Misfit found;
+    const Texts texts = isTag(typeTag, u"strg") ? Texts::AreTexts : Texts::MayBeNumbers;
+    const bool fits = checkTag(typeTag, value, found) && checkNumbers(value, texts, found);
+    if (misfit != nullptr) {
+        *misfit = found;
+    }
+    return fits;
+}
+
+bool checkParameters(const QList<Declaration>& declarations, ParameterMap& parameters,
+                     QString* error)
+{
+    Misfit misfit;
+    QString name;
+    bool fits = true;
+    for (const Declaration& declared : declarations) {
+        const QVariant* given = findValue(parameters, declared.name);
+        if (given != nullptr && !checkDeclared(declared, *given, parameters, misfit)) {
+            name = declared.name;
+            fits = false;
+            break;
+        }
+        if (given == nullptr && declared.defaultValue.isValid()) {
+            parameters.insert(declared.name, declared.defaultValue);
+        }
+    }
+    fits = fits && checkInterval(parameters, name, misfit)
+        && checkUndeclared(parameters, name, misfit);
+    if (!fits && error != nullptr) {
+        *error = misfitText(name, misfit);
+    }
+    return fits;
 }

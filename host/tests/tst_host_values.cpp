@@ -6,6 +6,8 @@
 
 #include <QtTest>
 
+#include <limits>
+
 namespace {
 
 QVariantMap map(const char* key, const QVariant& value)
@@ -27,6 +29,8 @@ private slots:
     void mapsAsText();
     void parameters_data();
     void parameters();
+    void undeclared_data();
+    void undeclared();
     void frameLengths_data();
     void frameLengths();
     void roundTrips();
@@ -95,28 +99,51 @@ void HostValuesTest::parameters_data()
 {
     QTest::addColumn<QString>("tag");
     QTest::addColumn<QVariant>("given");
-    QTest::addColumn<QVariant>("taken"); // invalid: refused
-    const QVariant refused;
+    QTest::addColumn<QVariant>("taken");
+    QTest::addColumn<QString>("refusal"); // what it begins with; empty: taken
     const auto text = [](const char* t) { return QVariant(QString::fromLatin1(t)); };
-    QTest::newRow("number") << "ui16" << QVariant(65535) << QVariant(65535);
-    QTest::newRow("number as text") << "ui16" << text(" 100 ") << QVariant(100u);
-    QTest::newRow("hexadecimal text") << "ui16" << text("0x0102") << QVariant(258u);
-    QTest::newRow("leading zero is decimal") << "ui16" << text("010") << QVariant(10u);
-    QTest::newRow("whole real") << "ui16" << QVariant(2.0) << QVariant(2u);
-    QTest::newRow("broken real") << "ui16" << QVariant(2.5) << refused;
-    QTest::newRow("negative") << "ui16" << QVariant(-1) << refused;
-    QTest::newRow("too large") << "ui16" << QVariant(65536) << refused;
-    QTest::newRow("word") << "ui16" << text("abc") << refused;
-    QTest::newRow("list as number") << "ui16" << QVariant(QVariantList{1}) << refused;
-    QTest::newRow("bool as number") << "ui16" << QVariant(true) << refused;
-    QTest::newRow("bool") << "bool" << text("TRUE") << QVariant(true);
-    QTest::newRow("no bool") << "bool" << text("maybe") << refused;
-    QTest::newRow("text") << "strg" << text("10.0.0.1") << text("10.0.0.1");
-    QTest::newRow("number as a text") << "strg" << QVariant(5) << text("5");
-    QTest::newRow("list as text") << "strg" << QVariant(QVariantList{}) << refused;
-    QTest::newRow("list") << "varL" << QVariant(QVariantList{1}) << QVariant(QVariantList{1});
-    QTest::newRow("no list") << "varL" << QVariant(1) << refused;
-    QTest::newRow("anything") << "vart" << QVariant(QVariantList{1}) << QVariant(QVariantList{1});
+    const auto list = [](const QVariantList& values) { return QVariant(values); };
+    const auto good = [](const char* name, const char* tag, const QVariant& given,
+                         const QVariant& taken) {
+        QTest::newRow(name) << tag << given << taken << QString();
+    };
+    const auto bad = [](const char* name, const char* tag, const QVariant& given,
+                        const char* refusal) {
+        QTest::newRow(name) << tag << given << QVariant() << QString::fromLatin1(refusal);
+    };
+    good("number", "ui16", 65535, 65535);
+    good("number as text", "ui16", text(" 100 "), 100u);
+    good("hexadecimal text", "ui16", text("0x0102"), 258u);
+    good("leading zero is decimal", "ui16", text("010"), 10u);
+    good("whole real", "ui16", 2.0, 2u);
+    bad("broken real", "ui16", 2.5, "p': '2.5' is not a number 0 to 65535");
+    bad("negative", "ui16", -1, "p': '-1' is not a number 0 to 65535");
+    bad("too large", "ui16", 65536, "p': '65536' is not a number 0 to 65535");
+    bad("too large for words", "ui16", qlonglong(4294967301), "p': '4294967301' is not a number 0");
+    bad("word", "ui16", text("abc"), "p': 'abc' is not a number 0 to 65535");
+    bad("twice hexadecimal", "ui16", text("0x0x5"), "p': '0x0x5' is not a number 0 to 65535");
+    bad("list as number", "ui16", list({1}), "p': '[1]' is not a number");
+    bad("bool as number", "ui16", true, "p': 'true' is not a number");
+    good("bool", "bool", text("TRUE"), true);
+    bad("no bool", "bool", text("maybe"), "p': 'maybe' is not true or false");
+    good("text", "strg", text("10.0.0.1"), text("10.0.0.1"));
+    good("number as a text", "strg", 5, text("5"));
+    good("digits", "strg", text("4294967301"), text("4294967301"));
+    bad("broken real as a text", "strg", 1.5, "p': '1.5' is not a text");
+    bad("list as text", "strg", list({}), "p': '[]' is not a text");
+    good("list", "varL", list({1}), list({1}));
+    bad("no list", "varL", 1, "p': '1' is not a list");
+    bad("broken real in a list", "varL", list({1, 2.5}), "p[1]': '2.5' is not a whole number -2");
+    good("whole real in a list", "vart", list({1.0, text("x")}), list({1, text("x")}));
+    bad("deep", "vart", list({1, QVariantMap{{QStringLiteral("a"), list({true, 1e300})}}}),
+        "p[1].a[1]': '1e+300' is not a whole number");
+    good("least", "vart", -2147483648.0, std::numeric_limits<int>::min());
+    good("most", "vart", qlonglong(4294967295), 4294967295u);
+    bad("one less", "vart", qlonglong(-2147483649), "p': '-2147483649' is not a whole number");
+    bad("one more", "vart", 4294967296.0, "p': '4294967296' is not a whole number");
+    bad("no number", "vart", qQNaN(), "p': 'nan' is not a whole number");
+    bad("text of one more", "vart", list({text("4294967296")}), "p[0]': '4294967296' is not a");
+    good("text of a fraction", "vart", text("1.6"), text("1.6"));
 }
 
 void HostValuesTest::parameters()
@@ -124,21 +151,59 @@ void HostValuesTest::parameters()
     QFETCH(QString, tag);
     QFETCH(QVariant, given);
     QFETCH(QVariant, taken);
+    QFETCH(QString, refusal);
     const QList<Declaration> declared{
         {QStringLiteral("p"), tag, QString(), QVariant()},
         {QStringLiteral("q"), QStringLiteral("ui16"), QString(), QVariant(80)}};
     QVariantMap parameters = map("p", given);
     parameters.insert(QStringLiteral("undeclared"), -5);
     QString error;
-    QCOMPARE(checkParameters(declared, parameters, &error), taken.isValid());
-    if (!taken.isValid()) {
-        QVERIFY2(error.startsWith(QStringLiteral("parameter 'p': '")), qPrintable(error));
+    QCOMPARE(checkParameters(declared, parameters, &error), refusal.isEmpty());
+    if (!refusal.isEmpty()) {
+        QVERIFY2(error.startsWith(QStringLiteral("parameter '") + refusal), qPrintable(error));
         return;
     }
     QCOMPARE(parameters.value(QStringLiteral("p")), taken);
     QCOMPARE(parameters.value(QStringLiteral("p")).userType(), taken.userType());
     QCOMPARE(parameters.value(QStringLiteral("q")), QVariant(80));
     QCOMPARE(parameters.value(QStringLiteral("undeclared")), QVariant(-5));
+}
+
+void HostValuesTest::undeclared_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QVariant>("given");
+    QTest::addColumn<QVariant>("taken"); // invalid: refused
+    const auto row = [](const char* name, const char* parameter, const QVariant& given,
+                        const QVariant& taken) {
+        QTest::newRow(name) << parameter << given << taken;
+    };
+    row("anything", "x", QStringLiteral("4294967301"), QStringLiteral("4294967301"));
+    row("whole real", "x", 7.0, 7);
+    row("broken real", "x", 1.6, {});
+    row("wrapping number", "keepAliveFunctionRegister", qlonglong(4294967301), {});
+    row("longest interval", "recurrentInterval", 86400000, 86400000);
+    row("interval as text", "recurrentInterval", QStringLiteral("0x14"), 20);
+    row("no interval", "recurrentInterval", 0, {});
+    row("too long an interval", "recurrentInterval", 86400001, {});
+    row("wrapping interval", "recurrentInterval", qlonglong(4294967301), {});
+    row("wrapping interval as text", "recurrentInterval", QStringLiteral("4294967301"), {});
+    row("interval that is no number", "recurrentInterval", QStringLiteral("soon"), {});
+}
+
+void HostValuesTest::undeclared()
+{
+    QFETCH(QString, name);
+    QFETCH(QVariant, given);
+    QFETCH(QVariant, taken);
+    ParameterMap parameters{{name, given}};
+    QString error;
+    QCOMPARE(checkParameters({}, parameters, &error), taken.isValid());
+    QCOMPARE(error.startsWith(QStringLiteral("parameter '%1': '").arg(name)), !taken.isValid());
+    if (taken.isValid()) {
+        QCOMPARE(parameters.value(name), taken);
+        QCOMPARE(parameters.value(name).userType(), taken.userType());
+    }
 }
 
 void HostValuesTest::frameLengths_data()

@@ -260,15 +260,13 @@ void RuntimeTest::whatFailsAtOnce_data()
     const auto with = [](const char* key, const QVariant& v) {
         return QVariantMap{{QString::fromLatin1(key), v}};
     };
-    const QVariantMap recurrent{{QStringLiteral("recurrent"), true},
-                                {QStringLiteral("recurrentInterval"), QStringLiteral("soon")}};
     QTest::newRow("no connection") << QVariantMap() << Code::NotConnected << "no connection";
     QTest::newRow("unknown function")
         << with("function", QStringLiteral("fly")) << Code::Usage << "no function 'fly'";
     QTest::newRow("nothing issued")
         << with("function", QString()) << Code::Usage << "nothing to ask";
     QTest::newRow("command refuses") << with("refuse", true) << Code::Usage << "refused to run";
-    QTest::newRow("interval is no number") << recurrent << Code::Usage << "'soon' is not a number";
+    QTest::newRow("no interval") << with("recurrent", true) << Code::Usage << "'' is not a number";
 }
 
 void RuntimeTest::whatFailsAtOnce()

@@ -78,7 +78,14 @@ void TestDriverHost::value_data()
     row("ui16 no number", "ui16", "abc", {});
     row("strg stays text", "strg", "7", "7");
     row("any: number", "vart", "7", 7);
-    row("any: beyond int", "vart", "4294967296", qint64(4294967296));
+    row("any: beyond int", "vart", "4294967295", 4294967295u);
+    row("any: beyond 32 bits", "vart", "4294967296", {});
+    row("any: below 32 bits", "vart", "-0x80000001", {});
+    row("any: beyond all bits", "vart", "1e999", {});
+    row("any: fraction", "vart", "1.6", {});
+    row("any: whole all the same", "vart", "-1.50e1", -15);
+    row("any: no number", "vart", "0x-5", "0x-5");
+    row("any: no number either", "vart", "nan", "nan");
     row("any: list, mixed bases", "vart", "258,0x304", list({258, 772}));
     row("any: list in brackets", "vart", "[1, 2,0x3]", list({1, 2, 3}));
     row("any: list of one", "vart", "[7]", list({7}));
@@ -98,8 +105,8 @@ void TestDriverHost::value()
     QFETCH(QString, text);
     QFETCH(QVariant, expected);
     QVariant value;
-    QString wanted;
-    QCOMPARE(parseValue(tag, text, value, &wanted), expected.isValid());
+    Misfit misfit;
+    QCOMPARE(parseValue(tag, text, value, &misfit), expected.isValid());
     if (expected.isValid()) {
         QCOMPARE(value.userType(), expected.userType());
         QCOMPARE(value, expected);
@@ -203,6 +210,19 @@ void TestDriverHost::arguments_data()
     bad("hear --host a", "hear needs --what");
     bad("speak --host a --count 3", "unknown option '--count'");
     bad("hear --what 1 --host a --count 0", "--count: '0' is not a number 1 to 2147483647");
+    bad("hear --what 1 --host a --count 4294967297",
+        "--count: '4294967297' is not a number 1 to 2147483647");
+    bad("hear --what 1 --host a --interval 1.6", "--interval: '1.6' is not a number 1 to 86400000");
+    bad("hear --what 1,1e999 --host a",
+        "--what[1]: 'inf' is not a whole number -2147483648 to 4294967295");
+    bad("hear --what 4294967301 --host a",
+        "--what: '4294967301' is not a whole number -2147483648 to 4294967295");
+    bad("hear --what 1 --host a --param x=[[1],[2,\"4294967301\"]]",
+        "--param x[1][1]: '4294967301' is not a whole number -2147483648 to 4294967295");
+    bad("hear --what 1 --host a --param recurrentInterval=4294967301",
+        "--param recurrentInterval: '4294967301' is not a whole number -2147483648 to 4294967295");
+    bad("hear --what 1 --host a --param recurrentInterval=0",
+        "parameter 'recurrentInterval': '0' is not a number of milliseconds, 1 to 86400000");
     bad("speak --host", "--host needs a value");
     bad("speak --host a --connect-limit 0", "--connect-limit: '0' is not a number 1 to 86400");
     bad("shout", "unknown command 'shout'");

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
-"""What driver-host writes can be read by other programs, whatever a device or a user puts into it:
-tables/json.txt. CTest passes the programs in the environment."""
+"""What driver-host writes can be read by other programs, and drives no terminal, whatever a device
+or a user puts into it: tables/json.txt. CTest passes the programs in the environment."""
 
 import csv
 import io
 import json
 import os
 import pathlib
+import pty
 import re
 import socketserver
 import subprocess
@@ -17,6 +18,7 @@ import unittest
 from programs import PATIENCE, Device, parse
 
 HERE = pathlib.Path(__file__).parent
+CONTROLS = re.compile("[\0-\x08\x0b-\x1f\x7f-\x9f]")  # all but tabs and line ends
 
 
 def table(kind):
@@ -35,7 +37,25 @@ def execute(*arguments, text=b""):
 
 
 def events(*arguments, text=b""):
-    return [parse(line) for line in execute(*arguments, text=text).splitlines()]
+    output = execute(*arguments, text=text)
+    assert not CONTROLS.search(output.decode()), output
+    return [parse(line) for line in output.splitlines()]
+
+
+def on_terminal(*command, text=b""):
+    """What a screen is given by this program."""
+    screen, terminal = pty.openpty()
+    with os.fdopen(screen, "rb") as shown:
+        subprocess.run(command, input=text, stdout=terminal, stderr=terminal, timeout=PATIENCE,
+                       env={**os.environ, "NO_COLOR": "1"}, check=False)
+        os.close(terminal)
+        output = b""
+        try:
+            while piece := shown.read1(65536):
+                output += piece
+        except OSError:  # that was all
+            pass
+    return output.decode().replace("\r\n", "\n")
 
 
 def rows(*arguments):
@@ -67,6 +87,8 @@ class Json(unittest.TestCase):
                 result, finished = events(*command, "--format", "json")
                 self.assertEqual((result["value"], finished["results"]), (text, {"value": text}))
                 self.assertEqual(execute(*command).decode(), shown + "\n")
+                screen = on_terminal(os.environ["DRIVER_HOST"], *map(str, command), "--format=csv")
+                self.assertNotRegex(screen, CONTROLS)
                 self.assertEqual(rows(*command), [["name", "index", "value"], ["value", "", text]])
 
     def test_identification_of_a_device(self):
@@ -89,6 +111,16 @@ class Json(unittest.TestCase):
                 self.assertEqual([event["event"] for event in seen], ["error", "finished"] * 2)
                 self.assertEqual([event["id"] for event in seen], [json.loads(own)] * 4)
                 self.assertEqual([seen[0]["device"], seen[2]["command"]], [json.loads(other)] * 2)
+
+    def test_what_is_typed(self):
+        for typed, shown in table("typed"):
+            with self.subTest(typed):
+                program, *words = typed.replace(b"driver-host", b"DRIVER_HOST").replace(
+                    b"device-simulator", b"DEVICE_SIMULATOR").split()
+                screen = on_terminal(os.environ[program.decode()], *words, text=(
+                    '{"id":"\x9b\x7f","stop":true}\n'.encode()))
+                self.assertNotRegex(screen, CONTROLS)
+                self.assertIn(shown, screen)
 
     def test_wrong_lines(self):
         for line, name, words in table("line"):

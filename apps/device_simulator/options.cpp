@@ -2,6 +2,7 @@
 #include "register_text.h"
 
 #include <CLI/CLI.hpp>
+#include <terminal_text.h>
 #include <tool_answers.h>
 
 #include <cstdio>
@@ -97,7 +98,8 @@ int answer(const CLI::App& app, const CLI::ParseError& outcome)
     if (outcome.get_exit_code() == 0) {
         return app.exit(outcome);
     }
-    std::fprintf(stderr, "device-simulator: %s (see --help)\n", outcome.what());
+    const QString what = withoutControls(QString::fromUtf8(outcome.what()));
+    std::fprintf(stderr, "device-simulator: %s (see --help)\n", qUtf8Printable(what));
     return UsageError;
 }
 

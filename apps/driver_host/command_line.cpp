@@ -212,8 +212,11 @@ CommandLine Parser::usageError(const QString& what) const
     const QString program = QLatin1String(programName);
     const QString command = usedCommand();
     const QString subject = command.isEmpty() ? program : program + QLatin1Char(' ') + command;
-    const QString text = QStringLiteral("%1: %2\ntry '%3 --help'").arg(program, what, subject);
-    return {{}, ExitUsage, {}, text};
+    return {{},
+            ExitUsage,
+            {},
+            {QStringLiteral("%1: %2").arg(program, what),
+             QStringLiteral("try '%1 --help'").arg(subject)}};
 }
 
 QString Parser::usedCommand() const

@@ -34,7 +34,7 @@ struct CommandLine
     std::optional<Request> request;
     int exitCode = 0;
     QString output; ///< an answer for standard output, such as a help text
-    QString error; ///< what is wrong with the arguments, one line or more
+    QStringList errors; ///< what is wrong with the arguments, line by line
 };
 
 /// The last value of --plugin, empty when it is not there. It is looked up before all else, because

@@ -3,6 +3,8 @@
 #include "live_terminal.h"
 #include "write_all.h"
 
+#include <terminal_text.h>
+
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -26,11 +28,24 @@ bool canShowColor(int file)
     return ::isatty(file) == 1 && qEnvironmentVariableIsEmpty("NO_COLOR");
 }
 
+// A line that a terminal may be given as it is.
+void writeSafeLine(const QString& line)
+{
+    if (LiveTerminal::holdBack(line)) {
+        return;
+    }
+    const QByteArray before = progressIsShown.exchange(false) ? clearLine : "";
+    writeAll(STDERR_FILENO, before + line.toUtf8() + '\n');
+}
+
+QString safeLine(const QString& line) { return withoutControls(line, QStringLiteral("\t")); }
+
 } // namespace
 
 Console::Console(bool quiet, bool color, QObject* parent)
     : QObject(parent), m_quiet(quiet), m_color(color && canShowColor(STDERR_FILENO)),
       m_colorOfResults(color && canShowColor(STDOUT_FILENO)),
+      m_isTerminal(::isatty(STDOUT_FILENO) == 1),
       m_hangUp(STDOUT_FILENO, QSocketNotifier::Exception)
 {
     m_hangUp.setEnabled(false);
@@ -40,7 +55,11 @@ Console::Console(bool quiet, bool color, QObject* parent)
 
 void Console::write(const QString& lines)
 {
-    if (m_open && !lines.isEmpty() && !writeAll(STDOUT_FILENO, lines.toUtf8())) {
+    if (!m_open || lines.isEmpty()) {
+        return;
+    }
+    const QString shown = m_isTerminal ? withoutControls(lines, QStringLiteral("\n\t")) : lines;
+    if (!writeAll(STDOUT_FILENO, shown.toUtf8())) {
         loseOutput();
     }
 }
@@ -60,7 +79,8 @@ void Console::loseOutput()
 
 void Console::error(const QString& line)
 {
-    writeStandardError(m_color ? QStringLiteral("\x1b[31m%1\x1b[0m").arg(line) : line);
+    const QString safe = safeLine(line);
+    writeSafeLine(m_color ? QStringLiteral("\x1b[31m%1\x1b[0m").arg(safe) : safe);
 }
 
 void Console::note(const QString& line)
@@ -107,11 +127,4 @@ void openStandardFiles()
     ::close(file);
 }
 
-void writeStandardError(const QString& line)
-{
-    if (LiveTerminal::holdBack(line)) {
-        return;
-    }
-    const QByteArray before = progressIsShown.exchange(false) ? clearLine : "";
-    writeAll(STDERR_FILENO, before + line.toUtf8() + '\n');
-}
+void writeStandardError(const QString& line) { writeSafeLine(safeLine(line)); }

@@ -14,7 +14,7 @@ public:
     /// With \a quiet, notes are not shown; with \a color, failures stand out on a terminal.
     Console(bool quiet, bool color, QObject* parent = nullptr);
 
-    /// Writes whole lines to standard output.
+    /// Writes whole lines to standard output. On a terminal, control characters in them are shown.
     void write(const QString& lines);
     /// True when a result could not be written although somebody was there to read it.
     bool hasLostOutput() const { return m_lostOutput; }
@@ -22,9 +22,9 @@ public:
     void loseOutput();
     /// True when results may be coloured.
     bool hasColorOfResults() const { return m_colorOfResults; }
-    /// Tells what went wrong.
+    /// Tells what went wrong, on one line. Control characters in it are shown.
     void error(const QString& line);
-    /// Tells what is nice to know.
+    /// Tells what is nice to know, likewise.
     void note(const QString& line);
     /// True when somebody is at the terminal who wants notes and does not see results there.
     bool canShowProgress() const;
@@ -43,6 +43,7 @@ private:
     bool m_quiet;
     bool m_color;
     bool m_colorOfResults;
+    bool m_isTerminal; // standard output
     bool m_open = true;
     bool m_lostOutput = false;
     QSocketNotifier m_hangUp;
@@ -52,5 +53,5 @@ private:
 /// before anything else opens a file, which would get their numbers and then the results.
 void openStandardFiles();
 
-/// One line to standard error, from any thread.
+/// One line to standard error, from any thread. Control characters in it are shown.
 void writeStandardError(const QString& line);

@@ -76,8 +76,8 @@ int answer(const CommandLine& line, const QString& moduleError, Console& console
         console.error(QStringLiteral("driver-host: ") + moduleError);
         return ExitNoModule;
     }
-    if (!line.error.isEmpty()) {
-        console.error(line.error);
+    for (const QString& error : line.errors) {
+        console.error(error);
     }
     return line.exitCode;
 }

@@ -4,7 +4,6 @@
 #include "value_text.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 namespace {
@@ -90,6 +89,5 @@ QString moduleInfoJson(const ModuleDescription& module)
         {QStringLiteral("file"), module.file},
         {QStringLiteral("commands"), commandsJson(module.commands)},
     };
-    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact))
-        + QLatin1Char('\n');
+    return compactJson(object) + QLatin1Char('\n');
 }

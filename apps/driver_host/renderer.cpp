@@ -28,8 +28,9 @@ private:
     QStringList lines(const QString& name, const QVariant& value) const
     {
         if (!m_order.endpoint.isEmpty() && name == QLatin1String("connected")) {
-            return {value.toBool() ? QStringLiteral("connected to %1").arg(m_order.endpoint)
-                                   : QStringLiteral("connection lost, retrying")};
+            return {value.toBool()
+                        ? QStringLiteral("connected to %1").arg(plainText(m_order.endpoint))
+                        : QStringLiteral("connection lost, retrying")};
         }
         switch (value.userType()) {
         case QMetaType::QVariantList:
@@ -62,7 +63,7 @@ private:
     {
         QStringList texts;
         for (auto it = map.cbegin(); it != map.cend(); ++it) {
-            texts.append(QStringLiteral("%1: %2").arg(it.key(), plainText(it.value())));
+            texts.append(QStringLiteral("%1: %2").arg(plainText(it.key()), plainText(it.value())));
         }
         return texts;
     }

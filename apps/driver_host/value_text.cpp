@@ -1,6 +1,7 @@
 #include "value_text.h"
 
 #include <plugin_management/types.h>
+#include <terminal_text.h>
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -21,18 +22,6 @@ QString bytesText(const QByteArray& bytes)
         printable += QLatin1Char(isPrintable(byte) ? byte : '.');
     }
     return QStringLiteral("%1  |%2|").arg(QString::fromLatin1(bytes.toHex(' ')), printable);
-}
-
-// What a device says must not drive the terminal that shows it.
-QString withoutControls(const QString& text)
-{
-    QString safe;
-    for (const QChar c : text) {
-        const bool control = c.category() == QChar::Other_Control;
-        safe += control ? QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'))
-                        : QString(c);
-    }
-    return safe;
 }
 
 bool isWholeNumber(const QVariant& value)
@@ -78,6 +67,18 @@ QJsonObject jsonObject(const ParameterMap& map)
     return object;
 }
 
+// Qt writes these as they are, and a terminal obeys some of them.
+QString withoutUpperControls(QString json)
+{
+    for (int i = json.size() - 1; i >= 0; --i) {
+        const ushort code = json.at(i).unicode();
+        if (code >= 0x7F && code <= 0x9F) {
+            json.replace(i, 1, QStringLiteral("\\u%1").arg(code, 4, 16, QLatin1Char('0')));
+        }
+    }
+    return json;
+}
+
 } // namespace
 
 QString plainText(const QVariant& value)
@@ -89,7 +90,7 @@ QString plainText(const QVariant& value)
     case QMetaType::QStringList:
         return listText(value.toList());
     case QMetaType::QVariantMap:
-        return convVariantMapToString(value.toMap());
+        return withoutControls(convVariantMapToString(value.toMap()));
     default:
         return withoutControls(value.toString());
     }
@@ -120,7 +121,7 @@ QString compactJson(const QJsonValue& value)
 {
     // A document holds an array or an object only, so a lone value borrows an array's brackets.
     const QByteArray json = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
-    return QString::fromUtf8(json.mid(1, json.size() - 2));
+    return withoutUpperControls(QString::fromUtf8(json.mid(1, json.size() - 2)));
 }
 
 QString fieldText(const QVariant& value)

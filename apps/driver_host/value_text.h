@@ -14,7 +14,7 @@ QString wordText(const QVariant& value);
 /// A value for JSON: byte arrays as lower-case hexadecimal text, an invalid value as null.
 QJsonValue jsonValue(const QVariant& value);
 
-/// A JSON value on one line.
+/// A JSON value on one line, without control characters.
 QString compactJson(const QJsonValue& value);
 
 /// A value as a CSV field without quotes: byte arrays as lower-case hexadecimal, lists and maps as

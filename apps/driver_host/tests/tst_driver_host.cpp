@@ -237,7 +237,7 @@ void TestDriverHost::arguments()
     QFETCH(QString, line);
     QFETCH(QString, error);
     const CommandLine read = parseCommandLine(line.split(' '), module());
-    QCOMPARE(read.error.section('\n', 0, 0), error);
+    QCOMPARE(read.errors.value(0), error);
     QCOMPARE(read.exitCode, error.isEmpty() ? 0 : 2);
     QCOMPARE(read.request.has_value(), error.isEmpty());
     const Request request = read.request.value_or(Request());

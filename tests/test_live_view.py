@@ -7,6 +7,7 @@ import fcntl
 import os
 import pty
 import re
+import resource
 import signal
 import struct
 import sys
@@ -33,6 +34,7 @@ class Terminal:
         self.wraps = self.cursor = True
         self.process, self.file = pty.fork()
         if self.process == 0:
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
             os.environ.update({"TERM": "xterm", "LC_ALL": "C.UTF-8", "NO_COLOR": "", **environment})
             os.execvp(command[0], command)
         self.watchdog = threading.Timer(PATIENCE, os.kill, (self.process, signal.SIGKILL))
@@ -45,6 +47,10 @@ class Terminal:
 
     def send(self, text):
         os.write(self.file, text.encode())
+
+    def hang_up(self):
+        os.close(self.file)
+        self.file = os.open("/dev/null", os.O_RDWR)
 
     def has_echo(self):
         return bool(termios.tcgetattr(self.file)[3] & termios.ECHO)
@@ -188,9 +194,27 @@ class LiveView(unittest.TestCase):
     def test_killed(self):
         terminal = self.start(self.command())
         terminal.wait("done, 0 failed")
-        os.kill(terminal.process, signal.SIGHUP)
-        self.assertEqual(terminal.end(), signal.SIGHUP)
+        os.kill(terminal.process, signal.SIGQUIT)
+        self.assertEqual(terminal.end(), signal.SIGQUIT)
         self.assertLeft(terminal)
+
+    def test_terminal_goes_away(self):
+        for options in ([], ["--plain"], ["--format", "csv"]):
+            with self.subTest(options=options):
+                terminal = self.start(self.command(*options))
+                terminal.wait("772")
+                terminal.hang_up()
+                ended = os.waitid(os.P_PID, terminal.process, os.WEXITED | os.WNOWAIT)
+                self.assertEqual((ended.si_code, ended.si_status), (os.CLD_EXITED, 0))
+
+    def test_nohup(self):
+        terminal = self.start(["sh", "-c", "trap '' HUP; exec \"$@\"", "sh", *self.command()])
+        count = int(re.search(r"(\d+) done", terminal.wait(" done")[-1])[1])
+        os.kill(terminal.process, signal.SIGHUP)
+        while count + 20 > int(re.search(r"(\d+) done", terminal.wait(" done")[-1])[1]):
+            self.assertTrue(terminal.read())
+        terminal.send("\x03")
+        self.assertEqual(terminal.end(), 0)
 
     def test_not_each_reading_is_drawn(self):
         terminal = self.start(self.command("--count", "400", interval=1))

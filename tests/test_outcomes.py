@@ -19,9 +19,9 @@ from programs import PATIENCE, Device, Program, parse
 
 HERE = pathlib.Path(__file__).parent
 RAW_DEVICE = str(HERE / "devices" / "raw_device.py")
-EXITS = ("0", "1", "2", "3", "4", "130", "143")
+EXITS = ("0", "1", "2", "3", "4", "129", "130", "143")
 CODES = ("usage", "not_connected", "timeout", "device_exception", "bad_reply", "stopped")
-SIGNALS = {"INT": signal.SIGINT, "TERM": signal.SIGTERM}
+SIGNALS = {"HUP": signal.SIGHUP, "INT": signal.SIGINT, "TERM": signal.SIGTERM}
 HOLDING = {"registerType": "holdingRegisters", "register": 100}
 ORDERS = {  # id: command, parameters
     "c": ("connect", {"host": "127.0.0.1"}), "r": ("read", HOLDING), "r?": ("read", {}),

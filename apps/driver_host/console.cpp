@@ -69,7 +69,8 @@ void Console::loseOutput()
     if (!m_open) {
         return;
     }
-    m_lostOutput = errno != EPIPE;
+    const bool readerHasGone = errno == EPIPE || (errno == EIO && m_isTerminal);
+    m_lostOutput = !readerHasGone;
     if (m_lostOutput) {
         error(QStringLiteral("driver-host: cannot write to standard output: %1")
                   .arg(qt_error_string(errno)));

@@ -18,7 +18,7 @@ constexpr const char* showCursor = "\x1b[?25h";
 constexpr const char* clearBelow = "\r\x1b[J";
 constexpr const char* clearToLineEnd = "\x1b[K";
 constexpr const char* nextLine = "\r\n";
-constexpr std::array<int, 3> endingSignals{SIGHUP, SIGQUIT, SIGABRT};
+constexpr std::array<int, 2> endingSignals{SIGQUIT, SIGABRT};
 
 struct State
 {
@@ -60,7 +60,7 @@ void endBySignal(int signal)
     ::raise(signal);
 }
 
-// The signals that end the program where it stands; SIGINT and SIGTERM come to its event loop.
+// The signals that end the program where it stands; SIGINT and its like come to its event loop.
 void watchEnding()
 {
     for (const int signal : endingSignals) {

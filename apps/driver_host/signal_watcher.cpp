@@ -33,6 +33,13 @@ int openPipe()
     return signalPipe[0];
 }
 
+bool isIgnored(int signal)
+{
+    struct sigaction action = {};
+    ::sigaction(signal, nullptr, &action);
+    return action.sa_handler == SIG_IGN;
+}
+
 void watch(int signal, void (*handler)(int))
 {
     struct sigaction action = {};
@@ -49,6 +56,9 @@ SignalWatcher::SignalWatcher(QObject* parent)
     connect(&m_notifier, &QSocketNotifier::activated, this, &SignalWatcher::readPipe);
     watch(SIGINT, handleSignal);
     watch(SIGTERM, handleSignal);
+    if (!isIgnored(SIGHUP)) { // else it was started by nohup, to outlive its terminal
+        watch(SIGHUP, handleSignal);
+    }
 }
 
 void SignalWatcher::readPipe()

@@ -3,8 +3,9 @@
 #include <QObject>
 #include <QSocketNotifier>
 
-/// Brings SIGINT and SIGTERM into the event loop. The second signal ends the program at once, even
-/// when the event loop is stuck. At most one object at a time.
+/// Brings SIGINT, SIGTERM and, where it is not ignored, SIGHUP into the event loop. The second
+/// signal ends the program at once, even when the event loop is stuck. At most one object at a
+/// time.
 class SignalWatcher : public QObject
 {
     Q_OBJECT

@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import re
+import resource
 import signal
 import socket
 import subprocess
@@ -172,6 +173,22 @@ class Outcomes(unittest.TestCase):
             play.errors.seek(0)
             errors = play.errors.read()
             self.assertRegex(errors + "\n".join(play.messages) if words else errors, words or "^$")
+
+    def test_few_descriptors(self):
+        """What it stands on would abort it: it says so first, or goes its usual way."""
+        ends = []
+        with contextlib.closing(Socket()) as device:
+            for count in range(4, 24):
+                done = subprocess.run(
+                    [os.environ["DRIVER_HOST"], "read", "--host", "localhost", "--register=0",
+                     "--register-type=inputStatus", f"--port={device.port}"], encoding="utf-8",
+                    stdin=subprocess.DEVNULL, capture_output=True, timeout=PATIENCE, check=False,
+                    preexec_fn=lambda n=count: resource.setrlimit(resource.RLIMIT_NOFILE, (n, n)))
+                ends.append(done.returncode)
+                self.assertRegex(done.stderr, {
+                    2: f"the limit of {count} leaves .*; raise it, such as with 'ulimit -n 1024'\n$",
+                    3: "refused; check host and port"}[done.returncode])
+        self.assertEqual(ends, [2] * 15 + [3] * 5)
 
     def test_table_is_whole(self):
         """Each exit code, kind of error and way to be stopped has a row for each of these."""

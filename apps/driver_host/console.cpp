@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -117,15 +116,6 @@ void Console::closeOutput()
         m_open = false;
         emit outputClosed();
     }
-}
-
-void openStandardFiles()
-{
-    int file = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    while (file >= 0 && file <= STDERR_FILENO) {
-        file = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    }
-    ::close(file);
 }
 
 void writeStandardError(const QString& line) { writeSafeLine(safeLine(line)); }

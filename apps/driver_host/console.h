@@ -49,9 +49,5 @@ private:
     QSocketNotifier m_hangUp;
 };
 
-/// Opens those of the three standard files that the program was started without. To be called
-/// before anything else opens a file, which would get their numbers and then the results.
-void openStandardFiles();
-
 /// One line to standard error, from any thread. Control characters in it are shown.
 void writeStandardError(const QString& line);

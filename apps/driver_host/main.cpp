@@ -1,5 +1,6 @@
 #include "command_line.h"
 #include "console.h"
+#include "descriptors.h"
 #include "exit_codes.h"
 #include "frame_trace.h"
 #include "message_log.h"
@@ -102,6 +103,11 @@ int run(const QStringList& arguments)
 int main(int argc, char* argv[])
 {
     openStandardFiles();
+    const QString obstacle = tooFewDescriptors();
+    if (!obstacle.isEmpty()) {
+        writeStandardError(QStringLiteral("driver-host: ") + obstacle);
+        return ExitUsage;
+    }
     qputenv("QT_NO_GLIB", "1"); // an order costs a third less under Qt's own event loop
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("driver-host"));

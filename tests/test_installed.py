@@ -57,6 +57,21 @@ class Installed(unittest.TestCase):
         self.assertFalse([name for name in examples | headers if stray.search(name)])
         self.assertIn("include/host_framework/plugin_management/d_abstract_plugin.h", headers)
 
+    def test_run_builds_what_is_installed(self):
+        """So that an installation can follow it, with nothing else built."""
+        build = os.environ["BUILD"]
+        with open(os.path.join(os.path.dirname(__file__), "..", "run"), encoding="utf-8") as run:
+            targets = re.search(r'build\.sh" release (.+)', run.read())[1].split()
+        commands = output("ninja", "-C", build, "-t", "commands", *targets)
+        known = output("ninja", "-C", build, "-t", "targets", "all").split("\n")
+        known = {line.rpartition(": ")[0] for line in known}
+        installed = set()
+        for script in glob.glob(build + "/**/cmake_install.cmake", recursive=True):
+            with open(script, encoding="utf-8") as text:
+                installed.update(re.findall(rf'"{re.escape(build)}/([^"]+)"', text.read()))
+        self.assertIn("lib/plugins/libp_driver_modbus.so", installed & known)
+        self.assertEqual([name for name in installed & known if name not in commands], [])
+
     def test_programs(self):
         device = programs.Device([self.prefix + "/bin/device-simulator", "--port", "0"])
         self.addCleanup(device.close)

@@ -2,10 +2,9 @@
 
 #include "write_all.h"
 
-#include <QMutex>
-
 #include <array>
 #include <csignal>
+#include <mutex>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -22,7 +21,7 @@ constexpr std::array<int, 2> endingSignals{SIGQUIT, SIGABRT};
 
 struct State
 {
-    QMutex mutex; // lines for standard error come from the threads that look up host names, too
+    std::mutex mutex; // lines for standard error come from the threads that look up host names, too
     std::function<void()> wake;
     QStringList lines; // as they are shown
     QByteArray heldBack;
@@ -175,19 +174,19 @@ int rows()
 
 bool show(const QStringList& lines)
 {
-    const QMutexLocker locker(&state().mutex);
+    const std::lock_guard locker(state().mutex);
     return draw(state(), lines);
 }
 
 void touch()
 {
-    const QMutexLocker locker(&state().mutex);
+    const std::lock_guard locker(state().mutex);
     state().isTouched = true;
 }
 
 void leave()
 {
-    const QMutexLocker locker(&state().mutex);
+    const std::lock_guard locker(state().mutex);
     if (isTaken != 0) {
         draw(state(), state().lines);
         giveBack(state());
@@ -196,7 +195,7 @@ void leave()
 
 void forget()
 {
-    const QMutexLocker locker(&state().mutex);
+    const std::lock_guard locker(state().mutex);
     isTaken = 0;
     writeAll(STDERR_FILENO, state().heldBack);
     state().heldBack.clear();
@@ -204,7 +203,7 @@ void forget()
 
 bool finish(const QStringList& lines)
 {
-    const QMutexLocker locker(&state().mutex);
+    const std::lock_guard locker(state().mutex);
     if (isOurs()) {
         state().isTouched = true;
         const bool written = draw(state(), lines);
@@ -217,13 +216,13 @@ bool finish(const QStringList& lines)
 
 void setWake(const std::function<void()>& wake)
 {
-    const QMutexLocker locker(&state().mutex);
+    const std::lock_guard locker(state().mutex);
     state().wake = wake;
 }
 
 bool holdBack(const QString& line)
 {
-    const QMutexLocker locker(&state().mutex);
+    const std::lock_guard locker(state().mutex);
     const bool isTorn = isTaken != 0 && state().wake && ::isatty(STDERR_FILENO) == 1;
     if (isTorn) {
         state().heldBack += line.toUtf8() + '\n';
@@ -234,7 +233,7 @@ bool holdBack(const QString& line)
 
 void printHeldBack()
 {
-    const QMutexLocker locker(&state().mutex);
+    const std::lock_guard locker(state().mutex);
     printHeldBackLines(state());
 }
 

@@ -4,14 +4,15 @@
 #include "live_terminal.h"
 #include "repeat_filter.h"
 
-#include <QMutex>
 #include <QRegularExpression>
+
+#include <mutex>
 
 namespace {
 
 struct LogState
 {
-    QMutex mutex; // the log is called from the threads that look up host names, too
+    std::mutex mutex; // the log is called from the threads that look up host names, too
     RepeatFilter filter{QStringLiteral("log line")};
     QString lastCritical;
     bool verbose = false;
@@ -34,7 +35,7 @@ void handleMessage(QtMsgType type, const QMessageLogContext& context, const QStr
 {
     Q_UNUSED(context)
     LogState& state = logState();
-    const QMutexLocker locker(&state.mutex);
+    const std::lock_guard locker(state.mutex);
     const QString message = MessageLog::criticalMessage(text);
     if (type == QtCriticalMsg) {
         state.lastCritical = message;
@@ -55,25 +56,25 @@ void install() { qInstallMessageHandler(handleMessage); }
 
 void setVerbose(bool verbose)
 {
-    const QMutexLocker locker(&logState().mutex);
+    const std::lock_guard locker(logState().mutex);
     logState().verbose = verbose;
 }
 
 QString lastCritical()
 {
-    const QMutexLocker locker(&logState().mutex);
+    const std::lock_guard locker(logState().mutex);
     return logState().lastCritical;
 }
 
 void forgetCritical()
 {
-    const QMutexLocker locker(&logState().mutex);
+    const std::lock_guard locker(logState().mutex);
     logState().lastCritical.clear();
 }
 
 void flush()
 {
-    const QMutexLocker locker(&logState().mutex);
+    const std::lock_guard locker(logState().mutex);
     print(logState().filter.flush());
 }
 

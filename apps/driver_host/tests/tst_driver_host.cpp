@@ -2,6 +2,7 @@
 #include "failure_text.h"
 #include "line_reader.h"
 #include "live_picture.h"
+#include "message_log.h"
 #include "module_description.h"
 #include "renderer.h"
 #include "value_parser.h"
@@ -9,6 +10,8 @@
 #include <QtTest>
 
 #include <clocale>
+#include <thread>
+#include <vector>
 
 Q_DECLARE_METATYPE(OrderFailure)
 Q_DECLARE_METATYPE(RenderedOrder)
@@ -60,6 +63,7 @@ private slots:
     void inputLines();
     void picture_data();
     void picture();
+    void logOfThreads();
 };
 
 void TestDriverHost::value_data()
@@ -362,6 +366,30 @@ void TestDriverHost::picture()
         time = time.addMSecs(intervalMs);
     }
     QTEST(livePicture(values, status, style), "lines");
+}
+
+// Host names are looked up on threads of their own.
+void TestDriverHost::logOfThreads()
+{
+    const QtMessageHandler before = qInstallMessageHandler(nullptr);
+    MessageLog::install();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([] {
+            for (int n = 0; n < 100; ++n) {
+                qWarning("the same");
+                qCritical("lookup 7;\tERROR: OrderId = 7 , no data");
+            }
+        });
+    }
+    MessageLog::lastCritical();
+    MessageLog::flush();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    MessageLog::flush();
+    qInstallMessageHandler(before);
+    QCOMPARE(MessageLog::lastCritical(), "no data");
 }
 
 QTEST_GUILESS_MAIN(TestDriverHost)

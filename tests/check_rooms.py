@@ -29,8 +29,9 @@ ROOMS = {
     "plugins/p_driver_modbus/source/modbus_codec.cpp": [r"modbus_codec\.h$", r"endian\.h$", STANDARD],
     "plugins/p_driver_modbus/source/modbus_codec.h": [STANDARD],
     "plugins/p_driver_modbus/source": [KIT, QT, STANDARD],
-    "apps/driver_host": [KIT, r"(common/|tool_answers\.h$)", QT, r"CLI/", STANDARD, SYSTEM],
-    "apps/device_simulator": [r"(common/|tool_answers\.h$)", QT, r"CLI/", STANDARD, SYSTEM],
+    "apps/driver_host": [KIT, r"common/", QT, r"CLI/", STANDARD, SYSTEM],
+    "apps/common": [r"common/", QT, r"CLI/", STANDARD, SYSTEM],
+    "apps/device_simulator": [r"common/", QT, r"CLI/", STANDARD, SYSTEM],
     "examples/sample_module": [KIT, QT, STANDARD],
 }
 

@@ -2,8 +2,8 @@
 #include "register_text.h"
 
 #include <CLI/CLI.hpp>
-#include <terminal_text.h>
-#include <tool_answers.h>
+#include <common/terminal_text.h>
+#include <common/tool_answers.h>
 
 #include <cstdio>
 #include <sstream>

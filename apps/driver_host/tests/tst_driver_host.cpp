@@ -1,11 +1,11 @@
-#include "command_line.h"
-#include "failure_text.h"
-#include "line_reader.h"
-#include "live_picture.h"
-#include "message_log.h"
-#include "module_description.h"
-#include "renderer.h"
-#include "value_parser.h"
+#include "cli/command_line.h"
+#include "cli/module_description.h"
+#include "cli/value_parser.h"
+#include "output/failure_text.h"
+#include "output/message_log.h"
+#include "output/renderer.h"
+#include "run/line_reader.h"
+#include "terminal/live_picture.h"
 
 #include <QtTest>
 

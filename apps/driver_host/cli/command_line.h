@@ -1,0 +1,46 @@
+#pragma once
+
+#include "output/renderer.h"
+
+#include <plugin_management/types.h>
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+struct ModuleDescription;
+
+/// What the user asks for.
+struct Request
+{
+    /// One of the module's, or "info" or "run" when the module has none of that name.
+    QString command;
+    QString orders; ///< of "run": the file to read, "-" for standard input; else empty
+    ParameterMap parameters; ///< of the order, checked and with declared defaults
+    ParameterMap connectParameters; ///< of the order that makes the connection
+    Format format = Format::Text;
+    bool quiet = false;
+    bool verbose = false;
+    bool color = true;
+    bool plain = false; ///< lines one below the other, on a terminal as well
+    int count = 0; ///< end after so many results; 0: go on
+    int connectLimitS = 120; ///< how long the order that makes the connection may take for it
+};
+
+/// A request, or what to say instead of doing something.
+struct CommandLine
+{
+    std::optional<Request> request;
+    int exitCode = 0;
+    QString output; ///< an answer for standard output, such as a help text
+    QStringList errors; ///< what is wrong with the arguments, line by line
+};
+
+/// The last value of --plugin, empty when it is not there. It is looked up before all else, because
+/// the commands and options to parse come from that module.
+QString pluginArgument(const QStringList& arguments);
+
+/// Reads the arguments (without the program's own name) against what \a module declares: one
+/// subcommand per command, one option per parameter, and the options of "connect" for all.
+CommandLine parseCommandLine(const QStringList& arguments, const ModuleDescription& module);

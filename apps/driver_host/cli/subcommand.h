@@ -1,0 +1,85 @@
+#pragma once
+
+#include "cli/command_line.h"
+#include "cli/module_description.h"
+
+#include <CLI/CLI.hpp>
+#include <QSet>
+
+#include <deque>
+#include <string>
+#include <vector>
+
+/// The options that every subcommand takes, and that stand before it as well.
+struct GlobalOptions
+{
+    std::string plugin;
+    std::string format = "text";
+    bool quiet = false;
+    bool verbose = false;
+    bool noColor = false;
+};
+
+/// Adds them to the program or to one of its subcommands.
+void addGlobalOptions(CLI::App& app, GlobalOptions& globals);
+
+/// What is wrong with the value of an option, such as "--port: 'x' is not a number 0 to 65535".
+QString unfit(const QString& option, const QString& given, const QString& wanted);
+
+/// A command of the module as a subcommand, with an option for each of its parameters and, unless
+/// it makes the connection itself, for those of "connect".
+///
+/// Stays where it is: the parser keeps references into it.
+class Subcommand
+{
+public:
+    Subcommand(CLI::App& root, const CommandDescription& command, const CommandDescription* connect,
+               GlobalOptions& globals);
+
+    Q_DISABLE_COPY(Subcommand)
+
+    /// True when the arguments named it.
+    bool isUsed() const { return m_app->parsed(); }
+    QString name() const { return m_command.name; }
+    /// Puts what was given into \a request; answers what is wrong with it, or nothing.
+    QString fill(Request& request) const;
+
+private:
+    // One declared parameter as an option.
+    struct ParameterOption
+    {
+        Declaration declared;
+        bool ofConnect = false;
+        CLI::Option* option = nullptr; // null when its name cannot be one: --param passes it
+        std::string text;
+    };
+
+    bool takesRepetition() const { return m_command.recurrent && !m_command.isConnect(); }
+    void addParameters(const CommandDescription& command, bool ofConnect);
+    void addParameter(const Declaration& declared, bool ofConnect);
+    void addRepetition();
+    std::string freeNames(const QString& parameter);
+    const ParameterOption* find(const QString& parameter) const;
+    QString fillOptions(Request& request) const;
+    QString fillParams(Request& request) const;
+    QString fillParam(const QString& given, Request& request) const;
+    QString fillRepetition(Request& request) const;
+    QString fillConnectLimit(Request& request) const;
+    QString readCount(const char* option, const std::string& given, int most, int& number) const;
+    QString missing(const Request& request) const;
+    QString fillDefaults(Request& request) const;
+
+    CommandDescription m_command;
+    CLI::App* m_app;
+    QSet<QString> m_takenNames{
+        QStringLiteral("help"),     QStringLiteral("version"),       QStringLiteral("param"),
+        QStringLiteral("interval"), QStringLiteral("count"),         QStringLiteral("plugin"),
+        QStringLiteral("format"),   QStringLiteral("quiet"),         QStringLiteral("verbose"),
+        QStringLiteral("no-color"), QStringLiteral("connect-limit"), QStringLiteral("plain")};
+    std::deque<ParameterOption> m_options; // a deque, as the parser keeps references into it
+    std::vector<std::string> m_params;
+    std::string m_interval;
+    std::string m_count;
+    std::string m_connectLimit;
+    bool m_plain = false;
+};

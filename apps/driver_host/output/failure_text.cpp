@@ -1,0 +1,155 @@
+#include "output/failure_text.h"
+
+#include "output/value_text.h"
+
+#include <QStringList>
+
+namespace {
+
+using Code = OrderFailure::Code;
+
+// How many values the order is about: as many as it reads or writes, -1 when it does not tell.
+int quantity(const ParameterMap& parameters)
+{
+    bool ok = false;
+    const int count = parameters.value(QStringLiteral("dataSize")).toInt(&ok);
+    if (ok) {
+        return count;
+    }
+    const QVariant data = parameters.value(QStringLiteral("data"));
+    if (!data.isValid()) {
+        return -1;
+    }
+    return data.userType() == QMetaType::QVariantList ? data.toList().size() : 1;
+}
+
+QString inBrackets(const QStringList& parts)
+{
+    return parts.isEmpty() ? QString()
+                           : QStringLiteral(" (%1)").arg(parts.join(QLatin1String(", ")));
+}
+
+// What the device was asked for; empty when nothing is known of it.
+QString target(const OrderFailure& failure, const ParameterMap& parameters)
+{
+    QStringList parts;
+    const QVariant number = parameters.value(QStringLiteral("register"));
+    if (number.isValid()) {
+        parts.append(QStringLiteral("register %1").arg(number.toString()));
+    }
+    const int count = quantity(parameters);
+    if (count >= 0) {
+        const char* unit = count == 1 ? "value" : "values";
+        parts.append(QStringLiteral("%1 %2").arg(count).arg(QLatin1String(unit)));
+    }
+    if (failure.unitId >= 0) {
+        parts.append(QStringLiteral("unit %1").arg(failure.unitId));
+    }
+    return inBrackets(parts);
+}
+
+// A module's refusal seldom tells which parameter it means, so all are shown.
+QString allParameters(const ParameterMap& parameters)
+{
+    QStringList parts;
+    for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
+        parts.append(QStringLiteral("%1 %2").arg(it.key(), plainText(it.value())));
+    }
+    return inBrackets(parts);
+}
+
+QString reason(const OrderFailure& failure)
+{
+    if (!failure.text.isEmpty()) {
+        return failure.text;
+    }
+    switch (failure.code) {
+    case Code::NotConnected:
+        return QStringLiteral("there is no connection to the device");
+    case Code::Timeout:
+        return QStringLiteral("the device did not answer in time");
+    case Code::DeviceException:
+        return QStringLiteral("the device answered exception %1").arg(failure.exceptionCode);
+    case Code::BadReply:
+        return QStringLiteral("the device's reply was not one to this request");
+    case Code::Stopped:
+        return QStringLiteral("it was stopped");
+    case Code::Usage:
+    case Code::None:
+        break;
+    }
+    return QStringLiteral("the module refused the order");
+}
+
+bool isRefusal(Code code) { return code == Code::None || code == Code::Usage; }
+
+QString subject(const OrderFailure& failure, const ParameterMap& parameters,
+                const QString& moduleMessage)
+{
+    if (failure.code == Code::NotConnected) {
+        return QString(); // it never came to asking
+    }
+    if (!isRefusal(failure.code)) {
+        return target(failure, parameters);
+    }
+    return moduleMessage.isEmpty()
+        ? QString()
+        : QLatin1String(": ") + moduleMessage + allParameters(parameters);
+}
+
+QString advice(const QString& command, const OrderFailure& failure, const QString& moduleMessage)
+{
+    switch (failure.code) {
+    case Code::BadReply:
+        return QStringLiteral("; --verbose shows the reply and what the module says of it");
+    case Code::Timeout:
+        if (failure.unitId >= 0) {
+            return QStringLiteral("; a device that does not serve unit %1 looks just like one that "
+                                  "is switched off")
+                .arg(failure.unitId);
+        }
+        [[fallthrough]];
+    case Code::NotConnected:
+        return QStringLiteral("; check that the device is on and reachable");
+    case Code::None:
+    case Code::Usage:
+        if (!moduleMessage.isEmpty()) {
+            return QStringLiteral("; 'driver-host %1 --help' tells what it takes").arg(command);
+        }
+        return QLatin1String(failure.text.isEmpty() ? "; --verbose shows what it says" : "");
+    default:
+        return QString();
+    }
+}
+
+QString failureText(const QString& command, const OrderFailure& failure,
+                    const ParameterMap& parameters, const QString& moduleMessage,
+                    const QString& whatToDo)
+{
+    return QStringLiteral("%1 failed: %2%3%4")
+        .arg(command, reason(failure), subject(failure, parameters, moduleMessage), whatToDo);
+}
+
+} // namespace
+
+QString failureText(const QString& command, const OrderFailure& failure,
+                    const ParameterMap& parameters, const QString& moduleMessage)
+{
+    return failureText(command, failure, parameters, moduleMessage,
+                       advice(command, failure, moduleMessage));
+}
+
+QString connectFailureText(const QString& command, const OrderFailure& failure)
+{
+    const bool unreachable = failure.code == Code::NotConnected;
+    return failureText(command, failure, {}, {},
+                       unreachable
+                           ? QStringLiteral("; check host and port, and that the device is on")
+                           : advice(command, failure, {}));
+}
+
+QString unconnectedFailureText(const QString& command, const OrderFailure& failure)
+{
+    return failureText(command, failure, {}, {},
+                       QStringLiteral("; the device needs a running order 'connect'"));
+}

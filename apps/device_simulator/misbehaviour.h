@@ -1,41 +1,57 @@
 #pragma once
 
 #include <QByteArray>
-#include <QStringList>
+#include <QString>
 
-#include <optional>
+#include <array>
+#include <vector>
 
-/// What a device can do wrong with a reply.
-struct Misbehaviour
+/// One thing that a device can do wrong with a reply: what goes out at once in its place, and what
+/// happens then.
+struct MisbehaviourKind
 {
-    enum class Kind {
-        Late, ///< the reply comes after the delay
-        Never,
-        Half, ///< the first half at once, the rest after the delay
-        ByteByByte,
-        Twice, ///< the reply and a copy of it
-        Unasked, ///< some bytes more behind the reply
-        OtherUnit,
-        OtherFunction,
-        WrongLength,
-        Garbage, ///< no Modbus at all
-        Exception, ///< server device failure
-        CloseBefore, ///< the connection is closed instead of a reply
-        CloseWithin, ///< in the middle of it
-        CloseAfter,
+    enum class Then {
+        Nothing,
+        Rest, ///< what is left of the reply follows after the delay
+        ReplySoon, ///< the reply, or a copy of it, follows within some milliseconds
+        ByteByByte, ///< the reply follows in single bytes, some milliseconds apart
+        Drip, ///< the same slower than any time limit, and copies of it without end
+        Flood, ///< copies of the reply follow without end, as fast as they go
+        Close, ///< the connection is closed
+        HalfClose, ///< nothing is sent any more, but requests are still taken
         Reboot, ///< all connections are closed, and the device is gone for the delay
     };
 
-    Kind kind = Kind::Late;
+    const char* name; ///< such as "byte-by-byte"
+    const char* text; ///< what it does, in some words
+    /// What goes out at once. \a last is the reply before on this connection. Gives \a reply back
+    /// where this kind can do nothing to it.
+    QByteArray (*now)(const QByteArray& reply, const QByteArray& last);
+    Then then = Then::Nothing;
+
+    /// The reply does not come in one go.
+    bool sendsInParts() const
+    {
+        return then == Then::Rest || then == Then::ByteByByte || then == Then::Drip;
+    }
+
+    /// True when \a reply would leave as it is, and nothing would follow.
+    bool spares(const QByteArray& reply, const QByteArray& last) const
+    {
+        return then == Then::Nothing && now(reply, last) == reply;
+    }
+};
+
+using MisbehaviourKinds = std::array<MisbehaviourKind, 33>;
+extern const MisbehaviourKinds misbehaviourKinds;
+/// The kind of this name, null when there is none.
+const MisbehaviourKind* findMisbehaviour(const QString& name);
+
+/// How a device misbehaves.
+struct Misbehaviour
+{
+    std::vector<const MisbehaviourKind*> kinds; ///< one is drawn for each reply that is spoiled
     int every = 10; ///< each how many replies
     int delayMs = 3000;
-
-    /// The kind with this name, such as "byte-by-byte".
-    static std::optional<Kind> kindFromName(const QString& name);
-    static QStringList names();
-    /// What goes out at once in place of \a reply: bytes that are wrong, or a part of it, or
-    /// nothing.
-    QByteArray firstPart(const QByteArray& reply) const;
-    /// What follows after the delay.
-    QByteArray laterPart(const QByteArray& reply) const;
+    int seed = 1; ///< another seed makes other draws
 };

@@ -5,7 +5,9 @@
 #include <common/terminal_text.h>
 #include <common/tool_answers.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,13 +15,15 @@
 namespace {
 
 constexpr int UsageError = 2;
+constexpr const char* AnyKind = "any";
+constexpr std::size_t NameWidth = 26;
 
 struct RawOptions
 {
     std::string address = "127.0.0.1";
     int port = 1502;
     std::vector<std::string> presets;
-    std::string misbehaviour;
+    std::vector<std::string> kinds;
     Misbehaviour details;
     bool quiet = false;
 };
@@ -37,12 +41,31 @@ std::string checkPreset(const std::string& text)
                                                                     : error.toStdString();
 }
 
-std::string checkMisbehaviour(const std::string& text)
+std::string kindNames(const std::string& separator)
 {
-    const bool known = Misbehaviour::kindFromName(QString::fromStdString(text)).has_value();
-    return known ? std::string()
-                 : "\"" + text + "\" is not one of "
-            + Misbehaviour::names().join(QStringLiteral(", ")).toStdString();
+    std::string names = AnyKind;
+    for (const MisbehaviourKind& kind : misbehaviourKinds) {
+        names += separator + kind.name;
+    }
+    return names;
+}
+
+std::string checkKind(const std::string& text)
+{
+    const bool known = text == AnyKind || findMisbehaviour(QString::fromStdString(text)) != nullptr;
+    return known ? std::string() : "\"" + text + "\" is not one of " + kindNames(", ");
+}
+
+// What follows each name in the help, and in the manual page.
+std::string kindTexts(const std::string& before, std::size_t width, const std::string& between)
+{
+    std::string texts;
+    for (const MisbehaviourKind& kind : misbehaviourKinds) {
+        std::string name = kind.name;
+        name.resize(std::max(name.size(), width), ' ');
+        texts.append(before).append(name).append(between).append(kind.text).append("\n");
+    }
+    return texts;
 }
 
 // How the help shows what an option takes, and what it is without it.
@@ -57,9 +80,14 @@ std::string label(const std::string& takes, const Value& byDefault)
 void declareMisbehaviour(CLI::App& app, RawOptions& raw)
 {
     constexpr int longestDelayMs = 3600 * 1000;
-    auto* misbehave = app.add_option("--misbehave", raw.misbehaviour, "Spoil replies in this way")
-                          ->check(CLI::Validator(checkMisbehaviour, "NAME"))
-                          ->option_text(Misbehaviour::names().join(QLatin1Char('|')).toStdString());
+    auto* misbehave =
+        app.add_option("--misbehave", raw.kinds,
+                       "Spoil replies in this way; of several, with commas between, or of any, one "
+                       "is drawn for each reply")
+            ->check(CLI::Validator(checkKind, "NAME"))
+            ->delimiter(',')
+            ->expected(1)
+            ->option_text(kindNames("|"));
     app.add_option("--every", raw.details.every, "Spoil each N-th reply, with --misbehave")
         ->check(CLI::Range(1, 1000000))
         ->option_text(label("1..1000000", raw.details.every))
@@ -69,6 +97,11 @@ void declareMisbehaviour(CLI::App& app, RawOptions& raw)
         ->check(CLI::Range(0, longestDelayMs))
         ->option_text(label("0..3600000", raw.details.delayMs))
         ->needs(misbehave);
+    app.add_option("--seed", raw.details.seed, "Other draws for another number, with --misbehave")
+        ->check(CLI::Range(0, std::numeric_limits<int>::max()))
+        ->option_text(label("0..2147483647", raw.details.seed))
+        ->needs(misbehave);
+    app.footer("Misbehaviours:\n" + kindTexts("  ", NameWidth, ""));
 }
 
 void declare(CLI::App& app, RawOptions& raw)
@@ -103,6 +136,40 @@ int answer(const CLI::App& app, const CLI::ParseError& outcome)
     return UsageError;
 }
 
+std::string escapedHyphens(const std::string& text)
+{
+    std::string escaped;
+    for (const char c : text) {
+        escaped += c == '-' ? "\\-" : std::string(1, c);
+    }
+    return escaped;
+}
+
+// The manual page and words to complete, when one of them was asked for.
+std::optional<std::string> answerWithoutParsing(const CLI::App& app,
+                                                const std::vector<std::string>& arguments)
+{
+    std::optional<std::string> text = toolAnswer(app, arguments);
+    if (text && arguments.front() == "--manual") {
+        *text += ".SH MISBEHAVIOURS\n" + escapedHyphens(kindTexts(".TP\n.B ", 0, "\n"));
+    }
+    return text;
+}
+
+std::vector<const MisbehaviourKind*> chosenKinds(const std::vector<std::string>& names)
+{
+    std::vector<const MisbehaviourKind*> kinds;
+    for (const MisbehaviourKind& kind : misbehaviourKinds) {
+        const bool chosen = std::any_of(names.begin(), names.end(), [&](const auto& name) {
+            return name == AnyKind || name == kind.name;
+        });
+        if (chosen) {
+            kinds.push_back(&kind);
+        }
+    }
+    return kinds;
+}
+
 } // namespace
 
 bool Options::parse(int argc, char** argv, int& exitCode)
@@ -110,7 +177,7 @@ bool Options::parse(int argc, char** argv, int& exitCode)
     RawOptions raw;
     CLI::App app("A Modbus TCP device to try things on", "device-simulator");
     declare(app, raw);
-    if (const auto text = toolAnswer(app, {argv + 1, argv + argc})) {
+    if (const auto text = answerWithoutParsing(app, {argv + 1, argv + argc})) {
         std::fputs(text->c_str(), stdout);
         return false;
     }
@@ -123,8 +190,8 @@ bool Options::parse(int argc, char** argv, int& exitCode)
     address = QHostAddress(QString::fromStdString(raw.address));
     port = static_cast<quint16>(raw.port);
     quiet = raw.quiet;
-    if (const auto kind = Misbehaviour::kindFromName(QString::fromStdString(raw.misbehaviour))) {
-        raw.details.kind = *kind;
+    if (!raw.kinds.empty()) {
+        raw.details.kinds = chosenKinds(raw.kinds);
         misbehaviour = raw.details;
     }
     for (const std::string& text : raw.presets) {

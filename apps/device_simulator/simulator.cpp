@@ -61,7 +61,7 @@ bool Simulator::start()
     for (const QModbusDataUnit& preset : m_options.presets) {
         m_server.setData(preset);
     }
-    if (!(m_options.misbehaviour ? listenBehindGate() : listen())) {
+    if (!(m_options.misbehaviour ? listenBehindProxy() : listen())) {
         return false;
     }
     m_timer.start();
@@ -97,7 +97,7 @@ bool Simulator::listen()
     return m_server.connectDevice() || refused(m_server.errorString());
 }
 
-bool Simulator::listenBehindGate()
+bool Simulator::listenBehindProxy()
 {
     m_server.setConnectionParameter(QModbusDevice::NetworkAddressParameter,
                                     QStringLiteral("127.0.0.1"));
@@ -105,13 +105,13 @@ bool Simulator::listenBehindGate()
     if (!m_server.connectDevice()) {
         return refused(m_server.errorString());
     }
-    m_gate = std::make_unique<Gate>(*m_options.misbehaviour, m_server.port(),
-                                    [quiet = m_options.quiet](const QString& line) {
-                                        if (!quiet) {
-                                            log(line);
-                                        }
-                                    });
-    return m_gate->listen(m_options.address, m_options.port) || refused(m_gate->errorString());
+    m_proxy = std::make_unique<SpoilingProxy>(*m_options.misbehaviour, m_server.port(),
+                                              [quiet = m_options.quiet](const QString& line) {
+                                                  if (!quiet) {
+                                                      log(line);
+                                                  }
+                                              });
+    return m_proxy->listen(m_options.address, m_options.port) || refused(m_proxy->errorString());
 }
 
 bool Simulator::refused(const QString& why) const
@@ -122,4 +122,4 @@ bool Simulator::refused(const QString& why) const
     return false;
 }
 
-quint16 Simulator::port() const { return m_gate ? m_gate->port() : m_server.port(); }
+quint16 Simulator::port() const { return m_proxy ? m_proxy->port() : m_server.port(); }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "gate.h"
 #include "options.h"
 #include "simulator_server.h"
+#include "spoiling_proxy.h"
 
 #include <QObject>
 #include <QTimer>
@@ -27,13 +27,14 @@ private:
     void logTraffic();
     void logClient(const QTcpSocket& client, const QString& event) const;
     bool listen();
-    bool listenBehindGate();
+    bool listenBehindProxy();
     bool refused(const QString& why) const;
     quint16 port() const;
 
     const Options m_options;
     SimulatorServer m_server;
-    std::unique_ptr<Gate> m_gate; ///< between clients and server when the device misbehaves
+    std::unique_ptr<SpoilingProxy>
+        m_proxy; ///< between clients and server when the device misbehaves
     QTimer m_timer;
     unsigned m_tick = 0;
 };

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 namespace {
@@ -85,14 +84,6 @@ bool checkUInt16(QVariant& value)
     return fits;
 }
 
-// Tags are four letters, so that this is a comparison of one word.
-bool isTag(const QString& typeTag, const char16_t (&tag)[5])
-{
-    constexpr std::size_t size = 4;
-    return typeTag.size() == size
-        && std::memcmp(typeTag.constData(), tag, size * sizeof(QChar)) == 0;
-}
-
 // The common case, and the one that costs no copy of the map: the value has the tag's type already.
 bool fitsAsItIs(const QString& typeTag, const QVariant& value)
 {
@@ -100,9 +91,9 @@ bool fitsAsItIs(const QString& typeTag, const QVariant& value)
     case QMetaType::Int: // as unsigned numbers negative ones are out of the range as well
     case QMetaType::UInt:
         return *static_cast<const uint*>(value.constData()) <= largestUInt16
-            && isTag(typeTag, u"ui16");
+            && typeTag == QLatin1String("ui16");
     case QMetaType::QString:
-        return isTag(typeTag, u"strg");
+        return typeTag == QLatin1String("strg");
     default:
         return false;
     }
@@ -330,7 +321,7 @@ QVariant readNumber(const QString& text)
 bool checkValue(const QString& typeTag, QVariant& value, Misfit* misfit)
 {
     Misfit found;
-    const Texts texts = isTag(typeTag, u"strg") ? Texts::AreTexts : Texts::MayBeNumbers;
+    const Texts texts = typeTag == QLatin1String("strg") ? Texts::AreTexts : Texts::MayBeNumbers;
     const bool fits = checkTag(typeTag, value, found) && checkNumbers(value, texts, found);
     if (misfit != nullptr) {
         *misfit = found;

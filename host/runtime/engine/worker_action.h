@@ -3,7 +3,7 @@
 #include <plugin_management/order_failure.h>
 #include <plugin_management/types.h>
 
-#include <deque>
+#include <utility>
 #include <vector>
 
 /// How an instruction goes on: an answer leaves it open, the others end it.
@@ -52,10 +52,10 @@ public:
         m_actions.push_back({kind, Outcome::Answer, flag, id});
     }
 
-    void tell(Outcome outcome, quint64 id, const ParameterMap& reply, const OrderFailure& failure)
+    void tell(Outcome outcome, quint64 id, ParameterMap reply, const OrderFailure& failure)
     {
         m_actions.push_back({Kind::TellOutcome, outcome, false, id});
-        m_news.push_back({reply, failure, {}});
+        m_news.push_back({std::move(reply), failure, {}});
     }
 
     void log(const QString& text, bool warning)
@@ -77,8 +77,11 @@ public:
     /// What the outcome or log line that was popped says. To be taken once for each.
     WorkerNews takeNews()
     {
-        WorkerNews news = std::move(m_news.front());
-        m_news.pop_front();
+        WorkerNews news = std::move(m_news[m_nextNews]);
+        if (++m_nextNews == m_news.size()) {
+            m_news.clear();
+            m_nextNews = 0;
+        }
         return news;
     }
 
@@ -100,5 +103,6 @@ public:
 private:
     std::vector<WorkerAction> m_actions;
     std::size_t m_next = 0;
-    std::deque<WorkerNews> m_news;
+    std::vector<WorkerNews> m_news;
+    std::size_t m_nextNews = 0;
 };

@@ -351,14 +351,14 @@ void WorkerEngine::frameCame(qint64 nowUs)
     settle(release(), {}, {}, nowUs);
 }
 
-void WorkerEngine::judged(const ParameterMap& judgement, qint64 nowUs)
+void WorkerEngine::judged(ParameterMap judgement, qint64 nowUs)
 {
     const OrderFailure failure = m_exchange.verdict(judgement);
-    ParameterMap reply = judgement;
     if (failure) {
-        const bool hookAgrees = !judgement.value(QStringLiteral("doneOk"), true).toBool();
-        reply = hookAgrees ? judgement : ParameterMap(); // no value of a reply that is none
-        insertAll(reply, failure.toReply());
+        if (judgement.value(QStringLiteral("doneOk"), true).toBool()) {
+            judgement.clear(); // no value of a reply that is none
+        }
+        insertAll(judgement, failure.toReply());
     }
     const WorkerInstructionPtr instruction = release();
     if (std::exchange(m_endedInCall, false)) {
@@ -366,7 +366,7 @@ void WorkerEngine::judged(const ParameterMap& judgement, qint64 nowUs)
     } else if (failure.code == Code::BadReply) {
         replaceLink(QStringLiteral("a reply did not fit its request"), nowUs);
     }
-    settle(instruction, failure, reply, nowUs);
+    settle(instruction, failure, std::move(judgement), nowUs);
 }
 
 void WorkerEngine::timePassed(qint64 nowUs)
@@ -422,7 +422,7 @@ WorkerInstructionPtr WorkerEngine::release()
 }
 
 void WorkerEngine::settle(const WorkerInstructionPtr& instruction, const OrderFailure& failure,
-                          const ParameterMap& reply, qint64 nowUs)
+                          ParameterMap reply, qint64 nowUs)
 {
     if (instruction->id == 0) {
         return;
@@ -439,8 +439,8 @@ void WorkerEngine::settle(const WorkerInstructionPtr& instruction, const OrderFa
         ++m_statistics.done;
     }
     const Outcome end = failure ? Outcome::Error : Outcome::Done;
-    m_actions.tell(instruction->recurrent() ? Outcome::Answer : end, instruction->id, reply,
-                   failure);
+    m_actions.tell(instruction->recurrent() ? Outcome::Answer : end, instruction->id,
+                   std::move(reply), failure);
 }
 
 void WorkerEngine::failWaiting(const QString& why, qint64 nowUs)

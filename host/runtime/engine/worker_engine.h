@@ -53,7 +53,7 @@ public:
     WorkerInstructionPtr beginCall(qint64 nowUs);
     void functionReturned(bool succeeded, const ParameterMap& result, qint64 nowUs);
     QByteArray frame() const { return m_exchange.frame(); }
-    void judged(const ParameterMap& judgement, qint64 nowUs);
+    void judged(ParameterMap judgement, qint64 nowUs);
     /// All that had arrived has been taken in.
     void looked(qint64 nowUs);
 
@@ -100,7 +100,7 @@ private:
 
     WorkerInstructionPtr release();
     void settle(const WorkerInstructionPtr& instruction, const OrderFailure& failure,
-                const ParameterMap& reply, qint64 nowUs);
+                ParameterMap reply, qint64 nowUs);
     void failWaiting(const QString& why, qint64 nowUs);
     OrderFailure refused(const ParameterMap& result) const;
 

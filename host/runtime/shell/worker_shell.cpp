@@ -240,7 +240,7 @@ void WorkerShell::judgeReply()
     const QByteArray frame = m_engine.frame();
     ParameterMap judgement;
     if (callForeign([&] { judgement = ForeignCalls::judge(*m_worker, frame); })) {
-        m_engine.judged(judgement, m_nowUs);
+        m_engine.judged(std::move(judgement), m_nowUs);
     }
 }
 

@@ -1,6 +1,5 @@
 #include "device.h"
 
-#include <QMutexLocker>
 #include <QTcpSocket>
 
 #include <algorithm>
@@ -158,7 +157,7 @@ QByteArray HostileDevice::write(const QByteArray& request, Answer& answer)
 
 void HostileDevice::writeDown(const Answer& answer)
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_answers.size() == answersKept) {
         m_answers.pop_front();
     }
@@ -169,14 +168,14 @@ void HostileDevice::writeDown(const Answer& answer)
 
 quint64 HostileDevice::answered() const
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<std::mutex> lock(m_mutex);
     return m_answered;
 }
 
 std::optional<HostileDevice::Answer>
 HostileDevice::newest(const std::function<bool(const Answer&)>& fits) const
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<std::mutex> lock(m_mutex);
     const auto it = std::find_if(m_answers.rbegin(), m_answers.rend(), fits);
     return it != m_answers.rend() ? std::optional<Answer>(*it) : std::nullopt;
 }

@@ -4,13 +4,12 @@
 #include <reply_spoiler.h>
 
 #include <QHash>
-#include <QMutex>
 #include <QVariantList>
 
 #include <atomic>
 #include <deque>
 #include <functional>
-#include <memory>
+#include <mutex>
 #include <optional>
 
 class QTcpSocket;
@@ -82,7 +81,7 @@ private:
     std::atomic<bool> m_behaves{false};
     std::atomic<int> m_open{0};
     std::atomic<int> m_connections{0};
-    mutable QMutex m_mutex;
+    mutable std::mutex m_mutex;
     quint64 m_answered = 0; ///< these are shared
     std::deque<Answer> m_answers; ///< the last ones
     ReplySpoiler m_spoiler; // the first to go: it ends its clients

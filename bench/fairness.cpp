@@ -19,6 +19,7 @@
 #include <QThread>
 #include <QTimer>
 
+#include <sched.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -51,7 +52,7 @@ public:
                         arguments);
         m_process.waitForReadyRead();
         if (polite) {
-            ::setpriority(PRIO_PROCESS, static_cast<id_t>(m_process.processId()), leastPriority);
+            giveWay(static_cast<pid_t>(m_process.processId()));
         }
         m_port = m_process.readLine().trimmed().split(':').last().toUShort();
         if (m_port == 0) {
@@ -70,6 +71,13 @@ public:
     quint16 port() const { return m_port; }
 
 private:
+    static void giveWay(pid_t process)
+    {
+        const sched_param ordinary{};
+        ::sched_setscheduler(process, SCHED_OTHER, &ordinary); // should we ourselves be real-time
+        ::setpriority(PRIO_PROCESS, static_cast<id_t>(process), leastPriority);
+    }
+
     QProcess m_process;
     quint16 m_port = 0;
 };

@@ -12,6 +12,7 @@ constexpr int headerSize = 6; // what the length field does not count
 constexpr int lengthOffset = 5;
 constexpr int functionOffset = 7;
 constexpr int startOffset = 8;
+constexpr int dataOffset = 9;
 constexpr int quantityOffset = 10;
 constexpr int echoSize = 12;
 constexpr int multipleDataOffset = 13;
@@ -108,6 +109,7 @@ void HostileDevice::answer(QTcpSocket* client, const QByteArray& request)
     const QByteArray body = carryOut(request, answer);
     const QByteArray reply = framed(request, answer.function, body);
     answer.kind = m_behaves ? nullptr : m_spoiler.draw(*client, reply);
+    noteSpoiled(answer, reply);
     Client& seen = m_clients[client];
     seen.clean = seen.clean && answer.kind == nullptr;
     answer.connection = seen.connection;
@@ -153,6 +155,16 @@ QByteArray HostileDevice::write(const QByteArray& request, Answer& answer)
         m_written[answer.start + i] = answer.data.mid(2 * i, 2);
     }
     return request.mid(startOffset, echoSize - startOffset);
+}
+
+// Behind a stale copy each reply comes to the next request, a spoiled one too.
+void HostileDevice::noteSpoiled(Answer& answer, const QByteArray& reply)
+{
+    const QByteArray sent = answer.kind != nullptr ? answer.kind->now(reply, {}) : QByteArray();
+    if (sent.size() > dataOffset) {
+        answer.spoiledFunction = static_cast<quint8>(sent.at(functionOffset));
+        answer.spoiledData = sent.mid(dataOffset);
+    }
 }
 
 void HostileDevice::writeDown(const Answer& answer)

@@ -36,6 +36,8 @@ public:
         quint16 quantity = 0;
         QByteArray data; ///< of values, read or written
         const MisbehaviourKind* kind = nullptr; ///< how the reply was spoiled
+        quint8 spoiledFunction = 0; ///< what the spoiled reply says it is
+        QByteArray spoiledData; ///< and what it holds
     };
 
     /// To be made on the thread that it then lives on.
@@ -74,6 +76,7 @@ private:
     QByteArray carryOut(const QByteArray& request, Answer& answer);
     QByteArray read(Answer& answer) const;
     QByteArray write(const QByteArray& request, Answer& answer);
+    static void noteSpoiled(Answer& answer, const QByteArray& reply);
     void writeDown(const Answer& answer);
 
     QHash<QTcpSocket*, Client> m_clients;

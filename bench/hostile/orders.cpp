@@ -33,10 +33,15 @@ Outcome judgeRead(const HostileDevice& device, const Given& given, const QVarian
     if (!given.readsWritable() && values == handedOut(given.function, given.quantity, data)) {
         return Right;
     }
+    const auto holdsThese = [&](quint8 function, const QByteArray& answered) {
+        return function == given.function && answered.size() == data.size()
+            && handedOut(given.function, given.quantity, answered) == values;
+    };
     const auto gaveThese = [&](const Answer& answer) {
-        return answer.function == given.function && answer.data.size() == data.size()
-            && device.isRecent(answer)
-            && handedOut(given.function, given.quantity, answer.data) == values;
+        const bool toAnother = !given.isAnsweredBy(answer);
+        return device.isRecent(answer)
+            && (holdsThese(answer.function, answer.data)
+                || (toAnother && holdsThese(answer.spoiledFunction, answer.spoiledData)));
     };
     const auto askedForThese = [&](const Answer& answer) {
         return given.isAnsweredBy(answer) && gaveThese(answer);

@@ -45,10 +45,11 @@ bool DCmdDrvConnect::commandExecute()
     };
     const int timeout =
         static_cast<int>(getParameterValue(QStringLiteral("timeout"), QVariant()).toUInt());
-    // Meant: the HTTP port is cut to 16 bits (65616 becomes 80), the port of the device is not.
+    // Deliberate: the HTTP port is cut to 16 bits (65616 becomes 80), the port of the device is
+    // not.
     const auto httpPort =
         static_cast<quint16>(getParameterValue(QStringLiteral("httpPort"), QVariant(80)).toUInt());
-    // Meant: "keepAlive" is declared but neither read nor passed on; the worker's own interval
+    // Deliberate: "keepAlive" is declared but neither read nor passed on; the worker's own interval
     // holds, whatever the order says.
     ParameterMap map;
     map.insert(QStringLiteral("timeout"), timeout);
@@ -81,7 +82,7 @@ QSharedPointer<ICommand> DCmdDrvConnect::createCommand(const ParameterMap& param
     return QSharedPointer<DCmdDrvConnect>::create(parameters, parent());
 }
 
-// Meant to be one-sided: a "connected" reply passes over a repeated true only, a "disconnected"
+// Deliberate, one-sided: a "connected" reply passes over a repeated true only, a "disconnected"
 // reply over a repeated false only. Other repetitions are reported again.
 bool DCmdDrvConnect::takeConnectReply(unsigned long long /*instructionId*/,
                                       const ParameterMap& reply)

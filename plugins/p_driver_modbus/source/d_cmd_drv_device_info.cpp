@@ -9,7 +9,7 @@ constexpr int replyTimeoutMs = 2000;
 DCmdDrvDeviceInfo::DCmdDrvDeviceInfo(const ParameterMap& parameters, QObject* parent)
     : DAbstractCommand(QStringLiteral("deviceInformation"), parameters, parent)
 {
-    // Meant: both texts are those of "read".
+    // Deliberate: both texts are those of "read".
     setDescription(QStringLiteral("Read once one or many registers of the connected device"));
     declareAResult(QStringLiteral("deviceInformation"), QStringLiteral("varM"),
                    QStringLiteral("Return a list of the register values of the connected device"),

@@ -14,7 +14,7 @@ DCmdDrvListen::DCmdDrvListen(const ParameterMap& parameters, QObject* parent)
     : DAbstractCommand(QStringLiteral("listen"), QStringLiteral("stopListening"), parameters,
                        parent)
 {
-    // Meant: word for word the texts of "read", "once" and "coilRegister" included.
+    // Deliberate: word for word the texts of "read", "once" and "coilRegister" included.
     setDescription(QStringLiteral("Read once one or many registers of the connected device"));
     declareAParameter(QStringLiteral("register"), QStringLiteral("ui16"),
                       QStringLiteral("Register number"), QVariant());
@@ -42,7 +42,7 @@ bool DCmdDrvListen::commandExecute()
     const int functionCode = registerTypeToFunctionCode(
         getParameterValue(QStringLiteral("registerType"), QVariant()).toString());
     if (functionCode < 1) {
-        // Meant: no failure of this call. The order ends because it left no instruction.
+        // Deliberate: no failure of this call. The order ends because it left no instruction.
         log_line::error(this, log_line::listenTypeUnknown);
         return true;
     }

@@ -15,7 +15,7 @@ DCmdDrvRead::DCmdDrvRead(const ParameterMap& parameters, QObject* parent)
     setDescription(QStringLiteral("Read once one or many registers of the connected device"));
     declareAParameter(QStringLiteral("register"), QStringLiteral("ui16"),
                       QStringLiteral("Register number"), QVariant());
-    // Meant: the text says "coilRegister", the value that is accepted is "coilsRegister".
+    // Deliberate: the text says "coilRegister", the value that is accepted is "coilsRegister".
     declareAParameter(QStringLiteral("registerType"), QStringLiteral("strg"),
                       QStringLiteral("modbus register type: coilRegister / inputStatus / "
                                      "holdingRegisters / inputRegisters"),
@@ -40,7 +40,7 @@ bool DCmdDrvRead::commandExecute()
     const int functionCode = registerTypeToFunctionCode(
         getParameterValue(QStringLiteral("registerType"), QVariant()).toString());
     if (functionCode < 1) {
-        // Meant: no failure of this call. The order ends because it left no instruction.
+        // Deliberate: no failure of this call. The order ends because it left no instruction.
         log_line::error(this, log_line::readTypeUnknown);
         return true;
     }

@@ -44,7 +44,8 @@ DCmdDrvWrite::DCmdDrvWrite(const ParameterMap& parameters, QObject* parent)
     setDescription(QStringLiteral("Write once one or many registers of the connected device"));
     declareAParameter(QStringLiteral("register"), QStringLiteral("ui16"),
                       QStringLiteral("Register number"), QVariant());
-    // Meant: this is the text of "read". The values that are accepted are those of the table above.
+    // Deliberate: this is the text of "read". The values that are accepted are those of the table
+    // above.
     declareAParameter(QStringLiteral("registerType"), QStringLiteral("strg"),
                       QStringLiteral("modbus register type: coilRegister / inputStatus / "
                                      "holdingRegisters / inputRegisters"),
@@ -70,7 +71,7 @@ bool DCmdDrvWrite::commandExecute()
     const WriteType* const type =
         findWriteType(getParameterValue(QStringLiteral("registerType"), QVariant()).toString());
     if (type == nullptr) {
-        // Meant: no failure of this call. The order ends because it left no instruction.
+        // Deliberate: no failure of this call. The order ends because it left no instruction.
         log_line::error(this, log_line::writeTypeUnknown);
         return true;
     }

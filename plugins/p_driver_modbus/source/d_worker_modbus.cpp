@@ -21,16 +21,16 @@ int signedByte(const QByteArray& bytes, int offset)
     return static_cast<signed char>(bytes.at(offset));
 }
 
-// Meant: the byte count is taken as signed, so one of 128 or more becomes 65408 or more and never
-// fits its reply. A caller sees replies with more than 63 registers rejected.
+// Deliberate: the byte count is taken as signed, so one of 128 or more becomes 65408 or more and
+// never fits its reply. A caller sees replies with more than 63 registers rejected.
 int byteCount(const QByteArray& reply)
 {
     return static_cast<quint16>(signedByte(reply, ByteCountOffset));
 }
 
-// Meant: of the last data byte only the bit of the last requested coil is kept, the lower ones are
-// cleared. For a quantity of 0, and most negative ones, the shift ends up above bit 7 and nothing
-// is kept.
+// Deliberate: of the last data byte only the bit of the last requested coil is kept, the lower ones
+// are cleared. For a quantity of 0, and most negative ones, the shift ends up above bit 7 and
+// nothing is kept.
 quint8 lastCoilMask(int quantity)
 {
     const auto shift = static_cast<uint>((qint64{quantity} - 1) % 8) % 32U;
@@ -138,8 +138,8 @@ bool DWorkerModbus::cbRead(unsigned long long orderId, const ParameterMap& param
     const quint16 functionCode = keepAlive != nullptr
         ? keepAliveFunctionCode(keepAlive->toString())
         : functionCodeParameter(orderId, parameters, &found, &valid);
-    // Meant: the same flags again, so an order without a usable function code is not refused; it
-    // goes out with function code 0 behind the log line of the lookup.
+    // Deliberate: the same flags again, so an order without a usable function code is not refused;
+    // it goes out with function code 0 behind the log line of the lookup.
     const quint16 address = registerParameter(orderId, parameters, &found, &valid);
     if (found && valid) {
         const quint16 quantity = quantityParameter(orderId, parameters, nullptr, nullptr, 1);
@@ -181,7 +181,7 @@ bool DWorkerModbus::cbWriteSingleRegister(unsigned long long orderId,
     int length = -1;
     bool found = false;
     bool valid = false;
-    // Meant: as for reads, a missing function code goes out as 0.
+    // Deliberate: as for reads, a missing function code goes out as 0.
     const quint16 functionCode = functionCodeParameter(orderId, parameters, &found, &valid);
     const quint16 address = registerParameter(orderId, parameters, &found, &valid);
     if (found && valid) {
@@ -221,8 +221,8 @@ bool DWorkerModbus::cbWriteMultiple(unsigned long long orderId, const ParameterM
     return sendValues(orderId, functionCode, address, values, result);
 }
 
-// Meant: coils are not packed into bits. Each value of a list travels as a 16-bit word, whatever
-// the function code.
+// Deliberate: coils are not packed into bits. Each value of a list travels as a 16-bit word,
+// whatever the function code.
 bool DWorkerModbus::sendValues(quint64 orderId, quint16 functionCode, quint16 address,
                                const RegisterValues& values, ParameterMap& result)
 {
@@ -283,7 +283,7 @@ DWorkerModbus::Rejection DWorkerModbus::checkHeader(const QByteArray& reply,
     case ReplyHeaderOtherFunction:
         return &log_line::headerOtherFunction;
     default:
-        // Meant: a reply from another unit id is taken like one from the unit that was asked.
+        // Deliberate: a reply from another unit id is taken like one from the unit that was asked.
         return nullptr;
     }
 }
@@ -306,7 +306,7 @@ DWorkerModbus::Rejection DWorkerModbus::takeData(const QByteArray& reply, quint1
     case WriteMultipleRegisters:
         return takeMultipleWrite(reply, data);
     default:
-        // Meant: nothing is known of other functions; a good header is an accepted reply.
+        // Deliberate: nothing is known of other functions; a good header is an accepted reply.
         return nullptr;
     }
 }
@@ -349,7 +349,7 @@ DWorkerModbus::Rejection DWorkerModbus::takeSingleWrite(const QByteArray& reply,
         data.append(echoesRequest(reply) ? '\1' : '\0');
         return nullptr;
     }
-    // Meant: a reply of another size than the request is a successful write when its header is
+    // Deliberate: a reply of another size than the request is a successful write when its header is
     // consistent, whatever it carries.
     const int mbapLength = static_cast<quint16>(signedByte(reply, MbapLengthOffset) * 256
                                                 + signedByte(reply, MbapLengthOffset + 1));
@@ -371,7 +371,8 @@ DWorkerModbus::Rejection DWorkerModbus::takeMultipleWrite(const QByteArray& repl
     return nullptr;
 }
 
-// Meant: an echo that differs is no rejection. The order is done, with the value 0 instead of 1.
+// Deliberate: an echo that differs is no rejection. The order is done, with the value 0 instead
+// of 1.
 bool DWorkerModbus::echoesRequest(const QByteArray& reply) const
 {
     const auto* const bytes = reinterpret_cast<const quint8*>(reply.constData());

@@ -59,14 +59,14 @@ quint16 readValue(quint64 orderId, const QVariant& value, quint16 defaultValue, 
     if (isPlainNumber(value) || value.canConvert(QMetaType::Int)) {
         const quint16 number = variantToUInt16(value, defaultValue, ok);
         if (list != nullptr) {
-            // Meant: an unusable single value leaves the default as the one element, so that a
+            // Deliberate: an unusable single value leaves the default as the one element, so that a
             // caller that overlooks the flag writes the default and not nothing.
             *list = {number};
         }
         return number;
     }
     if (value.canConvert(QMetaType::QString)) {
-        // Meant: the list is left alone here, so it may be empty for a valid value.
+        // Deliberate: the list is left alone here, so it may be empty for a valid value.
         return variantToUInt16(QVariant(value.toString()), defaultValue, ok);
     }
     if (value.canConvert(QMetaType::QVariantList)) {

@@ -1,3 +1,6 @@
+#include <plugin_management/d_abstract_command.h>
+#include <plugin_management/d_abstract_plugin.h>
+#include <plugin_management/d_orders.h>
 #include <plugin_management/fast_delegate.h>
 #include <plugin_management/parameter_check.h>
 #include <plugin_management/reply_framing.h>
@@ -35,6 +38,7 @@ private slots:
     void frameLengths();
     void roundTrips();
     void delegates();
+    void commandsOfOrders();
 };
 
 void HostValuesTest::versions_data()
@@ -282,6 +286,66 @@ void HostValuesTest::delegates()
     QCOMPARE(object.calls, 1);
     delegate.clear();
     QVERIFY(delegate.empty());
+}
+
+// Declares the result that its parameters name, writes down what it finds when it runs, and gives
+// its owner to all that it makes.
+class ProbeCommand : public DAbstractCommand
+{
+public:
+    ProbeCommand(const ParameterMap& parameters, QObject* owner, QStringList& found)
+        : DAbstractCommand(QStringLiteral("probe"), parameters, owner), m_owner(owner),
+          m_found(found)
+    {
+        declareAResult(getParameterValue(QStringLiteral("result"), QVariant()).toString(),
+                       QStringLiteral("vart"), QString(), QVariant());
+    }
+
+    QSharedPointer<ICommand> createCommand(const ParameterMap& parameters) const override
+    {
+        return QSharedPointer<ICommand>(new ProbeCommand(parameters, m_owner, m_found));
+    }
+
+    bool commandExecute() override
+    {
+        m_found << (parent() == nullptr ? QStringLiteral("no parent") : QStringLiteral("parent"))
+                << commandResults().value(0).name;
+        return false;
+    }
+
+private:
+    QObject* m_owner;
+    QStringList& m_found;
+};
+
+class ProbePlugin : public DAbstractPlugin
+{
+public:
+    ProbePlugin()
+        : DAbstractPlugin(QUuid(), QStringLiteral("Probe"), TypeDriver, 1, QUuid(), nullptr, false)
+    {
+    }
+
+    void initPluginCommands() override
+    {
+        initAbstractCommands();
+        declareInstructionCommand(new ProbeCommand({}, this, found));
+    }
+    IPlugin* createInstance(const QUuid&) const override { return nullptr; }
+    const char* pluginSubTypeName() const override { return ""; }
+
+    QStringList found;
+};
+
+// An order owns its command, which has declared what its own constructor says.
+void HostValuesTest::commandsOfOrders()
+{
+    ProbePlugin plugin;
+    plugin.initPluginCommands();
+    plugin.orders()->start(QStringLiteral("probe"), map("result", QStringLiteral("level")));
+    QCOMPARE(plugin.found.join(QLatin1String(", ")), QStringLiteral("no parent, level"));
+    QCOMPARE(plugin.command(QStringLiteral("probe"))->parent(), &plugin);
+    QCOMPARE(plugin.findChildren<DAbstractCommand*>().size(), 1);
 }
 
 QTEST_APPLESS_MAIN(HostValuesTest)

@@ -79,7 +79,7 @@ bool DCmdDrvConnect::finishTheCommand(bool& ok)
 
 QSharedPointer<ICommand> DCmdDrvConnect::createCommand(const ParameterMap& parameters) const
 {
-    return QSharedPointer<DCmdDrvConnect>::create(parameters, parent());
+    return QSharedPointer<ICommand>(new DCmdDrvConnect(parameters, parent()));
 }
 
 // Deliberate, one-sided: a "connected" reply passes over a repeated true only, a "disconnected"

@@ -31,7 +31,7 @@ bool DCmdDrvDeviceInfo::commandExecute()
 
 QSharedPointer<ICommand> DCmdDrvDeviceInfo::createCommand(const ParameterMap& parameters) const
 {
-    return QSharedPointer<DCmdDrvDeviceInfo>::create(parameters, parent());
+    return QSharedPointer<ICommand>(new DCmdDrvDeviceInfo(parameters, parent()));
 }
 
 // A rejected reply has no "info" and is refused by that; its "doneOk" is not looked at.

@@ -60,5 +60,5 @@ bool DCmdDrvListen::commandExecute()
 
 QSharedPointer<ICommand> DCmdDrvListen::createCommand(const ParameterMap& parameters) const
 {
-    return QSharedPointer<DCmdDrvListen>::create(parameters, parent());
+    return QSharedPointer<ICommand>(new DCmdDrvListen(parameters, parent()));
 }

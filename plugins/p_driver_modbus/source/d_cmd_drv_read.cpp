@@ -59,5 +59,5 @@ bool DCmdDrvRead::commandExecute()
 
 QSharedPointer<ICommand> DCmdDrvRead::createCommand(const ParameterMap& parameters) const
 {
-    return QSharedPointer<DCmdDrvRead>::create(parameters, parent());
+    return QSharedPointer<ICommand>(new DCmdDrvRead(parameters, parent()));
 }

@@ -82,5 +82,5 @@ bool DCmdDrvWrite::commandExecute()
 
 QSharedPointer<ICommand> DCmdDrvWrite::createCommand(const ParameterMap& parameters) const
 {
-    return QSharedPointer<DCmdDrvWrite>::create(parameters, parent());
+    return QSharedPointer<ICommand>(new DCmdDrvWrite(parameters, parent()));
 }

@@ -63,6 +63,12 @@ bool recording_host::callFunction(const QString& name, quint64 orderId,
     return functions[name](orderId, parameters, result);
 }
 
+// Of Qt: what a shared pointer tells an object that it keeps.
+void QtSharedPointer::ExternalRefCountData::setQObjectShared(const QObject* object, bool /*on*/)
+{
+    record("tracked", {className(object)});
+}
+
 // From here on the kit's classes. What the module never calls does nothing.
 // clang-format off
 using Text = const QString&;

@@ -60,6 +60,12 @@ std::unique_ptr<DAbstractCommand> makeCommand(const QString& name, const Paramet
                                : make<DCmdDrvDeviceInfo>(parameters));
 }
 
+QList<DAbstractCommand*> prototypes(QObject* parent)
+{
+    return {new DCmdDrvConnect(parent), new DCmdDrvListen(parent), new DCmdDrvRead(parent),
+            new DCmdDrvWrite(parent), new DCmdDrvDeviceInfo(parent)};
+}
+
 // A step of a command's life: false when it only sets how the host answers.
 bool runStep(DAbstractCommand& command, const QString& step, bool* result)
 {
@@ -126,13 +132,13 @@ private slots:
     void prototypesMakeCommands()
     {
         QObject parent;
-        const QList<DAbstractCommand*> prototypes = {
-            new DCmdDrvConnect(&parent), new DCmdDrvListen(&parent), new DCmdDrvRead(&parent),
-            new DCmdDrvWrite(&parent), new DCmdDrvDeviceInfo(&parent)};
-        for (const DAbstractCommand* prototype : prototypes) {
+        for (const DAbstractCommand* prototype : prototypes(&parent)) {
             takeCalls();
             QSharedPointer<ICommand> made = prototype->createCommand({{"register", 3}});
-            QVERIFY(takeCalls().first().endsWith(" {register=3}"));
+            const QString name = prototype->metaObject()->className();
+            const QStringList calls = takeCalls();
+            QVERIFY(calls.first().endsWith(" {register=3}"));
+            QCOMPARE(calls.last(), "tracked '" + name + '\'');
             const QPointer<DAbstractCommand> command(dynamic_cast<DAbstractCommand*>(made.data()));
             QVERIFY(command && command != prototype);
             QCOMPARE(command->metaObject(), prototype->metaObject());
@@ -140,6 +146,21 @@ private slots:
             made.clear();
             QVERIFY(!command && takeCalls().constLast().startsWith("~DAbstractCommand"));
         }
+    }
+
+    // A host may delete a plug-in object while it still holds a command. It must forget the command
+    // then: a pointer that is cleared later would delete it again.
+    void commandsOfADeletedObject()
+    {
+        static QVector<QSharedPointer<ICommand>>& forgotten =
+            *new QVector<QSharedPointer<ICommand>>;
+        auto parent = std::make_unique<QObject>();
+        for (const DAbstractCommand* prototype : prototypes(parent.get())) {
+            forgotten.append(prototype->createCommand({}));
+        }
+        takeCalls();
+        parent.reset();
+        QCOMPARE(takeCalls().filter("~DAbstractCommand").size(), 2 * forgotten.size());
     }
 
     void identity()

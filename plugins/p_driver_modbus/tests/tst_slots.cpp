@@ -1,10 +1,15 @@
+#include "d_cmd_drv_connect.h"
+#include "d_cmd_drv_device_info.h"
+#include "d_cmd_drv_listen.h"
 #include "d_cmd_drv_read.h"
+#include "d_cmd_drv_write.h"
 #include "p_driver_modbus.h"
 
 #include <plugin_management/d_abstract_worker.h>
 
 #include <QtTest>
 
+#include <array>
 #include <cstring>
 
 // The binary interface: which entry of its class's virtual table an operation stands in. By the
@@ -91,6 +96,37 @@ private slots:
             &C::setReply, &C::finishTheCommand, &C::sigCommandFinished);
     }
     // clang-format on
+
+    // Entry 4 of the table is the destructor that also frees the object.
+    void clearedPointerDeletes_data()
+    {
+        QTest::addColumn<DAbstractCommand*>("prototype");
+        QTest::newRow("connect") << static_cast<DAbstractCommand*>(new DCmdDrvConnect(this));
+        QTest::newRow("listen") << static_cast<DAbstractCommand*>(new DCmdDrvListen(this));
+        QTest::newRow("read") << static_cast<DAbstractCommand*>(new DCmdDrvRead(this));
+        QTest::newRow("write") << static_cast<DAbstractCommand*>(new DCmdDrvWrite(this));
+        QTest::newRow("information") << static_cast<DAbstractCommand*>(new DCmdDrvDeviceInfo(this));
+    }
+    void clearedPointerDeletes()
+    {
+        QFETCH(DAbstractCommand*, prototype);
+        static void (*deleteCommand)(void*) = nullptr;
+        static int deleted;
+        deleted = 0;
+        QSharedPointer<ICommand> made = prototype->createCommand({});
+        // The object's table with another entry 4: two words before it, 28 entries.
+        void**& table = *reinterpret_cast<void***>(dynamic_cast<DAbstractCommand*>(made.data()));
+        std::array<void*, 30> copy;
+        std::copy_n(table - 2, copy.size(), copy.begin());
+        deleteCommand = reinterpret_cast<void (*)(void*)>(copy[6]);
+        copy[6] = reinterpret_cast<void*>(+[](void* command) {
+            ++deleted;
+            deleteCommand(command);
+        });
+        table = copy.data() + 2;
+        made.clear();
+        QCOMPARE(deleted, 1);
+    }
 
     void order()
     {

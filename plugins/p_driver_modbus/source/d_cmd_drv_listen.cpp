@@ -1,12 +1,22 @@
 #include "d_cmd_drv_listen.h"
 
 #include "log_line.h"
-#include "modbus_utilities.h"
+#include "modbus_codec.h"
 
 namespace {
 
 constexpr int replyTimeoutMs = 2000;
 constexpr int defaultIntervalMs = 50;
+
+// The function code that reads a register type, 0 for any other text.
+int functionCodeOf(const QString& registerType)
+{
+    return registerType == QLatin1String("coilsRegister")   ? ReadCoils
+        : registerType == QLatin1String("inputStatus")      ? ReadDiscreteInputs
+        : registerType == QLatin1String("holdingRegisters") ? ReadHoldingRegisters
+        : registerType == QLatin1String("inputRegisters")   ? ReadInputRegisters
+                                                            : 0;
+}
 
 } // namespace
 
@@ -39,22 +49,24 @@ bool DCmdDrvListen::commandExecute()
     const auto number = [this](const QString& name) {
         return getParameterValue(name, QVariant()).toInt();
     };
-    const int functionCode = registerTypeToFunctionCode(
-        getParameterValue(QStringLiteral("registerType"), QVariant()).toString());
+    ParameterMap map;
+    map.insert(QStringLiteral("register"), number(QStringLiteral("register")));
+    map.insert(QStringLiteral("dataSize"), number(QStringLiteral("dataSize")));
+    map.insert(QStringLiteral("recurrent"), true);
+    // The interval is not declared, so it comes unchecked and is passed on as it is.
+    map.insert(QStringLiteral("recurrentInterval"),
+               getParameterValue(QStringLiteral("recurrentInterval"), defaultIntervalMs));
+    const QString registerType =
+        getParameterValue(QStringLiteral("registerType"), QVariant()).toString();
+    const int functionCode = functionCodeOf(registerType);
     if (functionCode < 1) {
         // Deliberate: no failure of this call. The order ends because it left no instruction.
         log_line::error(this, log_line::listenTypeUnknown);
         return true;
     }
-    // The interval is not declared, so it comes unchecked and is passed on as it is.
-    const ParameterMap map{
-        {QStringLiteral("dataSize"), number(QStringLiteral("dataSize"))},
-        {QStringLiteral("funcCode"), functionCode},
-        {QStringLiteral("recurrent"), true},
-        {QStringLiteral("recurrentInterval"),
-         getParameterValue(QStringLiteral("recurrentInterval"), defaultIntervalMs)},
-        {QStringLiteral("register"), number(QStringLiteral("register"))}};
-    addInstruction(QString(), readFunctionName(functionCode), map, replyTimeoutMs, ReplyDelegate());
+    map.insert(QStringLiteral("funcCode"), functionCode);
+    addInstruction(QString(), QStringLiteral("modbus_read_") + registerType, map, replyTimeoutMs,
+                   ReplyDelegate());
     return true;
 }
 

@@ -37,6 +37,8 @@ bool DCmdDrvRead::commandExecute()
     const auto number = [this](const QString& name) {
         return getParameterValue(name, QVariant()).toInt();
     };
+    const int address = number(QStringLiteral("register"));
+    const int quantity = number(QStringLiteral("dataSize"));
     const int functionCode = registerTypeToFunctionCode(
         getParameterValue(QStringLiteral("registerType"), QVariant()).toString());
     if (functionCode < 1) {
@@ -50,9 +52,9 @@ bool DCmdDrvRead::commandExecute()
                                    {QStringLiteral("register"), 0}};
     ParameterMap map = form;
     auto value = map.begin();
-    *value++ = number(QStringLiteral("dataSize"));
+    *value++ = quantity;
     *value++ = functionCode;
-    *value = number(QStringLiteral("register"));
+    *value = address;
     addInstruction(QString(), readFunctionName(functionCode), map, replyTimeoutMs, ReplyDelegate());
     return true;
 }

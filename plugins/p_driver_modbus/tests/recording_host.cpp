@@ -114,7 +114,7 @@ void DAbstractCommand::declareAParameter(Text name, Text tag, Text text, Value v
 void DAbstractCommand::declareAResult(Text name, Text tag, Text text, Value value)
 { record("result", {name, tag, text, value}); }
 QVariant DAbstractCommand::getParameterValue(Text name, Value value) const
-{ return m_parameters.value(name, value); }
+{ record("get", {name, value}); return m_parameters.value(name, value); }
 bool DAbstractCommand::stopTheInstruction(quint64 id) { record("stop", {id}); return answers.stop; }
 bool DAbstractCommand::commandUpdateResult(Text name, Value value)
 { record("update", {name, value}); return answers.update; }

@@ -2,11 +2,17 @@
 
 #include "log_line.h"
 
+#include <utilities/utilities.h>
+
 namespace {
 
 QString connectedKey() { return QStringLiteral("connected"); }
 
 QString disconnectedKey() { return QStringLiteral("disconnected"); }
+
+// Deliberate: a reply is rendered as it comes in and again when it has been dealt with, unless it
+// is passed over. The text goes nowhere; the calls are a hook for those who trace the utilities.
+void trace(const ParameterMap& reply) { convVariantMapToString(reply); }
 
 } // namespace
 
@@ -87,34 +93,46 @@ QSharedPointer<ICommand> DCmdDrvConnect::createCommand(const ParameterMap& param
 bool DCmdDrvConnect::takeConnectReply(unsigned long long /*instructionId*/,
                                       const ParameterMap& reply)
 {
+    trace(reply);
+    bool ok = false;
     const auto connected = reply.constFind(connectedKey());
+    const auto disconnected = reply.constFind(disconnectedKey());
     if (connected != reply.constEnd()) {
         const bool state = connected->toBool();
-        return (m_connected && state) || reportConnected(state);
-    }
-    const auto disconnected = reply.constFind(disconnectedKey());
-    if (disconnected != reply.constEnd()) {
+        if (m_connected && state) {
+            return true;
+        }
+        ok = reportConnected(state);
+    } else if (disconnected != reply.constEnd()) {
         const bool state = !disconnected->toBool();
-        return (!m_connected && !state) || reportConnected(state);
+        if (!m_connected && !state) {
+            return true;
+        }
+        ok = reportConnected(state);
+    } else {
+        log_line::error(this, log_line::badConnectReply);
     }
-    log_line::error(this, log_line::badConnectReply);
-    return false;
+    trace(reply);
+    return ok;
 }
 
 bool DCmdDrvConnect::takeDisconnectReply(unsigned long long /*instructionId*/,
                                          const ParameterMap& reply)
 {
+    trace(reply);
+    bool ok = false;
     const auto disconnected = reply.constFind(disconnectedKey());
-    if (disconnected == reply.constEnd()) {
+    if (disconnected != reply.constEnd()) {
+        const bool state = !disconnected->toBool();
+        if (state == m_connected) {
+            return true;
+        }
+        ok = reportConnected(state);
+        commandFinish(ok);
+    } else {
         log_line::error(this, log_line::badDisconnectReply);
-        return false;
     }
-    const bool state = !disconnected->toBool();
-    if (state == m_connected) {
-        return true;
-    }
-    bool ok = reportConnected(state);
-    commandFinish(ok);
+    trace(reply);
     return ok;
 }
 

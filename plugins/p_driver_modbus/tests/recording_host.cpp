@@ -3,6 +3,7 @@
 #include <plugin_management/d_abstract_command.h>
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_abstract_worker.h>
+#include <utilities/utilities.h>
 
 using namespace recording_host;
 
@@ -69,7 +70,7 @@ void QtSharedPointer::ExternalRefCountData::setQObjectShared(const QObject* obje
     record("tracked", {className(object)});
 }
 
-// From here on the kit's classes. What the module never calls does nothing.
+// From here on the kit's classes and the one of its functions that is written down as well. What the module never calls does nothing.
 // clang-format off
 using Text = const QString&;
 using Map = const ParameterMap&;
@@ -189,4 +190,6 @@ void DAbstractPlugin::initLocalDestination(ILocalWorker* worker)
     record("destination", {className(dynamic_cast<QObject*>(worker))});
     d->worker.reset(worker);
 }
+
+QString convVariantMapToString(Map map) { record("text", {map}); return show(map); }
 // clang-format on

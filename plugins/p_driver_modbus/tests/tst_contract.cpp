@@ -326,7 +326,7 @@ private slots:
         worker.cbReply(QByteArray::fromHex("aabb000000030091ff"));
         QCOMPARE(LogCatcher::take().join('\n').section(' ', 2),
                  "ERROR: !!!!!  EXCEPTION  !!!!! Reply = \"AA:BB:00:00:00:03:00:91:FF\" , "
-                 "request = \"{\\\"funcCode\\\": 17}\"");
+                 "request = \"{funcCode=17}\"");
     }
 };
 

@@ -273,6 +273,9 @@ ParameterMap DWorkerModbus::cbReply(const QByteArray& reply)
 DWorkerModbus::Rejection DWorkerModbus::checkHeader(const QByteArray& reply,
                                                     uint functionCode) const
 {
+    if (reply.size() < ReplyHeaderSize) {
+        return &log_line::headerBadLength;
+    }
     switch (modbus_check_reply_header(
         reinterpret_cast<const quint8*>(reply.constData()), static_cast<quint16>(reply.size()),
         static_cast<quint8>(m_unitId), static_cast<quint8>(functionCode))) {

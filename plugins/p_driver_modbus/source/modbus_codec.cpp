@@ -14,7 +14,6 @@ constexpr std::uint16_t transactionId = 0xAABB;
 constexpr std::uint16_t crcStart = 0xFFFF;
 constexpr std::uint16_t crcPolynomial = 0xA001;
 constexpr int maxSerialQuantity = 123;
-constexpr int minimumReply = 8;
 constexpr std::size_t serialDataOffset = 3;
 
 constexpr std::uint8_t highByte(std::uint16_t value)
@@ -255,9 +254,6 @@ std::uint8_t modbus_lrc(const std::uint8_t* bytes, std::uint16_t count)
 std::uint8_t modbus_check_reply_header(const std::uint8_t* frame, std::uint16_t length,
                                        std::uint8_t unitId, std::uint8_t functionCode)
 {
-    if (length < minimumReply) {
-        return ReplyHeaderBadLength;
-    }
     if (frame[UnitIdOffset] != unitId) {
         return ReplyHeaderOtherUnit;
     }

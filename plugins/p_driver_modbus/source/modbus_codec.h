@@ -31,8 +31,8 @@ enum FunctionCode : std::uint8_t {
     ReportServerId = 17,
 };
 
-/// What modbus_check_reply_header() answers: the first of these that applies, in the order 4 for a
-/// reply without a whole header, 1, 2, 3, 4.
+/// What modbus_check_reply_header() answers: the first of these that applies, in the order 1, 2,
+/// 3, 4.
 enum ReplyHeader : std::uint8_t {
     ReplyHeaderGood = 0,
     ReplyHeaderOtherUnit = 1, ///< nothing but the unit id has been looked at
@@ -47,6 +47,7 @@ enum MbapLayout : int {
     MbapHeaderSize = 6, ///< up to and with the length field
     UnitIdOffset = 6,
     FunctionCodeOffset = 7,
+    ReplyHeaderSize = 8, ///< up to and with the function code
     ByteCountOffset = 8,
     DataOffset = 9,
 };
@@ -85,7 +86,8 @@ std::uint16_t modbus_crc16(const std::uint8_t* bytes, std::uint16_t count);
 std::uint8_t modbus_lrc(const std::uint8_t* bytes, std::uint16_t count);
 
 /// Judges the header of a reply in TCP framing; see ReplyHeader. Transaction id, protocol id and
-/// the high byte of the MBAP length play no part.
+/// the high byte of the MBAP length play no part. The frame must hold ReplyHeaderSize bytes,
+/// whatever \a length says: its first bytes are read before that is looked at.
 std::uint8_t modbus_check_reply_header(const std::uint8_t* frame, std::uint16_t length,
                                        std::uint8_t unitId, std::uint8_t functionCode);
 /// True when the frame's checksum is right. TCP framing has none and is always right; an unknown

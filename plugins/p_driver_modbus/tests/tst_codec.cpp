@@ -49,12 +49,13 @@ quint32 judge(const QString& question, const QVector<Number>& n, const QByteArra
     // A block of exactly the frame's size, so that a sanitizer sees a read beyond its end.
     const std::vector<quint8> block(frame.begin(), frame.end());
     const auto size = static_cast<quint16>(block.size());
-    return question == "header" ? modbus_check_reply_header(block.data(), size, n[0], n[1])
-        : question == "frame"   ? modbus_check_frame(n[0], block.data(), size)
-        : question == "uint16"  ? modbus_reply_uint16(block.data(), n[0])
-        : question == "uint32"  ? modbus_reply_uint32(block.data(), n[0])
-        : question == "crc"     ? modbus_crc16(block.data(), size)
-                                : modbus_lrc(block.data(), size);
+    return question == "header"  ? modbus_check_reply_header(block.data(), size, n[0], n[1])
+        : question == "received" ? modbus_check_reply_header(block.data(), n[0], n[1], n[2])
+        : question == "frame"    ? modbus_check_frame(n[0], block.data(), size)
+        : question == "uint16"   ? modbus_reply_uint16(block.data(), n[0])
+        : question == "uint32"   ? modbus_reply_uint32(block.data(), n[0])
+        : question == "crc"      ? modbus_crc16(block.data(), size)
+                                 : modbus_lrc(block.data(), size);
 }
 
 QVector<Number> numbers(const QStringList& texts)

@@ -14,8 +14,8 @@ int LLVMFuzzerTestOneInput(const quint8* data, size_t size)
     const QByteArray rest = input.rest();
     const std::vector<quint8> frame(rest.begin(), rest.end());
     const auto length = static_cast<quint16>(frame.size());
-    const int header = modbus_check_reply_header(frame.data(), length, unit, function);
-    if (header > ReplyHeaderBadLength || (header == ReplyHeaderGood && length < 8)) {
+    if (length >= ReplyHeaderSize
+        && modbus_check_reply_header(frame.data(), length, unit, function) > ReplyHeaderBadLength) {
         qFatal("impossible header result");
     }
     modbus_check_frame(mode, frame.data(), length);

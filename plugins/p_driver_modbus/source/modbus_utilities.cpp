@@ -30,11 +30,19 @@ bool isPlainNumber(const QVariant& value)
     return type == QMetaType::Int || type == QMetaType::UInt;
 }
 
+// Any container whose elements Qt can walk, such as a QVector of numbers. toList() knows the usual
+// ones only, and costs less.
+QVariantList elementsOf(const QVariant& value)
+{
+    return value.userType() == QMetaType::QVariantList ? value.toList()
+                                                       : value.value<QVariantList>();
+}
+
 // Replaces the list when there is at least one element and all are numbers. The first that is none
 // ends the walk: the rest is never looked at.
 bool readList(const QVariant& value, quint16 defaultValue, RegisterValues& list)
 {
-    const QVariantList elements = value.toList();
+    const QVariantList elements = elementsOf(value);
     RegisterValues numbers;
     numbers.reserve(elements.size());
     bool ok = false;

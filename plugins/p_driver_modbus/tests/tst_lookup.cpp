@@ -69,6 +69,9 @@ private slots:
         QCOMPARE(int(variantToUInt16(QVariant(), 42, &ok)), 42);
         QVERIFY(!ok);
         QCOMPARE(int(variantToUInt16(QVariantList{1}, 42, nullptr)), 42);
+        const ParameterMap numbers = {{"data", QVariant::fromValue(QVector<quint16>{1, 65535})}};
+        QCOMPARE(text(dataParameter(77, numbers, nullptr, &ok)), "[1 65535]");
+        QVERIFY(ok);
     }
 
     void registerTypes()

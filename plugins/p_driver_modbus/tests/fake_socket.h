@@ -22,10 +22,12 @@ public:
     QByteArray input;
     QByteArray output;
     int room = 256; ///< at most so many bytes are taken; -1: an error
+    QString traffic; ///< "r" for reads, "w" for writes, in order; repetitions of one count once
 
 protected:
     qint64 readData(char* data, qint64 size) override
     {
+        note('r');
         const QByteArray part = input.left(static_cast<int>(size));
         input.remove(0, part.size());
         std::copy(part.begin(), part.end(), data);
@@ -33,8 +35,17 @@ protected:
     }
     qint64 writeData(const char* data, qint64 size) override
     {
+        note('w');
         const int taken = qMin(static_cast<int>(size), room);
         output.append(data, qMax(taken, 0));
         return taken;
+    }
+
+private:
+    void note(char what)
+    {
+        if (!traffic.endsWith(what)) {
+            traffic += what;
+        }
     }
 };

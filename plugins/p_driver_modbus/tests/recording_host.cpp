@@ -61,6 +61,7 @@ bool recording_host::callFunction(const QString& name, quint64 orderId,
                                   const ParameterMap& parameters)
 {
     ParameterMap result = {{"r", 1}};
+    resultMap = &result;
     return functions[name](orderId, parameters, result);
 }
 
@@ -70,7 +71,8 @@ void QtSharedPointer::ExternalRefCountData::setQObjectShared(const QObject* obje
     record("tracked", {className(object)});
 }
 
-// From here on the kit's classes and the one of its functions that is written down as well. What the module never calls does nothing.
+// From here on the kit's classes and the one of its functions that is written down as well. What
+// the module never calls does nothing.
 // clang-format off
 using Text = const QString&;
 using Map = const ParameterMap&;
@@ -138,7 +140,7 @@ void DAbstractWorker::setKeepAliveFunction(Text name, Map parameters, int interv
 unsigned long long DAbstractWorker::currentOrderId() const { return answers.currentOrderId; }
 ParameterMap DAbstractWorker::getCurrentOrderParameters() const { return answers.orderParameters; }
 void DAbstractWorker::setAsyncResult(unsigned long long id, ParameterMap& result)
-{ record("asynchronous", {id, result}); }
+{ record(&result == resultMap ? "asynchronous" : "asynchronous, another map", {id, result}); }
 
 class DAbstractPlugin::Private
 {
@@ -154,6 +156,9 @@ DAbstractPlugin::DAbstractPlugin(const QUuid& id, Text name, IPlugin::Type type,
 {
     record("DAbstractPlugin",
            {id, name, quint32(type), version, objectUuid, parent != nullptr, single});
+    connect(this, &DAbstractPlugin::sigCommandsInitDone,
+            [](const QUuid& uuid, const QStringList& names)
+            { record("announced", {uuid, names.join(' ')}); });
 }
 DAbstractPlugin::~DAbstractPlugin() = default;
 QUuid DAbstractPlugin::objectUuid() const { return d->objectUuid; }

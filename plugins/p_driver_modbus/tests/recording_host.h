@@ -13,7 +13,8 @@ namespace recording_host {
 /// 2] a list, {a=1 b=2} a map, - an invalid one; of other types the name is shown.
 QString show(const QVariant& value);
 
-/// Since the last time: one line per call, the operation and its arguments.
+/// Since the last time: one line per call, the operation and its arguments. A signal of the plug-in
+/// object is one as well.
 QStringList takeCalls();
 
 struct Answers
@@ -28,6 +29,7 @@ struct Answers
 };
 inline Answers answers;
 inline ReplyDelegate delegate; ///< of the last instruction
+inline const ParameterMap* resultMap = nullptr; ///< the only one for setAsyncResult() to be given
 
 /// Calls a function of the last worker, with the result map {r=1}.
 bool callFunction(const QString& name, quint64 orderId, const ParameterMap& parameters);

@@ -35,7 +35,8 @@ inline QStringList parts(const QString& cell)
     return cell.split(QRegularExpression(" *; *"), Qt::SkipEmptyParts);
 }
 
-/// A JSON value as a host passes it: whole numbers are int, {"texts": [...]} is a QStringList.
+/// A JSON value as a host passes it: whole numbers are int where they fit, {"texts": [...]} is a
+/// QStringList.
 inline QVariant fromJson(const QString& text)
 {
     const std::function<QVariant(const QVariant&)> adapt = [&](const QVariant& value) -> QVariant {
@@ -46,10 +47,11 @@ inline QVariant fromJson(const QString& text)
         }
         std::transform(map.begin(), map.end(), map.begin(), adapt);
         std::transform(list.begin(), list.end(), list.begin(), adapt);
-        return value.type() == QVariant::Map     ? map
-            : value.type() == QVariant::List     ? list
-            : value.type() == QVariant::LongLong ? value.toInt()
-                                                 : value;
+        return value.type() == QVariant::Map              ? map
+            : value.type() == QVariant::List              ? list
+            : value.type() != QVariant::LongLong          ? value
+            : value.toLongLong() == qint64{value.toInt()} ? value.toInt()
+                                                          : value;
     };
     const QByteArray document = "{\"value\":" + text.toUtf8() + '}';
     return adapt(QJsonDocument::fromJson(document).object().toVariantMap()["value"]);

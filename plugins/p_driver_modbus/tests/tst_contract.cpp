@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <optional>
 
 using recording_host::answers;
 using recording_host::callFunction;
@@ -36,12 +37,14 @@ class OpenWorker : public DWorkerModbus
 {
 public:
     OpenWorker() : DWorkerModbus("w") { m_socket = &socket; }
+    bool isConnected() const override { return answer.value_or(DWorkerModbus::isConnected()); }
     using DAbstractWorker::m_connectionSettings, DAbstractWorker::m_requestParameters;
     using DAbstractWorker::m_socket;
     using DWorkerModbus::cbReply, DWorkerModbus::sendRequest, DWorkerModbus::m_framingMode;
     using DWorkerModbus::m_requestBuffer, DWorkerModbus::m_requestLength, DWorkerModbus::m_unitId;
 
     FakeSocket socket;
+    std::optional<bool> answer; ///< to isConnected(), instead of the worker's own
 };
 
 template <typename Command>
@@ -183,24 +186,24 @@ private slots:
 
     void registration()
     {
-        const QUuid uuid = QUuid::createUuid();
-        PDriverModbus plugin(uuid);
-        plugin.setObjectName("pump");
-        QSignalSpy announced(&plugin, &DAbstractPlugin::sigCommandsInitDone);
+        const LogCatcher log;
+        auto plugin = std::make_unique<PDriverModbus>("{11111111-2222-3333-4444-555555555555}");
+        plugin->setObjectName("pump");
         takeCalls();
-        plugin.initPluginCommands();
-        QCOMPARE(announced.size(), 1);
-        QCOMPARE(announced[0][0].toUuid(), uuid);
-        QCOMPARE(announced[0][1].toStringList().join(' '),
-                 "connect listen read write deviceInformation");
-        QCOMPARE(takeCalls().filter(QRegularExpression("^(init|DAbs|command|destin)")).join('\n'),
+        plugin->initPluginCommands();
+        static const QRegularExpression which("^(init|DAbs|command|destin|announced)");
+        QCOMPARE(takeCalls().filter(which).join('\n'),
                  "initAbstractCommands\n"
                  "DAbstractCommand 'connect' 'disconnect' {}\ncommand 'DCmdDrvConnect' true\n"
                  "DAbstractCommand 'listen' 'stopListening' {}\ncommand 'DCmdDrvListen' true\n"
                  "DAbstractCommand 'read' {}\ncommand 'DCmdDrvRead' true\n"
                  "DAbstractCommand 'write' {}\ncommand 'DCmdDrvWrite' true\n"
                  "DAbstractCommand 'deviceInformation' {}\ncommand 'DCmdDrvDeviceInfo' true\n"
-                 "DAbstractWorker 'pump'\ndestination 'DWorkerModbus'");
+                 "DAbstractWorker 'pump'\ndestination 'DWorkerModbus'\n"
+                 "announced QUuid({11111111-2222-3333-4444-555555555555}) "
+                 "'connect listen read write deviceInformation'");
+        plugin.reset();
+        QCOMPARE(LogCatcher::take().join('\n'), "");
     }
 
     void newWorker()
@@ -229,6 +232,9 @@ private slots:
         }
         worker.m_socket = std::make_unique<FakeSocket>().get();
         QVERIFY(!worker.isConnected());
+        FakeSocket survivor;
+        std::make_unique<OpenWorker>()->m_socket = &survivor;
+        QVERIFY(survivor.isOpen() && survivor.state() == QAbstractSocket::ConnectedState);
     }
 
     void requests_data() { addRows(QFINDTESTDATA("tables/requests.txt")); }
@@ -260,12 +266,21 @@ private slots:
         worker.socket.input = "late bytes";
         worker.socket.room = given[2].toInt();
         worker.m_socket = given[0] == "-1" ? nullptr : &worker.socket;
+        if (given.size() > 3) {
+            worker.answer = given[3] == "yes";
+        }
         worker.m_requestLength = 77;
         const LogCatcher log(&worker);
         takeCalls();
         ParameterMap result = {{"a", 1}};
+        recording_host::resultMap = &result;
         const bool sent = worker.sendRequest(12, &length, result);
-        QCOMPARE(QString("%1 %2").arg(sent).arg(worker.m_requestLength), cells[1]);
+        QCOMPARE(QString("%1 %2 %3")
+                     .arg(sent)
+                     .arg(worker.m_requestLength)
+                     .arg(worker.socket.traffic)
+                     .trimmed(),
+                 cells[1]);
         QCOMPARE(worker.socket.output,
                  QByteArray(sent ? qMin(length, worker.socket.room) : 0, '\0'));
         QCOMPARE(worker.socket.input.isEmpty(), worker.m_requestLength != 77);
@@ -295,8 +310,8 @@ private slots:
         QFETCH(QStringList, cells);
         OpenWorker worker;
         const LogCatcher log(&worker);
-        answers.orderParameters = fromJson(cells[1]).toMap();
-        QVERIFY(callFunction("modbus_" + cells[0], 12, answers.orderParameters));
+        answers.orderParameters = fromJson(cells.value(4, cells[1])).toMap();
+        QVERIFY(callFunction("modbus_" + cells[0], 12, fromJson(cells[1]).toMap()));
         LogCatcher::take();
         const QByteArray frame = QByteArray::fromHex(cells[2].toLatin1());
         const QString result = show(worker.cbReply(frame));
@@ -314,14 +329,19 @@ private slots:
         }
     }
 
-    void replyWithoutSocket()
+    void repliesAfterTheConnection()
     {
         OpenWorker worker;
-        worker.m_connectionSettings = {{"httpPort", "8080"}};
+        const QByteArray information = QByteArray::fromHex("aabb0000000400110101");
         const LogCatcher log(&worker);
         QVERIFY(callFunction("modbus_device_information", 12, {}));
+        worker.m_connectionSettings = {{"httpPort", 0}};
+        worker.socket.setSocketState(QAbstractSocket::UnconnectedState);
+        QCOMPARE(show(worker.cbReply(information)),
+                 "{doneOk=true httpPort=0 info=x01 ipAdress='192.168.1.20'}");
+        worker.m_connectionSettings = {{"httpPort", "8080"}};
         worker.m_socket = std::make_unique<FakeSocket>().get();
-        QCOMPARE(show(worker.cbReply(QByteArray::fromHex("aabb0000000400110101"))),
+        QCOMPARE(show(worker.cbReply(information)),
                  "{doneOk=true httpPort=8080 info=x01 ipAdress=''}");
         worker.cbReply(QByteArray::fromHex("aabb000000030091ff"));
         QCOMPARE(LogCatcher::take().join('\n').section(' ', 2),

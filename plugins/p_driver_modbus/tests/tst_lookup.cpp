@@ -72,6 +72,9 @@ private slots:
         const ParameterMap numbers = {{"data", QVariant::fromValue(QVector<quint16>{1, 65535})}};
         QCOMPARE(text(dataParameter(77, numbers, nullptr, &ok)), "[1 65535]");
         QVERIFY(ok);
+        const ParameterMap nothing = {{"register", QVariant()}, {"start_address", 100}};
+        QCOMPARE(int(registerParameter(77, nothing, nullptr, &ok, 42)), 42);
+        QVERIFY(!ok);
     }
 
     void registerTypes()

@@ -43,7 +43,13 @@ DAbstractCommand::DAbstractCommand(const QString& name, const ParameterMap& para
 
 DAbstractCommand::~DAbstractCommand() = default;
 
-void DAbstractCommand::linkWithItsOrder(IOrder* order) { m_order = order; }
+void DAbstractCommand::linkWithItsOrder(IOrder* order)
+{
+    m_order = order;
+    if (parent() != nullptr) {
+        setParent(nullptr); // the order owns this command: a parent would delete it a second time
+    }
+}
 
 QString DAbstractCommand::commandName() const { return m_name; }
 

@@ -4,7 +4,7 @@
 // read after the other.
 //
 // Usage: fairness MODULE [ROUNDS]; it starts the devices, bench_device and device-simulator, from
-// its own folder.
+// its own folder. Two processors are enough, when no other work is done on them.
 
 #include "process_memory.h"
 
@@ -18,9 +18,6 @@
 #include <QProcess>
 #include <QThread>
 #include <QTimer>
-
-#include <sched.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -38,22 +35,17 @@ constexpr int afterFailureMs = 20;
 constexpr int warmUpMs = 300;
 constexpr int roundMs = 1000;
 constexpr int registers = 10;
-constexpr int leastPriority = 19;
 
-/// A device, in a process of its own.
-class Device
+/// Devices, in a process of their own.
+class Devices
 {
 public:
-    /// A \a polite one leaves the processor to the others, as if it had one of its own.
-    Device(const QString& program, const QStringList& arguments, bool polite = false)
+    Devices(const QString& program, const QStringList& arguments)
     {
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         m_process.start(QCoreApplication::applicationDirPath() + QLatin1Char('/') + program,
                         arguments);
         m_process.waitForReadyRead();
-        if (polite) {
-            giveWay(static_cast<pid_t>(m_process.processId()));
-        }
         m_port = m_process.readLine().trimmed().split(':').last().toUShort();
         if (m_port == 0) {
             std::fprintf(stderr, "fairness: no %s here; build it\n", qPrintable(program));
@@ -61,23 +53,16 @@ public:
         }
     }
 
-    ~Device()
+    ~Devices()
     {
         m_process.kill();
         m_process.waitForFinished();
     }
-    Q_DISABLE_COPY(Device)
+    Q_DISABLE_COPY(Devices)
 
     quint16 port() const { return m_port; }
 
 private:
-    static void giveWay(pid_t process)
-    {
-        const sched_param ordinary{};
-        ::sched_setscheduler(process, SCHED_OTHER, &ordinary); // should we ourselves be real-time
-        ::setpriority(PRIO_PROCESS, static_cast<id_t>(process), leastPriority);
-    }
-
     QProcess m_process;
     quint16 m_port = 0;
 };
@@ -161,10 +146,12 @@ private:
 class Insister : public Asker
 {
 public:
-    Insister(DAbstractPlugin* root, quint16 port) : Asker(root, port)
+    /// \a floods counts what it has brought about: a flood follows each reply.
+    Insister(DAbstractPlugin* root, quint16 port, int& floods) : Asker(root, port)
     {
-        connect(orders(), &DOrders::sigOrderFinished, this, [this](const DOrder& order) {
+        connect(orders(), &DOrders::sigOrderFinished, this, [this, &floods](const DOrder& order) {
             const bool failed = order.state != DOrder::State::Done;
+            floods += failed ? 0 : 1;
             QTimer::singleShot(failed ? afterFailureMs : 0, this, [this] { read(); });
         });
         for (int i = 0; i < ordersToFlooder; ++i) {
@@ -184,15 +171,11 @@ class Measurement
 {
 public:
     Measurement(DAbstractPlugin* root, int rounds)
-        : m_root(root), m_rounds(rounds), m_healthy(QStringLiteral("bench_device"), {})
+        : m_root(root), m_rounds(rounds), m_healthy(QStringLiteral("bench_device"), {}),
+          m_flooding(QStringLiteral("device-simulator"),
+                     {QStringLiteral("--port=0"), QStringLiteral("--quiet"),
+                      QStringLiteral("--misbehave=flood"), QStringLiteral("--every=1")})
     {
-        for (int i = 0; i < floodingDevices; ++i) {
-            m_flooding.push_back(std::make_unique<Device>(
-                QStringLiteral("device-simulator"),
-                QStringList{QStringLiteral("--port=0"), QStringLiteral("--quiet"),
-                            QStringLiteral("--misbehave=flood"), QStringLiteral("--every=1")},
-                true));
-        }
     }
 
     /// By turns, so that what disturbs the machine disturbs both.
@@ -200,14 +183,15 @@ public:
     {
         std::vector<double> without;
         std::vector<double> with;
+        m_floods = 0;
         for (int i = 0; i < m_rounds; ++i) {
             without.push_back(measure(pace, false));
             with.push_back(measure(pace, true));
         }
         const double times = median(with) / median(without);
-        std::printf("%s: 99 %% of the round trips within %.0f us, beside flooding devices within "
-                    "%.0f us: %.2f times as long\n",
-                    what, median(without), median(with), times);
+        std::printf("%s: 99 %% of the round trips within %.0f us, beside %d floods within %.0f "
+                    "us: %.2f times as long\n",
+                    what, median(without), m_floods, median(with), times);
     }
 
 private:
@@ -219,8 +203,7 @@ private:
             askers.push_back(std::make_unique<Reader>(m_root, m_healthy.port(), pace, tookUs));
         }
         for (int i = 0; beside && i < floodingDevices; ++i) {
-            const quint16 port = m_flooding[static_cast<std::size_t>(i)]->port();
-            askers.push_back(std::make_unique<Insister>(m_root, port));
+            askers.push_back(std::make_unique<Insister>(m_root, m_flooding.port(), m_floods));
         }
         wait(warmUpMs);
         tookUs.clear();
@@ -242,8 +225,9 @@ private:
 
     DAbstractPlugin* m_root;
     int m_rounds;
-    Device m_healthy;
-    std::vector<std::unique_ptr<Device>> m_flooding;
+    int m_floods = 0;
+    Devices m_healthy;
+    Devices m_flooding; // one thread for all of them: more would only take the processor away
 };
 
 } // namespace

@@ -9,14 +9,15 @@
 ///
 /// A command is made per order by createCommand(), which gives it the parent of the command that it
 /// is called on, and runs once. It tells the host what it takes and gives by declareAParameter()
-/// and declareAResult() in its constructor, and does its work by addInstruction(). The order of the
-/// virtual operations is part of the binary interface: add none, move none.
+/// and declareAResult() in its constructor, and does its work by addInstruction(). It is touched on
+/// the thread of its plug-in object only. The order of the virtual operations is part of the binary
+/// interface: add none, move none.
 class HOST_PLUGIN_MANAGEMENT_EXPORT DAbstractCommand : public DObject, public ICommand
 {
     Q_OBJECT
 
 public:
-    /// A command that goes on until the order \a stopName stops it.
+    /// A command that goes on until it is stopped. \a stopName, not empty, is what users call that.
     DAbstractCommand(const QString& name, const QString& stopName, const ParameterMap& parameters,
                      QObject* parent);
     /// A command that ends by itself.
@@ -33,22 +34,32 @@ public:
     QString description() const override;
     QString fullDescription() const override;
     QList<Declaration> commandArguments() const override;
-    /// The check that every override runs first: true when the command may run.
+    /// The check that every override runs first: true when the command may run. An override then
+    /// adds its instructions. Parameters have been checked against the declarations by then, and
+    /// declared defaults filled in.
     bool commandExecute() override;
     /// Publishes each declared result that the reply holds. False for a rejected reply ("doneOk"
     /// false), which publishes nothing.
     bool setReply(quint64 instructionId, const ParameterMap& reply) override;
-    /// Stops all instructions and finishes the command with \a ok.
+    /// Stops all instructions and finishes the command with \a ok. An override may ask the device
+    /// for an end by a further instruction before it finishes; the order ends with that one.
     bool finishTheCommand(bool& ok) override;
 
 signals:
+    /// Sent once, when the command finishes.
     void sigCommandFinished(bool ok) override;
 
 protected:
-    /// Asks a worker to run one of its functions; returns the instruction's id, 0 when it cannot be
-    /// taken. The reply goes to \a reply, or to setReply() when that is empty, and never before
-    /// this call has returned. \a timeoutMs counts from the write of the request; 0 is the host's
-    /// own limit.
+    /// Asks the worker to run \a function; returns the instruction's id, from 1. 0 when it cannot
+    /// be taken: no such function, 1024 instructions wait already, a bad interval, a \a worker
+    /// other than "" (the object's own), a command without an order. The reason is then the order's
+    /// failure, should it fail.
+    ///
+    /// Each reply goes to \a reply, or to setReply() when that is empty, and never before this call
+    /// has returned. \a timeoutMs counts from the write of the request, for "connect" from each
+    /// attempt to connect; 0 is the host's own limit, 5000 ms. With "recurrent" true among the
+    /// \a parameters it repeats every "recurrentInterval" (1 to 86400000 ms) until it is stopped,
+    /// and gives a reply each time, good or bad.
     virtual quint64 addInstruction(const QString& worker, const QString& function,
                                    const ParameterMap& parameters, int timeoutMs,
                                    const ReplyDelegate& reply);
@@ -58,19 +69,28 @@ public:
     QList<Declaration> commandResults() const;
 
 protected:
+    /// What the command is for, one line for people.
     void setDescription(const QString& text);
+    /// Declares what an order may or must give; users see them in this order. \a typeTag says what
+    /// fits (see checkValue()): an order with another value is refused before the command is made.
+    /// An invalid default is none: driver-host then asks for the parameter, while DOrders starts an
+    /// order without it as well. Undeclared parameters pass.
     void declareAParameter(const QString& name, const QString& typeTag, const QString& description,
                            const QVariant& defaultValue);
+    /// Declares what the command publishes. \a typeTag and \a defaultValue are for people and
+    /// programs that ask; no value is checked against them.
     void declareAResult(const QString& name, const QString& typeTag, const QString& description,
                         const QVariant& defaultValue);
     /// The order's value for \a name, or \a defaultValue when the order has none.
     QVariant getParameterValue(const QString& name, const QVariant& defaultValue) const;
-    /// Ends a running instruction without a reply. False when it is not running.
+    /// Ends one of this order's instructions without a reply. False when it has ended already. A
+    /// request that is out is then still waited for, but its reply reaches nobody.
     bool stopTheInstruction(quint64 instructionId);
-    /// Publishes a declared result. False, and nothing is published, for any other name.
+    /// Publishes a value of a declared result, also one that it had before. False, and nothing is
+    /// published, for any other name or without an order.
     bool commandUpdateResult(const QString& name, const QVariant& value);
-    /// Completes the command. A second call changes nothing: \a ok comes back as the first call
-    /// left it. Returns \a ok.
+    /// Completes the command, well if \a ok. The order ends once its instructions have ended, too.
+    /// A second call changes nothing: \a ok comes back as the first call left it. Returns \a ok.
     bool commandFinish(bool& ok);
 
 private:

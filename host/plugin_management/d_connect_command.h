@@ -10,7 +10,8 @@ class HOST_PLUGIN_MANAGEMENT_EXPORT DConnectCommand : public DAbstractCommand
     Q_OBJECT
 
 public:
-    /// \a defaultPort is the protocol's own, 1 to 65535; without one each order must name its port.
+    /// \a parent owns it. \a defaultPort is the protocol's own, 1 to 65535; without one each order
+    /// must name its port.
     explicit DConnectCommand(QObject* parent, const QVariant& defaultPort = QVariant());
 
     QSharedPointer<ICommand> createCommand(const ParameterMap& parameters) const override;

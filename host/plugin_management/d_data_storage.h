@@ -3,7 +3,8 @@
 #include <plugin_management/d_object.h>
 #include <plugin_management/types.h>
 
-/// An object with named values of its own. It adds no virtual operation to QObject's.
+/// An object with named values of its own, to be used on its thread. It adds no virtual operation
+/// to QObject's.
 class HOST_PLUGIN_MANAGEMENT_EXPORT DDataStorage : public DObject
 {
     Q_OBJECT

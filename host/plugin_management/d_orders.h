@@ -10,8 +10,9 @@ class OrderShell;
 /// The orders of one plug-in object: starts them, carries instructions to the worker and replies
 /// back, and sees to it that every order ends exactly once.
 ///
-/// Nothing of an order is reported before start() has returned its id. Lives on the thread of its
-/// plug-in object.
+/// Nothing of an order is reported before start() has returned its id. A slot may start and stop
+/// orders, run an event loop, and destroy the plug-in object. Everything is called, and reported,
+/// on the thread of the plug-in object.
 class HOST_PLUGIN_MANAGEMENT_EXPORT DOrders : public DObject
 {
     Q_OBJECT
@@ -20,31 +21,39 @@ public:
     explicit DOrders(QObject* parent = nullptr);
     ~DOrders() override;
 
-    /// Starts an order and returns its id. 0 when it is refused (no such command, a parameter out
-    /// of its range); \a refusal, when given, then says what, why and what would do.
+    /// Starts an order of the command \a command (not of its stop name: that is stop()) and returns
+    /// its id, from 1. 0 when it is refused (no such command, a parameter out of its range, after
+    /// shutDown()): \a refusal, when given, then says what and why, and nothing is reported. An
+    /// order that its command or worker refuses has an id, and ends as failed.
     quint64 start(const QString& command, const ParameterMap& parameters,
                   QString* refusal = nullptr);
-    /// Stops a running order; it ends as stopped, at once or when its stop command is through.
-    /// False when it is not running.
+    /// Stops a running order; it ends as stopped, at once or when what its command asks of the
+    /// device for that has ended. False when it is not running; a second stop changes nothing.
     bool stop(quint64 orderId);
-    /// The running order with this id, null when there is none.
+    /// The running order with this id, null when there is none. Valid until the order ends.
     const DOrder* find(quint64 orderId) const;
+    /// How many orders have not ended.
     int runningCount() const;
-    /// Ends every order as stopped, without asking the device. Later start() calls are refused.
+    /// Ends every order as stopped, within this call and without asking the device. Later start()
+    /// calls are refused, until clear().
     void shutDown();
 
-    /// Makes a command available; the prototype must outlive its use here.
+    /// Makes a command available. What it declares is read now, and one createCommand() makes the
+    /// copy that its orders' commands come from; \a prototype itself is not kept.
     void addPrototype(const DAbstractCommand* prototype);
-    /// The worker that runs instructions. One that is no QObject cannot answer and is refused.
+    /// The worker that runs instructions; not owned, and may be destroyed before. One that does not
+    /// derive from DAbstractWorker is warned of, and not used.
     void setWorker(ILocalWorker* worker);
     /// Forgets prototypes and worker after a shutDown(), to be set up anew.
     void clear();
 
 signals:
+    /// A command has published a value, also one that the result had before.
     void sigOrderResult(quint64 orderId, const QString& name, const QVariant& value);
     /// A repetition failed, or a connection has trouble; the order goes on.
     void sigOrderTrouble(quint64 orderId, const OrderFailure& failure);
-    /// The order's end: the last that is heard of it.
+    /// The order's end, exactly once: the last that is heard of it. \a order lives as long as the
+    /// call.
     void sigOrderFinished(const DOrder& order);
 
 private:

@@ -21,14 +21,18 @@ enum class Reason {
 
 struct Result
 {
-    DAbstractPlugin* root = nullptr; ///< owned by the module; null on failure
+    /// Runs no orders, but makes objects that do by createInstance(). Owned by the module, which
+    /// stays loaded; null on failure.
+    DAbstractPlugin* root = nullptr;
     Reason reason = Reason::None;
     QString text; ///< on failure: what, why and what to do, one line
 
     explicit operator bool() const { return root != nullptr; }
 };
 
-/// Loads the module \a file. Its metadata are judged before any of its code runs.
+/// Loads the module \a file, a path. Its metadata are judged before any of its code runs, and all
+/// its symbols are resolved at once. The root object lives on the calling thread; loading the same
+/// file again gives the same one. A file that is made to deceive may crash the process.
 HOST_PLUGIN_MANAGEMENT_EXPORT Result load(const QString& file);
 
 } // namespace DPluginLoader

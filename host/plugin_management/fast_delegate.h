@@ -5,7 +5,9 @@
 #include <type_traits>
 
 /// Delegates: an object and one of its member functions, held by value without allocation and
-/// called like a function. A delegate does not own its object and does not notice its end.
+/// called like a function. A delegate does not own its object and does not notice its end: whoever
+/// binds one sees to it that the object outlives the last call. Called on the thread of who holds
+/// it.
 ///
 /// FastDelegate2 and FastDelegate3 are part of the binary interface: their names stand in the
 /// symbols of the operations that take them. Delegate is what they are made of.
@@ -34,6 +36,7 @@ public:
         m_call = &Delegate::template call<Owner>;
     }
 
+    /// True when nothing is bound.
     bool empty() const { return m_call == nullptr; }
     explicit operator bool() const { return !empty(); }
     void clear() { *this = Delegate(); }

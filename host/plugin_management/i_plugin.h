@@ -8,8 +8,9 @@
 #include <QUuid>
 #include <QtPlugin>
 
-/// What the host sees of a plug-in object. The order of the operations is part of the binary
-/// interface: add none, move none.
+/// What the host sees of a plug-in object. Called on the thread of the object, but for
+/// createInstance(): that is called on the thread where the new object shall live. The order of the
+/// operations is part of the binary interface: add none, move none.
 class HOST_PLUGIN_MANAGEMENT_EXPORT IPlugin
 {
 public:
@@ -24,11 +25,13 @@ public:
     virtual QString getName() const = 0;
     /// The id of the plug-in, the same for all its objects.
     virtual QUuid pluginUuid() const = 0;
+    /// The plug-in's name for people.
     virtual QString pluginName() const = 0;
     /// The version as versionFromString() packs it.
     virtual unsigned long long pluginVersion() const = 0;
+    /// What the plug-in is; TypeDriver of a driver module.
     virtual Type pluginType() const = 0;
-    /// Ids of other plug-ins that this one can stand in for.
+    /// Ids of the plug-ins that this one can stand in for, its own among them.
     virtual QList<QUuid> compatiblePlugins() const = 0;
     /// The same as text, ids separated by ';'.
     virtual QString compatibilityString() const = 0;
@@ -38,8 +41,9 @@ public:
     virtual QVariant getProperty(const QString& name, const QVariant& defaultValue) const = 0;
     /// Replaces the host-wide configuration that this object sees.
     virtual void setMainConfig(const ParameterMap& config) = 0;
+    /// A value of it, or \a defaultValue when it has none.
     virtual QVariant getInMainConfig(const QString& key, const QVariant& defaultValue) const = 0;
-    /// A value of this object's own configuration.
+    /// A value of this object's own configuration, or \a defaultValue when it has none.
     virtual QVariant getInPluginConfig(const QString& key, const QVariant& defaultValue) const = 0;
     /// Name, plug-in and object id in one line for logs.
     virtual QString getDebugIdentification() const = 0;
@@ -50,10 +54,13 @@ public:
     /// The names of the declared commands in order of declaration, with \a withStopNames each one's
     /// stop name after it.
     virtual QStringList getFunctions(bool withStopNames) const = 0;
+    /// The description of a command; empty for an unknown one.
     virtual QString getFunctionDescription(const QString& name) const = 0;
     /// The declared parameters of a command in order; empty for an unknown one.
     virtual QList<Declaration> getCommandParameters(const QString& name) const = 0;
+    /// The host-wide configuration as this object sees it.
     virtual ParameterMap getMainConfig() const = 0;
+    /// Sets one value of a configuration. Kept in memory; who made the object keeps it for longer.
     virtual void setInPluginConfig(const QString& key, const QVariant& value) = 0;
     virtual void setInMainConfig(const QString& key, const QVariant& value) = 0;
 };

@@ -6,6 +6,8 @@
 #include <QList>
 #include <QString>
 
+// Functions without state: call them on any thread.
+
 /// The longest time from one repetition to the next, one day.
 constexpr int longestIntervalMs = 24 * 60 * 60 * 1000;
 
@@ -28,13 +30,14 @@ HOST_PLUGIN_MANAGEMENT_EXPORT QVariant readNumber(const QString& text);
 ///
 /// Whatever the tag, each number in the value, however deep, must be a whole one of 32 bits, so
 /// that no module bends it; so must a text of digits unless the tag is "strg", as modules read
-/// numbers from those. False, with the reason in \a misfit, when it does not fit.
+/// numbers from those. False when it does not fit, with the reason in \a misfit, which may be null.
 HOST_PLUGIN_MANAGEMENT_EXPORT bool checkValue(const QString& typeTag, QVariant& value,
                                               Misfit* misfit);
 
 /// Fills declared defaults into \a parameters and checks what is declared. Undeclared parameters
 /// pass, with whole numbers of 32 bits in them; of them, "recurrentInterval" is the host's own and
-/// must be 1 to longestIntervalMs. False, with a text that names parameter, place, value and range,
-/// for the first value that does not fit.
+/// must be 1 to longestIntervalMs (ms). False, with a text that names parameter, place, value and
+/// range in \a error, which may be null, for the first value that does not fit. A declared
+/// parameter that has no default may be missing.
 HOST_PLUGIN_MANAGEMENT_EXPORT bool checkParameters(const QList<Declaration>& declarations,
                                                    ParameterMap& parameters, QString* error);

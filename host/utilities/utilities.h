@@ -8,6 +8,8 @@
 #include <QString>
 #include <QVariant>
 
+// Functions without state: call them on any thread.
+
 /// A version as one number that sorts as versions do: up to four fields of 16 bits each, the first
 /// in the top bits, missing fields 0 ("1.0" is 0x0001000000000000).
 ///
@@ -21,10 +23,11 @@ HOST_UTILITIES_EXPORT unsigned long long versionFromString(const QString& text, 
 /// a value with no text form shows as its type name in angle brackets.
 HOST_UTILITIES_EXPORT QString convVariantMapToString(const QMap<QString, QVariant>& map);
 
-/// Big-endian 16-bit words as a list of unsigned numbers (0 to 65535). Of an odd number of bytes
+/// Big-endian 16-bit words, as Modbus sends registers (Modbus Application Protocol V1.1b3, section
+/// 4.2), as a list of unsigned numbers (0 to 65535). Of an odd number of bytes
 /// the last one becomes a value of its own (0 to 255), so a one-byte answer stays readable.
 HOST_UTILITIES_EXPORT QList<QVariant>
 convUInt16BigEndianByteArrayToVariantList(const QByteArray& bytes);
 
-/// The local date and time for a log line: "2024-03-09 17:05:42.031".
+/// The local date and time, to the millisecond, for a log line: "2024-03-09 17:05:42.031".
 HOST_UTILITIES_EXPORT QString getDate();

@@ -27,6 +27,8 @@ set(SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefine
 if(SANITIZE)
     add_compile_options(-fsanitize=${SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${SANITIZE})
+    # Qt's assertions and the kit's own, which else only a Debug build has.
+    add_compile_definitions(QT_FORCE_ASSERTS)
 endif()
 
 # Our own targets ask for this; generated code and other people's headers stay out of it.

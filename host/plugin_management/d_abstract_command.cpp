@@ -1,6 +1,7 @@
 #include <plugin_management/d_abstract_command.h>
 
 #include <plugin_management/i_order.h>
+#include <plugin_management/thread_rule.h>
 #include <runtime/engine/map_lookup.h>
 
 #include <algorithm>
@@ -101,6 +102,7 @@ bool DAbstractCommand::setReply(quint64 instructionId, const ParameterMap& reply
 
 bool DAbstractCommand::finishTheCommand(bool& ok)
 {
+    assertOwnThread(*this, "DAbstractCommand::finishTheCommand()");
     if (m_order != nullptr) {
         m_order->stopAllInstructions();
     }
@@ -111,6 +113,7 @@ quint64 DAbstractCommand::addInstruction(const QString& worker, const QString& f
                                          const ParameterMap& parameters, int timeoutMs,
                                          const ReplyDelegate& reply)
 {
+    assertOwnThread(*this, "DAbstractCommand::addInstruction()");
     if (m_order == nullptr) {
         return 0;
     }
@@ -142,11 +145,13 @@ QVariant DAbstractCommand::getParameterValue(const QString& name,
 
 bool DAbstractCommand::stopTheInstruction(quint64 instructionId)
 {
+    assertOwnThread(*this, "DAbstractCommand::stopTheInstruction()");
     return m_order != nullptr && m_order->stopInstruction(instructionId);
 }
 
 bool DAbstractCommand::commandUpdateResult(const QString& name, const QVariant& value)
 {
+    assertOwnThread(*this, "DAbstractCommand::commandUpdateResult()");
     const bool declared = std::any_of(m_results.cbegin(), m_results.cend(),
                                       [&](const Declaration& d) { return d.name == name; });
     if (!declared || m_order == nullptr) {
@@ -158,6 +163,7 @@ bool DAbstractCommand::commandUpdateResult(const QString& name, const QVariant& 
 
 bool DAbstractCommand::commandFinish(bool& ok)
 {
+    assertOwnThread(*this, "DAbstractCommand::commandFinish()");
     if (m_finished) {
         ok = m_finishedOk;
         return ok;

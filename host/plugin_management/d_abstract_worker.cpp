@@ -1,5 +1,6 @@
 #include <plugin_management/d_abstract_worker.h>
 
+#include <plugin_management/thread_rule.h>
 #include <runtime/shell/worker_shell.h>
 
 DAbstractWorker::DAbstractWorker(const QString& name) : m_shell(new WorkerShell(*this))
@@ -15,10 +16,15 @@ DAbstractWorker::~DAbstractWorker() { m_shell->leave(); }
 bool DAbstractWorker::sltStartOrder(quint64 orderId, const QString& function,
                                     const ParameterMap& parameters, int timeoutMs, QString& refusal)
 {
+    assertOwnThread(*this, "DAbstractWorker::sltStartOrder()");
     return m_shell->start(orderId, function, parameters, timeoutMs, refusal);
 }
 
-bool DAbstractWorker::sltStopOrder(quint64 orderId) { return m_shell->stop(orderId); }
+bool DAbstractWorker::sltStopOrder(quint64 orderId)
+{
+    assertOwnThread(*this, "DAbstractWorker::sltStopOrder()");
+    return m_shell->stop(orderId);
+}
 
 bool DAbstractWorker::isConnected() const
 {
@@ -45,9 +51,17 @@ ParameterMap DAbstractWorker::cbReply(const QByteArray& reply)
     return {{QStringLiteral("doneOk"), true}, {QStringLiteral("values"), reply}};
 }
 
-WorkerStatistics DAbstractWorker::statistics() const { return m_shell->engine().statistics(); }
+WorkerStatistics DAbstractWorker::statistics() const
+{
+    assertOwnThread(*this, "DAbstractWorker::statistics()");
+    return m_shell->engine().statistics();
+}
 
-void DAbstractWorker::setFrameTracer(const FrameTracer& tracer) { m_shell->setTracer(tracer); }
+void DAbstractWorker::setFrameTracer(const FrameTracer& tracer)
+{
+    assertOwnThread(*this, "DAbstractWorker::setFrameTracer()");
+    m_shell->setTracer(tracer);
+}
 
 void DAbstractWorker::declareFunction(const QString& name, const WorkerFunction& function)
 {
@@ -76,12 +90,14 @@ void DAbstractWorker::setAsyncResult(unsigned long long orderId, ParameterMap& r
 {
     Q_UNUSED(orderId)
     Q_UNUSED(result)
+    assertOwnThread(*this, "DAbstractWorker::setAsyncResult()");
     m_shell->engine().expectReply();
 }
 
 bool DAbstractWorker::writeRequest(unsigned long long orderId, const QByteArray& request,
                                    ParameterMap& result)
 {
+    assertOwnThread(*this, "DAbstractWorker::writeRequest()");
     if (!isConnected()) {
         return false;
     }

@@ -45,7 +45,7 @@ NOT_RUN = {  # commands that begin so, and who runs them
                "and packs the tree, and ./test builds it",
     r"\./bench/run": "it takes minutes, and measures",
     r"\./test": "it runs this",
-    r"driver-host --plugin build/": "tests/install_kit.sh and driver_host.sample_module load them",
+    r"driver-host --plugin build/module/": "tests/install_kit.sh loads it",
 }
 OURS = re.compile(r"^(driver-host|device-simulator|cmake|\./\w+|(build|examples)/\S+) \S", re.M)
 PORT = re.compile(r'(?:--port |-p |127\.0\.0\.1:|"port":)(\d{4,5})\b')
@@ -108,6 +108,7 @@ class Project:
         (place / "run").symlink_to(PROGRAMS / "driver-host")
         (place / "build").mkdir()
         (place / "build" / "release").symlink_to(PROGRAMS.parent)
+        (place / "build" / "sample").symlink_to(PROGRAMS.parent / "examples" / "sample_module")
         for each in (ROOT / "examples").rglob("*.*"):
             copy = place / each.relative_to(ROOT)
             copy.parent.mkdir(parents=True, exist_ok=True)

@@ -1,5 +1,6 @@
 // A driver for devices that are asked line by line: "GET level 3\n" is answered by "level 20.5\n",
 // the mean of three measurements, or by "level !1\n" when the device measures no level.
+// sample_device.py is such a device.
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_abstract_worker.h>
@@ -42,6 +43,53 @@ private:
     QByteArray m_name; ///< asked for last
 };
 
+/// "watch": measures a value again and again, until it is what is waited for, or "stopWatching".
+class WatchCommand : public DAbstractCommand
+{
+public:
+    explicit WatchCommand(QObject* parent, const ParameterMap& parameters = {})
+        : DAbstractCommand("watch", "stopWatching", parameters, parent)
+    {
+        setDescription("Measure a value again and again");
+        declareAParameter("name", "strg", "Which value, one word", {});
+        declareAParameter("until", "strg", "End when the device answers this", "");
+        declareAResult("value", "strg", "The value, as the device writes it", {});
+    }
+
+    QSharedPointer<ICommand> createCommand(const ParameterMap& parameters) const override
+    {
+        return QSharedPointer<ICommand>(new WatchCommand(parent(), parameters));
+    }
+
+    bool commandExecute() override
+    {
+        if (!DAbstractCommand::commandExecute()) {
+            return false;
+        }
+        const QVariant intervalMs = getParameterValue("recurrentInterval", 1000);
+        const ParameterMap map{{"name", getParameterValue("name", {})},
+                               {"times", 1},
+                               {"recurrent", true},
+                               {"recurrentInterval", intervalMs}};
+        const ReplyDelegate reply(this, &WatchCommand::handleReply);
+        m_instruction = addInstruction("", "get", map, 2000, reply);
+        return m_instruction != 0;
+    }
+
+private:
+    bool handleReply(unsigned long long instructionId, const ParameterMap& reply)
+    {
+        bool ok = setReply(instructionId, reply); // publishes "value"
+        if (ok && reply["value"] == getParameterValue("until", "")) {
+            stopTheInstruction(m_instruction);
+            commandFinish(ok);
+        }
+        return ok; // false: this measurement failed, which is told, and the next one comes
+    }
+
+    quint64 m_instruction = 0;
+};
+
 class SampleModule : public DAbstractPlugin
 {
     Q_OBJECT
@@ -63,6 +111,7 @@ public:
         declareInstructionCommand(new DConnectCommand(this, 4000));
         declareInstructionCommand(
             new DFunctionCommand({"get", "Measure a value", {name, times}, {value}, 2000}, this));
+        declareInstructionCommand(new WatchCommand(this));
         initLocalDestination(new SampleWorker(objectName()));
         emit sigCommandsInitDone(objectUuid(), commandNames());
     }

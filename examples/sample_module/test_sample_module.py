@@ -4,29 +4,18 @@ module declares. CTest passes the program and the module in the environment."""
 
 import json
 import os
+import pathlib
 import re
 import socket
-import socketserver
 import subprocess
 import threading
 import unittest
 
 from programs import PATIENCE, Program
+from sample_device import Server
 
 HOST = [os.environ["DRIVER_HOST"], "--plugin", os.environ["SAMPLE_MODULE"], "--no-color"]
 USAGE = "\ntry 'driver-host get --help'\n"
-ANSWERS = {b"level": b"level 20.5\n", b"outdoor_temperature": b"outdoor_temperature -4\n",
-           b"volume": b"level 20.5\n"}  # the last one answers another question
-
-
-class Device(socketserver.StreamRequestHandler):
-    def handle(self):
-        for line in self.rfile:
-            self.server.asked.append(line)
-            name = line.split()[1]
-            answer = ANSWERS.get(name, name + b" !1\n")
-            self.wfile.write(answer[:3])
-            self.wfile.write(answer[3:])
 
 
 def run(*arguments):
@@ -37,10 +26,8 @@ def run(*arguments):
 
 class SampleModule(unittest.TestCase):
     def setUp(self):
-        self.device = socketserver.ThreadingTCPServer(("127.0.0.1", 0), Device)
+        self.device = Server(0)
         self.addCleanup(self.device.server_close)
-        self.device.daemon_threads = True
-        self.device.asked = []
         self.endpoint = ["--host", "127.0.0.1", "--port", str(self.device.server_address[1])]
         threading.Thread(target=self.device.serve_forever, args=(0.01,)).start()
         self.addCleanup(self.device.shutdown)
@@ -49,16 +36,16 @@ class SampleModule(unittest.TestCase):
         info = json.loads(run("info", "--format", "json")[1])
         self.assertEqual(info["interface"], "fr.vexo.rd.box.SampleModule")
         self.assertEqual([(command["name"], command["stopName"]) for command in info["commands"]],
-                         [("connect", "disconnect"), ("get", "")])
+                         [("connect", "disconnect"), ("get", ""), ("watch", "stopWatching")])
 
     def test_page_shows_this_module(self):
-        page, module = (open(os.path.join(os.environ["PROJECT"], path), encoding="utf-8").read()
-                        for path in ("docs/host-kit.md",
-                                     "examples/sample_module/sample_module.cpp"))
-        pieces = re.findall(r"^```cpp\n(        .*?)^```", page, re.M | re.S)
-        self.assertGreater(len(pieces), 3)
+        folder = os.path.dirname(__file__)
+        page, module, host = (pathlib.Path(folder, name).read_text(encoding="utf-8") for name in (
+            "../../docs/host-kit.md", "sample_module.cpp", "sample_host.cpp"))
+        pieces = re.findall(r"^```cpp\n(.*?)^```", page, re.M | re.S)
+        self.assertGreater(len(pieces), 9)
         for piece in pieces:
-            self.assertIn(piece, module)
+            self.assertIn(piece, module + host)
 
     def test_help_shows_the_declared_options_and_no_others(self):
         output = run("get", "--help")[1]
@@ -84,6 +71,27 @@ class SampleModule(unittest.TestCase):
                 self.assertEqual([code, output, errors.partition(": ")[2]], wanted)
         self.assertEqual(b"".join(self.device.asked), b"GET level 1\nGET outdoor_temperature 16\n"
                                                       b"GET nothing 1\nGET volume 1\n")
+
+    def test_watch(self):
+        """A failed measurement does not end it."""
+        for arguments, *wanted in (
+                ("--name rising --interval 5 --until 3", 0, ["1", "3"],
+                 "watch failed: the device answered exception 1, no such name\n"),
+                ("--name rising --interval 5 --count 2", 0, ["4", "5"], "watch: 2 done, 0 f"),
+                ("--name rising --interval 0", 2, [], "--interval: '0' is not")):
+            with self.subTest(arguments):
+                code, output, errors = run("watch", *self.endpoint, *arguments.split(" "))
+                self.assertEqual([code, [line.split()[-1] for line in output.splitlines()]],
+                                 wanted[:2])
+                self.assertIn(wanted[2], errors)
+
+    def test_program_of_ones_own(self):
+        for name, *wanted in (("level", 0, "20.5\n"),
+                              ("rot", 1, "the device answered exception 1, no such name\n")):
+            done = subprocess.run(
+                [os.environ["SAMPLE_HOST"], HOST[2], *self.endpoint[1::2], name],
+                capture_output=True, encoding="utf-8", timeout=PATIENCE)
+            self.assertEqual([done.returncode, done.stdout], wanted, done.stderr)
 
     def test_no_device(self):
         with socket.socket() as deaf:

@@ -1,6 +1,7 @@
 #include "options.h"
 #include "simulator.h"
-#include "termination_signals.h"
+
+#include <common/signal_source.h>
 
 #include <QCoreApplication>
 
@@ -12,9 +13,8 @@ int main(int argc, char** argv)
         return exitCode;
     }
     const QCoreApplication application(argc, argv);
-    const TerminationSignals signalSource;
-    QObject::connect(&signalSource, &TerminationSignals::received, &application,
-                     &QCoreApplication::quit);
+    const SignalSource signalSource({SIGINT, SIGTERM});
+    QObject::connect(&signalSource, &SignalSource::arrived, &application, &QCoreApplication::quit);
     Simulator simulator(options);
     return simulator.start() ? QCoreApplication::exec() : 1;
 }

@@ -8,8 +8,9 @@
 #include "output/message_log.h"
 #include "run/run_session.h"
 #include "run/session.h"
-#include "run/signal_watcher.h"
+#include "terminal/live_terminal.h"
 
+#include <common/signal_source.h>
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_abstract_worker.h>
 
@@ -27,9 +28,8 @@ int showInfo(const ModuleDescription& module, Format format, Console& console)
 template <typename AnySession>
 int execute(AnySession& session, Console& console)
 {
-    SignalWatcher signalWatcher;
-    QObject::connect(&signalWatcher, &SignalWatcher::stopRequested, &session,
-                     &AnySession::interrupt);
+    const SignalSource signalSource({SIGINT, SIGTERM, SIGHUP}, LiveTerminal::restoreAtOnce);
+    QObject::connect(&signalSource, &SignalSource::arrived, &session, &AnySession::interrupt);
     QObject::connect(&console, &Console::outputClosed, &session, &AnySession::outputClosed);
     QObject::connect(&session, &AnySession::ended,
                      [](int exitCode) { QCoreApplication::exit(exitCode); });

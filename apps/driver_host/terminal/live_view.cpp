@@ -19,12 +19,7 @@ LiveView::LiveView(const Options& options, Console& console, QObject* parent)
 {
     m_timer.setSingleShot(true);
     connect(&m_timer, &QTimer::timeout, this, &LiveView::draw);
-    connect(&m_signals, &TerminalSignals::suspended, this, &LiveView::suspend);
-    connect(&m_signals, &TerminalSignals::resumed, this, &LiveView::resume);
-    connect(&m_signals, &TerminalSignals::resized, this, [this] {
-        LiveTerminal::touch();
-        redraw();
-    });
+    connect(&m_signals, &SignalSource::arrived, this, &LiveView::takeSignal);
     LiveTerminal::setWake(
         [this] { QMetaObject::invokeMethod(this, &LiveView::redraw, Qt::QueuedConnection); });
 }
@@ -88,6 +83,23 @@ void LiveView::draw()
     }
 }
 
+void LiveView::takeSignal(int signal)
+{
+    switch (signal) {
+    case SIGTSTP:
+        suspend();
+        break;
+    case SIGCONT: // perhaps after a stop that nobody asked for
+        LiveTerminal::forget();
+        redraw();
+        break;
+    default: // another size
+        LiveTerminal::touch();
+        redraw();
+    }
+}
+
+// SIGTSTP and not SIGSTOP, which would stop a program that no shell looks after for good.
 void LiveView::suspend()
 {
     LiveTerminal::touch();
@@ -95,12 +107,6 @@ void LiveView::suspend()
         draw();
     }
     LiveTerminal::leave();
-    TerminalSignals::stopProgram();
-    redraw();
-}
-
-void LiveView::resume()
-{
-    LiveTerminal::forget();
+    m_signals.raiseAsBefore(SIGTSTP);
     redraw();
 }

@@ -1,7 +1,8 @@
 #pragma once
 
 #include "terminal/live_picture.h"
-#include "terminal/terminal_signals.h"
+
+#include <common/signal_source.h>
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -44,14 +45,14 @@ private:
     void redraw();
     QStringList picture() const;
     void draw();
+    void takeSignal(int signal);
     void suspend();
-    void resume();
 
     Options m_options;
     Console& m_console;
     bool m_unicode;
     LiveValues m_values;
-    TerminalSignals m_signals;
+    SignalSource m_signals{{SIGTSTP, SIGCONT, SIGWINCH}};
     QTimer m_timer; ///< until the next drawing, when there is news
     QElapsedTimer m_sinceDrawn;
     bool m_hasNews = false; ///< there was some, ever: before, there is nothing to draw

@@ -30,7 +30,7 @@ ROOMS = {
     "plugins/p_driver_modbus/source/modbus_codec.h": [STANDARD],
     "plugins/p_driver_modbus/source": [KIT, QT, STANDARD],
     "apps/driver_host": [KIT, r"common/", QT, r"CLI/", STANDARD, SYSTEM],
-    "apps/common": [r"common/", QT, r"CLI/", STANDARD, SYSTEM],
+    "apps/common": [r"common/", r"plugin_management/parameter_check\.h$", QT, r"CLI/", STANDARD, SYSTEM],
     "apps/device_simulator": [r"common/", QT, r"CLI/", STANDARD, SYSTEM],
     "examples/sample_module": [KIT, QT, STANDARD],
 }

@@ -9,7 +9,7 @@ import subprocess
 import sys
 import unittest
 
-from programs import PATIENCE, Device, parse
+from programs import PATIENCE, Device, free_port, parse
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 HOST = os.environ["DRIVER_HOST"]
@@ -174,6 +174,26 @@ class LongRunning(EndToEnd):
                      " no-values wrong-length huge-length garbage garbage-text garbage-function"
                      " garbage-length exception-other-function exception-too-long",
     }
+
+    def test_numbers_of_the_simulator(self):
+        """They are what they are to driver-host, such as 010 ten and not eight."""
+        simulator = [os.environ["DEVICE_SIMULATOR"], "--quiet", "--port"]
+        port = free_port()
+        for text in f"0{port}", hex(port):
+            with self.subTest(text):
+                device = Device([*simulator, text, "--misbehave", "late", "--every", "08"])
+                self.addCleanup(device.close)
+                self.assertEqual(device.port, port)
+                device.end()
+        for option, text, wanted in (("--port", "65536", "0 to 65535"),
+                                     ("--seed", "-1", "0 to 2147483647"), ("--every", "1.5", "1 to "),
+                                     ("--delay", "4294967297", "0 to 3600000"),
+                                     ("--set", "coilsRegister:3=2", "0 to 1")):
+            with self.subTest(option=option, text=text):
+                done = execute([*simulator, "0", "--misbehave", "any", f"{option}={text}"])
+                self.assertEnded(done, 2)
+                given = text.rpartition("=")[2]
+                self.assertRegex(done.stderr, rf"{option}: .*'{given}' is not a number {wanted}")
 
     def test_misbehaviour_gives_no_wrong_value(self):
         for code, names in self.MISBEHAVIOURS.items():

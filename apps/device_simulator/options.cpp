@@ -2,6 +2,7 @@
 #include "register_text.h"
 
 #include <CLI/CLI.hpp>
+#include <common/number.h>
 #include <common/terminal_text.h>
 #include <common/tool_answers.h>
 
@@ -89,16 +90,16 @@ void declareMisbehaviour(CLI::App& app, RawOptions& raw)
             ->expected(1)
             ->option_text(kindNames("|"));
     app.add_option("--every", raw.details.every, "Spoil each N-th reply, with --misbehave")
-        ->check(CLI::Range(1, 1000000))
+        ->transform(numberIn({1, 1000000}))
         ->option_text(label("1..1000000", raw.details.every))
         ->needs(misbehave);
     app.add_option("--delay", raw.details.delayMs,
                    "How late a reply, or how long a reboot is, in milliseconds, with --misbehave")
-        ->check(CLI::Range(0, longestDelayMs))
+        ->transform(numberIn({0, longestDelayMs}))
         ->option_text(label("0..3600000", raw.details.delayMs))
         ->needs(misbehave);
     app.add_option("--seed", raw.details.seed, "Other draws for another number, with --misbehave")
-        ->check(CLI::Range(0, std::numeric_limits<int>::max()))
+        ->transform(numberIn({0, std::numeric_limits<int>::max()}))
         ->option_text(label("0..2147483647", raw.details.seed))
         ->needs(misbehave);
     app.footer("Misbehaviours:\n" + kindTexts("  ", NameWidth, ""));
@@ -113,7 +114,7 @@ void declare(CLI::App& app, RawOptions& raw)
         ->check(CLI::Validator(checkAddress, "ADDRESS"))
         ->option_text(label("ADDRESS", raw.address));
     app.add_option("--port", raw.port, "Port to listen on, 0 for any free one")
-        ->check(CLI::Range(0, 0xFFFF))
+        ->transform(numberIn({0, 0xFFFF}))
         ->option_text(label("0..65535", raw.port));
     app.add_option("--set", raw.presets,
                    "Register contents to begin with; TYPE is one of coilsRegister, inputStatus, "

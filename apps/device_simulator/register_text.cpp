@@ -1,5 +1,7 @@
 #include "register_text.h"
 
+#include <common/number.h>
+
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -42,26 +44,16 @@ const Table& tableOf(Unit::RegisterType type)
                          [type](const Table& table) { return table.type == type; });
 }
 
-std::optional<quint16> number(const QString& text, quint16 largest)
-{
-    // Base 0 would read "010" as octal 8, which nobody means in a list of register values.
-    const bool hex = text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive);
-    bool ok = false;
-    const quint16 value = text.toUShort(&ok, hex ? 16 : 10);
-    return ok && value <= largest ? std::optional(value) : std::nullopt;
-}
-
 std::optional<QVector<quint16>> numbers(const QString& text, quint16 largest, QString& error)
 {
     QVector<quint16> values;
     for (const QString& part : text.split(QLatin1Char(','))) {
-        const auto value = number(part, largest);
+        const auto value = parseNumber(part, {0, largest});
         if (!value) {
-            error =
-                QStringLiteral("value \"%1\" is not a number from 0 to %2").arg(part).arg(largest);
+            error = QStringLiteral("value ") + notInRange(part, {0, largest});
             return std::nullopt;
         }
-        values.append(*value);
+        values.append(quint16(*value));
     }
     return values;
 }
@@ -83,11 +75,9 @@ std::optional<Unit> RegisterText::parse(const QString& text, QString& error)
                     .arg(match.captured(1));
         return std::nullopt;
     }
-    const auto start = number(match.captured(2), LastRegister);
+    const auto start = parseNumber(match.captured(2), {0, LastRegister});
     if (!start) {
-        error = QStringLiteral("register \"%1\" is not a number from 0 to %2")
-                    .arg(match.captured(2))
-                    .arg(LastRegister);
+        error = QStringLiteral("register ") + notInRange(match.captured(2), {0, LastRegister});
         return std::nullopt;
     }
     const auto values = numbers(match.captured(3), table->largestValue, error);

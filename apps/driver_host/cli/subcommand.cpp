@@ -3,6 +3,7 @@
 #include "cli/value_parser.h"
 #include "output/value_text.h"
 
+#include <common/number.h>
 #include <plugin_management/parameter_check.h>
 
 #include <QRegularExpression>
@@ -101,7 +102,9 @@ Subcommand::Subcommand(CLI::App& root, const CommandDescription& command,
         addParameters(*connect, true);
     }
     if (connect != nullptr) {
-        m_app->add_option("--connect-limit", m_connectLimit, "Give up without a connection by then")
+        m_app
+            ->add_option("--connect-limit", m_connectLimitS, "Give up without a connection by then")
+            ->transform(numberIn({1, longestConnectS}))
             ->option_text("S, default 120")
             ->group(connectGroup);
     }
@@ -153,9 +156,12 @@ std::string Subcommand::freeNames(const QString& parameter)
 
 void Subcommand::addRepetition()
 {
-    m_app->add_option("--interval", m_interval, "Time from one repetition to the next")
+    m_app->add_option("--interval", m_intervalMs, "Time from one repetition to the next")
+        ->transform(numberIn({1, longestIntervalMs}))
         ->option_text("MS");
-    m_app->add_option("--count", m_count, "End after so many results")->option_text("N");
+    m_app->add_option("--count", m_count, "End after so many results")
+        ->transform(numberIn({1, std::numeric_limits<int>::max()}))
+        ->option_text("N");
     m_app->add_flag("--plain", m_plain, "On a terminal, too, each result on lines of its own");
 }
 
@@ -169,15 +175,15 @@ const Subcommand::ParameterOption* Subcommand::find(const QString& parameter) co
 
 QString Subcommand::fill(Request& request) const
 {
-    for (const auto step :
-         {&Subcommand::fillOptions, &Subcommand::fillParams, &Subcommand::fillRepetition,
-          &Subcommand::fillConnectLimit, &Subcommand::fillDefaults}) {
-        QString error = (this->*step)(request);
-        if (!error.isEmpty()) {
-            return error;
-        }
+    QString error = fillOptions(request);
+    if (error.isEmpty()) {
+        error = fillParams(request);
     }
-    return missing(request);
+    fillNumbers(request);
+    if (error.isEmpty()) {
+        error = fillDefaults(request);
+    }
+    return error.isEmpty() ? missing(request) : error;
 }
 
 QString Subcommand::fillOptions(Request& request) const
@@ -234,37 +240,14 @@ QString Subcommand::fillParam(const QString& given, Request& request) const
     return {};
 }
 
-QString Subcommand::fillRepetition(Request& request) const
+void Subcommand::fillNumbers(Request& request) const
 {
-    int interval = 0;
     request.plain = m_plain;
-    QString error = takesRepetition()
-        ? readCount("--interval", m_interval, longestIntervalMs, interval)
-        : QString();
-    if (interval > 0) {
-        request.parameters.insert(QStringLiteral("recurrentInterval"), interval);
+    request.count = m_count;
+    request.connectLimitS = m_connectLimitS;
+    if (m_intervalMs > 0) {
+        request.parameters.insert(QStringLiteral("recurrentInterval"), m_intervalMs);
     }
-    if (takesRepetition() && error.isEmpty()) {
-        error = readCount("--count", m_count, std::numeric_limits<int>::max(), request.count);
-    }
-    return error;
-}
-
-QString Subcommand::fillConnectLimit(Request& request) const
-{
-    constexpr const char* name = "--connect-limit";
-    return m_app->get_option_no_throw(name) == nullptr
-        ? QString()
-        : readCount(name, m_connectLimit, longestConnectS, request.connectLimitS);
-}
-
-QString Subcommand::readCount(const char* option, const std::string& given, int most,
-                              int& number) const
-{
-    const QString text = QString::fromStdString(given);
-    QString wanted;
-    const bool fits = m_app->count(option) == 0 || parseCount(text, {1, most}, number, &wanted);
-    return fits ? QString() : unfit(QLatin1String(option), text, wanted);
 }
 
 QString Subcommand::fillDefaults(Request& request) const

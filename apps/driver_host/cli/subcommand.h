@@ -63,9 +63,7 @@ private:
     QString fillOptions(Request& request) const;
     QString fillParams(Request& request) const;
     QString fillParam(const QString& given, Request& request) const;
-    QString fillRepetition(Request& request) const;
-    QString fillConnectLimit(Request& request) const;
-    QString readCount(const char* option, const std::string& given, int most, int& number) const;
+    void fillNumbers(Request& request) const;
     QString missing(const Request& request) const;
     QString fillDefaults(Request& request) const;
 
@@ -78,8 +76,8 @@ private:
         QStringLiteral("no-color"), QStringLiteral("connect-limit"), QStringLiteral("plain")};
     std::deque<ParameterOption> m_options; // a deque, as the parser keeps references into it
     std::vector<std::string> m_params;
-    std::string m_interval;
-    std::string m_count;
-    std::string m_connectLimit;
+    int m_intervalMs = 0; // 0: not given, as is the count
+    int m_count = 0;
+    int m_connectLimitS = Request().connectLimitS;
     bool m_plain = false;
 };

@@ -128,16 +128,3 @@ QVariant jsonVariant(const QJsonValue& value)
     return variant.userType() == QMetaType::LongLong ? numberVariant(variant.toLongLong())
                                                      : variant;
 }
-
-bool parseCount(const QString& text, CountRange range, int& number, QString* wanted)
-{
-    const QVariant parsed = readNumber(text);
-    const bool fits = parsed.userType() == QMetaType::Int && parsed.toInt() >= range.least
-        && parsed.toInt() <= range.most;
-    if (fits) {
-        number = parsed.toInt();
-    } else {
-        *wanted = QStringLiteral("a number %1 to %2").arg(range.least).arg(range.most);
-    }
-    return fits;
-}

@@ -17,12 +17,3 @@ bool parseValue(const QString& typeTag, const QString& text, QVariant& value, Mi
 /// A JSON value as a parameter's: whole numbers as int where one holds them, in lists and maps too;
 /// null as an invalid value. Which numbers may be given, checkValue() and checkParameters() say.
 QVariant jsonVariant(const QJsonValue& value);
-
-struct CountRange
-{
-    int least;
-    int most;
-};
-
-/// A whole number within \a range. False, with what would do in \a wanted, when it is none.
-bool parseCount(const QString& text, CountRange range, int& number, QString* wanted);

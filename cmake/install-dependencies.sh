@@ -8,7 +8,8 @@ exec 1>&2
 
 packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libmodbus-dev libcli11-dev
           pkg-config python3)
-tests=(iproute2 groff-base dpkg-dev file mosquitto mosquitto-clients python3-paho-mqtt openssl)
+tests=(iproute2 groff-base dpkg-dev file mosquitto mosquitto-clients python3-paho-mqtt python3-pyte
+       openssl)
 case "${1:-}" in
     --tests) packages+=("${tests[@]}") ;;
     --checks) packages+=("${tests[@]}" clang clang-tidy clang-format libclang-rt-14-dev libbenchmark-dev) ;;

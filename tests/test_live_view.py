@@ -15,6 +15,8 @@ import termios
 import threading
 import unittest
 
+import pyte
+
 from programs import PATIENCE, Device
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -22,7 +24,6 @@ HOST = os.environ["DRIVER_HOST"]
 RAW_DEVICE = [sys.executable, os.path.join(HERE, "devices", "raw_device.py")]
 LISTEN = ["--host", "127.0.0.1", "--register-type", "holdingRegisters", "--register", "100",
           "--data-size", "3", "--interval"]
-TOKEN = re.compile(r"\x1b\[(\??)([\d;]*)([A-Za-z])|(\x1b\[[\d;?]*$|\x1b$)|(.)", re.DOTALL)
 
 
 class Terminal:
@@ -30,8 +31,9 @@ class Terminal:
 
     def __init__(self, command, columns, rows=12, **environment):
         self.decoder = codecs.getincrementaldecoder("utf-8")()
-        self.lines, self.x, self.y, self.rest, self.all = [""], 0, 0, "", ""
-        self.wraps = self.cursor = True
+        self.screen = pyte.HistoryScreen(columns, rows, history=10000)
+        self.stream = pyte.Stream(self.screen)
+        self.all = ""
         self.process, self.file = pty.fork()
         if self.process == 0:
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
@@ -42,7 +44,7 @@ class Terminal:
         self.resize(columns, rows)
 
     def resize(self, columns, rows=12):
-        self.columns, self.rows = columns, rows
+        self.screen.resize(rows, columns)
         fcntl.ioctl(self.file, termios.TIOCSWINSZ, struct.pack("4H", rows, columns, 0, 0))
 
     def send(self, text):
@@ -80,42 +82,15 @@ class Terminal:
         except OSError:  # nobody has the terminal open any more
             return False
         self.all += text
-        text, self.rest = self.rest + text, ""
-        for question, numbers, letter, unfinished, character in TOKEN.findall(text):
-            self.rest = unfinished
-            if letter:
-                self.control(question + letter, numbers)
-            elif character:
-                self.put(character)
+        self.stream.feed(text)
         return True
 
-    def control(self, letter, numbers):
-        line = self.lines[self.y]
-        if letter == "A":
-            self.y = max(0, len(self.lines) - self.rows, self.y - int(numbers or 1))
-        elif letter == "B":
-            self.y = min(len(self.lines) - 1, self.y + int(numbers or 1))
-        elif letter in "KJ":
-            self.lines[self.y] = line[:self.x]
-            del self.lines[self.y + 1 if letter == "J" else len(self.lines):]
-        elif numbers == "7":
-            self.wraps = letter == "?h"
-        elif numbers == "25":
-            self.cursor = letter == "?h"
-
-    def put(self, character):
-        if character == "\r":
-            self.x = 0
-        elif character == "\n":
-            self.y += 1
-            self.lines += [""] * (self.y + 1 - len(self.lines))
-        elif character >= " ":
-            if self.x >= self.columns and self.wraps:
-                self.put("\r")
-                self.put("\n")
-            line = self.lines[self.y].ljust(self.x)
-            self.lines[self.y] = line[:self.x] + character + line[self.x + 1:]
-            self.x += 1
+    @property
+    def lines(self):
+        """What was shown and scrolled away, and what is shown, without blanks at the end."""
+        columns = range(self.screen.columns)
+        gone = ["".join(line[x].data for x in columns) for line in self.screen.history.top]
+        return "\n".join(line.rstrip() for line in gone + self.screen.display).rstrip("\n").split("\n")
 
 
 class LiveView(unittest.TestCase):
@@ -139,14 +114,16 @@ class LiveView(unittest.TestCase):
             self.assertRegex(line, pattern)
 
     def assertLeft(self, terminal):
-        self.assertTrue(terminal.cursor and terminal.wraps and terminal.has_echo())
+        self.assertFalse(terminal.screen.cursor.hidden)
+        self.assertIn(pyte.modes.DECAWM, terminal.screen.mode)
+        self.assertTrue(terminal.has_echo())
 
     def test_resized_and_interrupted(self):
         terminal = self.start(self.command(interval=3600000))  # what follows is no reading's doing
         terminal.wait(r"trend.*\b1 done, 0 failed")
         self.assertLines(terminal.lines, [r"last change +trend$", *(v + r" +▁+$" for v in
                                           self.VALUES), rf"^127.0.0.1:{self.device.port}, every 3600000 ms, "])
-        self.assertFalse(terminal.cursor or terminal.has_echo())
+        self.assertTrue(terminal.screen.cursor.hidden and not terminal.has_echo())
         terminal.resize(20)
         terminal.wait(r"value$.* 258$.*^connected, 0 failed$")
         self.assertLines(terminal.lines, ["value$", "258$", "772$", "1286$", "^connected, 0 failed$"])
@@ -184,7 +161,7 @@ class LiveView(unittest.TestCase):
         shell.send("fg\n")
         view = r"Stopped.*fg\n[^\n]*listen.*\d\n +register [^\n]*trend.*connected, .* done, 0 failed"
         shell.wait(view)
-        self.assertFalse(shell.cursor or shell.has_echo())
+        self.assertTrue(shell.screen.cursor.hidden and not shell.has_echo())
         shell.send("\x03")
         shell.wait(view + "\nlisten: ")
         shell.send("exit\n")

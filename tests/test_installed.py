@@ -103,22 +103,42 @@ class Installed(unittest.TestCase):
             places.update(top + name for name in files)
             self.assertEqual([place for place in places if not os.path.exists(place)], [])
 
-    def test_manual_names_every_option(self):
-        for program in "driver-host", "device-simulator":
-            page = f"{self.prefix}/share/man/man1/{program}.1"
-            shown = subprocess.run(["groff", "-man", "-ww", "-Tascii", "-P-cbou", page],
-                                   check=True, encoding="utf-8", capture_output=True)
-            self.assertEqual(shown.stderr, "")
-            path = f"{self.prefix}/bin/{program}"
-            commands = output(path, "--complete", "").split() if program == "driver-host" else []
-            for command in [[], *([name] for name in commands)]:
-                part = shown.stdout
-                if command: # its own section, and those that all refer to
-                    own = re.search(rf"\n   {command[0]}\n(.*?)\n(   )?\w", part, re.DOTALL)
-                    part = own.group(1) + part[:part.index("\nCOMMANDS")]
-                text = output(path, *command, "--help")
-                for option in re.findall(r"^ .*?(--[\w-]+)", text, re.MULTILINE):
-                    self.assertRegex(part, rf"(?m)^       .*{option}\b", command)
+    def manual(self, program):
+        """The paragraphs of each section and subsection, without any blanks."""
+        shown = subprocess.run(["groff", "-man", "-ww", "-Tascii", "-P-cbou",
+                                f"{self.prefix}/share/man/man1/{program}.1"],
+                               check=True, encoding="utf-8", capture_output=True)
+        self.assertEqual(shown.stderr, "")
+        parts = re.split(r"(?m)^(?:   )?(\S.*)\n", shown.stdout)
+        return {name: {"".join(text.split()) for text in part.split("\n\n")}
+                for name, part in zip(parts[1::2], parts[2::2])}
+
+    def help(self, program, *command):
+        """What it lists, such as options, likewise."""
+        text = output(f"{self.prefix}/bin/{program}", *command, "--help")
+        text = text.replace("ORDERS TEXT REQUIRED", "ORDERS")
+        return {"".join(entry.split()) for entry in
+                re.findall(r"(?m)^  (?:-|[a-z][\w-]*  |ORDERS).*(?:\n {9,}.*)*", text)}
+
+    def test_manual_says_what_help_says(self):
+        page = self.manual("device-simulator")
+        told = page["OPTIONS"] | page["MISBEHAVIOURS"]
+        self.assertEqual(told - {""}, self.help("device-simulator"))
+        page = self.manual("driver-host")
+        shared = set().union(*(page[name] for name in ("OPTIONS", "GLOBAL OPTIONS",
+                                                       "CONNECTION OPTIONS", "COMMANDS")))
+        listed = self.help("driver-host")
+        for command in output(self.host, "--complete", "").split():
+            about, *_ = [entry for entry in listed if entry.startswith(command)]
+            told = {command + text.rstrip(".") for text in page[command]}
+            with self.subTest(command):
+                own = {text for text in page[command] if text.startswith(("-", "ORDERS"))}
+                found = self.help("driver-host", command)
+                self.assertEqual(own - found, set(), "only in the page")
+                self.assertEqual(found - own - shared, set(), "only in the help")
+                self.assertIn(about, told)
+                listed |= found
+        self.assertEqual(shared - listed - {""}, set(), "only in the page")
 
     def test_completion_in_bash(self):
         keys = [("driver-host in", "info"), ("driver-host --format=j", "--format=json"),
@@ -169,7 +189,7 @@ class Installed(unittest.TestCase):
             self.assertEqual(paths, expected)
         depends = [output("dpkg-deb", "-f", glob.glob(f"{self.scratch}/{name}_*.deb")[0], "Depends")
                    for name in OF_DEBIAN]
-        self.assertRegex(depends[0], r"libqt5network5 \(>= 5\.15.*libqt5serialbus5")
+        self.assertRegex(depends[0], r"libqt5network5 \(>= 5\..*libqt5serialbus5")
         self.assertIn("modbus-driver (= 1.0.0)", depends[1])
 
 

@@ -1,18 +1,11 @@
 #include <common/tool_answers.h>
 
 #include <common/completion.h>
-#include <common/manual.h>
 
 std::optional<std::string> toolAnswer(const CLI::App& app,
                                       const std::vector<std::string>& arguments)
 {
-    if (arguments.empty()) {
-        return std::nullopt;
-    }
-    if (arguments.front() == "--manual") {
-        return manualSections(app);
-    }
-    if (arguments.front() != "--complete") {
+    if (arguments.empty() || arguments.front() != "--complete") {
         return std::nullopt;
     }
     std::string lines;

@@ -57,14 +57,13 @@ std::string checkKind(const std::string& text)
     return known ? std::string() : "\"" + text + "\" is not one of " + kindNames(", ");
 }
 
-// What follows each name in the help, and in the manual page.
-std::string kindTexts(const std::string& before, std::size_t width, const std::string& between)
+std::string kindTexts()
 {
-    std::string texts;
+    std::string texts = "Misbehaviours:\n";
     for (const MisbehaviourKind& kind : misbehaviourKinds) {
         std::string name = kind.name;
-        name.resize(std::max(name.size(), width), ' ');
-        texts.append(before).append(name).append(between).append(kind.text).append("\n");
+        name.resize(std::max(name.size(), NameWidth), ' ');
+        texts.append("  ").append(name).append(kind.text).append("\n");
     }
     return texts;
 }
@@ -102,7 +101,7 @@ void declareMisbehaviour(CLI::App& app, RawOptions& raw)
         ->transform(numberIn({0, std::numeric_limits<int>::max()}))
         ->option_text(label("0..2147483647", raw.details.seed))
         ->needs(misbehave);
-    app.footer("Misbehaviours:\n" + kindTexts("  ", NameWidth, ""));
+    app.footer(kindTexts());
 }
 
 void declare(CLI::App& app, RawOptions& raw)
@@ -137,26 +136,6 @@ int answer(const CLI::App& app, const CLI::ParseError& outcome)
     return UsageError;
 }
 
-std::string escapedHyphens(const std::string& text)
-{
-    std::string escaped;
-    for (const char c : text) {
-        escaped += c == '-' ? "\\-" : std::string(1, c);
-    }
-    return escaped;
-}
-
-// The manual page and words to complete, when one of them was asked for.
-std::optional<std::string> answerWithoutParsing(const CLI::App& app,
-                                                const std::vector<std::string>& arguments)
-{
-    std::optional<std::string> text = toolAnswer(app, arguments);
-    if (text && arguments.front() == "--manual") {
-        *text += ".SH MISBEHAVIOURS\n" + escapedHyphens(kindTexts(".TP\n.B ", 0, "\n"));
-    }
-    return text;
-}
-
 std::vector<const MisbehaviourKind*> chosenKinds(const std::vector<std::string>& names)
 {
     std::vector<const MisbehaviourKind*> kinds;
@@ -178,7 +157,7 @@ bool Options::parse(int argc, char** argv, int& exitCode)
     RawOptions raw;
     CLI::App app("A Modbus TCP device to try things on", "device-simulator");
     declare(app, raw);
-    if (const auto text = answerWithoutParsing(app, {argv + 1, argv + argc})) {
+    if (const auto text = toolAnswer(app, {argv + 1, argv + argc})) {
         std::fputs(text->c_str(), stdout);
         return false;
     }

@@ -169,7 +169,9 @@ quint64 OrderShell::start(const QString& command, const ParameterMap& parameters
     const Prototype* found = m_isClosed ? nullptr : prototype(command);
     ParameterMap checked = parameters;
     QString error;
-    if (found == nullptr) {
+    if (m_isClosed) {
+        error = QStringLiteral("the plug-in object was closed; make another one");
+    } else if (found == nullptr) {
         error = QStringLiteral("there is no command '%1'").arg(command);
     }
     if (found == nullptr || !checkParameters(found->arguments, checked, &error)) {

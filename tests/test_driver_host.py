@@ -195,6 +195,17 @@ class LongRunning(EndToEnd):
                 given = text.rpartition("=")[2]
                 self.assertRegex(done.stderr, rf"{option}: .*'{given}' is not a number {wanted}")
 
+    def test_wrong_usage_of_the_simulator(self):
+        for words, what in ((["--prot", "1"], "unknown option '--prot'"),
+                            (["more\x1b"], r"unexpected argument 'more\x1b'"),
+                            (["--port="], "--port needs a value"),
+                            (["--seed", "3"], "--seed requires --misbehave")):
+            with self.subTest(words=words):
+                done = execute([os.environ["DEVICE_SIMULATOR"], *words])
+                self.assertEnded(done, 2)
+                self.assertEqual(done.stderr, f"device-simulator: {what}\n"
+                                              "try 'device-simulator --help'\n")
+
     def test_misbehaviour_gives_no_wrong_value(self):
         for code, names in self.MISBEHAVIOURS.items():
             for name in names.split():

@@ -7,6 +7,7 @@
 
 int main(int argc, char** argv)
 {
+    QCoreApplication::setApplicationName(QStringLiteral("device-simulator"));
     Options options;
     int exitCode = 0;
     if (!options.parse(argc, argv, exitCode)) {

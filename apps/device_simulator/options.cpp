@@ -2,20 +2,20 @@
 #include "register_text.h"
 
 #include <CLI/CLI.hpp>
+#include <common/arguments.h>
+#include <common/failure.h>
 #include <common/number.h>
-#include <common/terminal_text.h>
-#include <common/tool_answers.h>
+#include <common/write_all.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <limits>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
 
-constexpr int UsageError = 2;
 constexpr const char* AnyKind = "any";
 constexpr std::size_t NameWidth = 26;
 
@@ -126,16 +126,6 @@ void declare(CLI::App& app, RawOptions& raw)
     app.add_flag("--quiet", raw.quiet, "Do not log clients and writes on standard error");
 }
 
-int answer(const CLI::App& app, const CLI::ParseError& outcome)
-{
-    if (outcome.get_exit_code() == 0) {
-        return app.exit(outcome);
-    }
-    const QString what = withoutControls(QString::fromUtf8(outcome.what()));
-    std::fprintf(stderr, "device-simulator: %s (see --help)\n", qUtf8Printable(what));
-    return UsageError;
-}
-
 std::vector<const MisbehaviourKind*> chosenKinds(const std::vector<std::string>& names)
 {
     std::vector<const MisbehaviourKind*> kinds;
@@ -157,14 +147,12 @@ bool Options::parse(int argc, char** argv, int& exitCode)
     RawOptions raw;
     CLI::App app("A Modbus TCP device to try things on", "device-simulator");
     declare(app, raw);
-    if (const auto text = toolAnswer(app, {argv + 1, argv + argc})) {
-        std::fputs(text->c_str(), stdout);
-        return false;
-    }
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& outcome) {
-        exitCode = answer(app, outcome);
+    if (const auto answer = parseArguments(app, {argv + 1, argv + argc})) {
+        writeAll(STDOUT_FILENO, answer->output.toUtf8());
+        for (const QString& line : answer->errors) {
+            writeErrorLine(line);
+        }
+        exitCode = answer->exitCode;
         return false;
     }
     address = QHostAddress(QString::fromStdString(raw.address));

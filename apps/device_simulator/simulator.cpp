@@ -2,6 +2,8 @@
 #include "demonstration_registers.h"
 #include "register_text.h"
 
+#include <common/failure.h>
+
 #include <QTcpSocket>
 
 #include <cstdio>
@@ -38,10 +40,7 @@ QString endpoint(const QHostAddress& address, quint16 port)
     return QStringLiteral("%1:%2").arg(host(address)).arg(port);
 }
 
-void log(const QString& line)
-{
-    std::fprintf(stderr, "device-simulator: %s\n", qUtf8Printable(line));
-}
+void log(const QString& line) { writeErrorLine(failureLine(line)); }
 
 } // namespace
 

@@ -10,6 +10,7 @@
 #include "run/session.h"
 #include "terminal/live_terminal.h"
 
+#include <common/failure.h>
 #include <common/signal_source.h>
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_abstract_worker.h>
@@ -53,7 +54,7 @@ int runOrders(const Module& module, const Request& request, Console& console)
     const int file = openOrders(request.orders, &error);
     if (file < 0) {
         console.error(
-            QStringLiteral("driver-host: cannot read '%1': %2").arg(request.orders, error));
+            failureLine(QStringLiteral("cannot read '%1': %2").arg(request.orders, error)));
         return ExitUsage;
     }
     RunSession session(file, module, request, console);
@@ -74,7 +75,7 @@ int answer(const CommandLine& line, const QString& moduleError, Console& console
 {
     console.write(line.output);
     if (line.output.isEmpty() && !moduleError.isEmpty()) {
-        console.error(QStringLiteral("driver-host: ") + moduleError);
+        console.error(failureLine(moduleError));
         return ExitNoModule;
     }
     for (const QString& error : line.errors) {
@@ -102,14 +103,14 @@ int run(const QStringList& arguments)
 
 int main(int argc, char* argv[])
 {
+    QCoreApplication::setApplicationName(QStringLiteral("driver-host"));
     openStandardFiles();
     const QString obstacle = tooFewDescriptors();
     if (!obstacle.isEmpty()) {
-        writeStandardError(QStringLiteral("driver-host: ") + obstacle);
+        writeErrorLine(failureLine(obstacle));
         return ExitUsage;
     }
     qputenv("QT_NO_GLIB", "1"); // an order costs a third less under Qt's own event loop
     QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("driver-host"));
     return run(QCoreApplication::arguments().mid(1));
 }

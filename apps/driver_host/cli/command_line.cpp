@@ -2,11 +2,7 @@
 
 #include "cli/module_description.h"
 #include "cli/subcommand.h"
-#include "exit_codes.h"
 
-#include <common/tool_answers.h>
-
-#include <algorithm>
 #include <array>
 #include <deque>
 #include <utility>
@@ -25,7 +21,6 @@ constexpr const char* runLines =
     "  counters:      {\"id\":\"s1\",\"device\":\"pump1\",\"statistics\":true}\n"
     "A device takes orders while its order 'connect' runs. 'driver-host info' lists "
     "parameters.\n\n";
-constexpr const char* needsOrders = "run needs ORDERS, a file or - for standard input";
 constexpr int helpColumn = 46;
 
 constexpr std::array<std::pair<const char*, Format>, 3> formats{{
@@ -33,15 +28,6 @@ constexpr std::array<std::pair<const char*, Format>, 3> formats{{
     {"json", Format::Json},
     {"csv", Format::Csv},
 }};
-
-// The parser's own words for an option without its value, or given twice, begin with its name.
-QString mismatch(const QString& what)
-{
-    const QString option = what.section(QLatin1Char(':'), 0, 0);
-    return what.endsWith(QLatin1String("missing"))
-        ? QStringLiteral("%1 needs a value").arg(option)
-        : QStringLiteral("%1 is given more than once").arg(option);
-}
 
 class Parser
 {
@@ -56,9 +42,6 @@ private:
     QString fillInfo(Request& request) const;
     QString fillRun(Request& request) const;
     QString fillGlobals(Request& request) const;
-    QString unexpected() const;
-    CommandLine usageError(const QString& what) const;
-    QString usedCommand() const;
 
     CLI::App m_app;
     GlobalOptions m_globals;
@@ -111,28 +94,12 @@ CommandLine Parser::parse(const QStringList& arguments)
     for (const QString& argument : arguments) {
         words.push_back(argument.toStdString());
     }
-    if (const auto answer = toolAnswer(m_app, words)) {
-        return {{}, ExitDone, QString::fromStdString(*answer), {}};
-    }
-    std::reverse(words.begin(), words.end()); // as the parser takes them
-    try {
-        m_app.parse(words);
-    } catch (const CLI::CallForHelp&) {
-        return {{}, ExitDone, QString::fromStdString(m_app.help()), {}};
-    } catch (const CLI::CallForVersion& answer) {
-        return {{}, ExitDone, QLatin1String(answer.what()) + QLatin1Char('\n'), {}};
-    } catch (const CLI::ExtrasError&) {
-        return usageError(unexpected());
-    } catch (const CLI::RequiredError&) { // no command; one that is unknown counts as none
-        return usageError(unexpected());
-    } catch (const CLI::ArgumentMismatch& error) {
-        return usageError(mismatch(QString::fromStdString(error.what())));
-    } catch (const CLI::ParseError& error) {
-        return usageError(QString::fromStdString(error.what()));
+    if (const auto answer = parseArguments(m_app, words)) {
+        return {*answer, {}};
     }
     Request request;
     const QString error = fill(request);
-    return error.isEmpty() ? CommandLine{request, ExitDone, {}, {}} : usageError(error);
+    return error.isEmpty() ? CommandLine{{}, request} : CommandLine{usageError(m_app, error), {}};
 }
 
 QString Parser::fill(Request& request) const
@@ -174,7 +141,9 @@ QString Parser::fillRun(Request& request) const
         return unfit(QStringLiteral("--format"), QString::fromStdString(m_globals.format),
                      QStringLiteral("json, the one that run has"));
     }
-    return request.orders.isEmpty() ? QLatin1String(needsOrders) : QString();
+    return request.orders.isEmpty() ? unfit(QStringLiteral("ORDERS"), QString(),
+                                            QStringLiteral("a file or - for standard input"))
+                                    : QString();
 }
 
 QString Parser::fillGlobals(Request& request) const
@@ -190,39 +159,6 @@ QString Parser::fillGlobals(Request& request) const
     }
     return unfit(QStringLiteral("--format"), QString::fromStdString(m_globals.format),
                  QStringLiteral("one of text, json, csv"));
-}
-
-QString Parser::unexpected() const
-{
-    const std::vector<std::string> left = m_app.remaining(true);
-    if (left.empty()) {
-        return usedCommand().isEmpty() ? QStringLiteral("no command given")
-                                       : QLatin1String(needsOrders);
-    }
-    const QString first = QString::fromStdString(left.front());
-    if (first.startsWith(QLatin1Char('-'))) {
-        return QStringLiteral("unknown option '%1'").arg(first);
-    }
-    return usedCommand().isEmpty() ? QStringLiteral("unknown command '%1'").arg(first)
-                                   : QStringLiteral("unexpected argument '%1'").arg(first);
-}
-
-CommandLine Parser::usageError(const QString& what) const
-{
-    const QString program = QLatin1String(programName);
-    const QString command = usedCommand();
-    const QString subject = command.isEmpty() ? program : program + QLatin1Char(' ') + command;
-    return {{},
-            ExitUsage,
-            {},
-            {QStringLiteral("%1: %2").arg(program, what),
-             QStringLiteral("try '%1 --help'").arg(subject)}};
-}
-
-QString Parser::usedCommand() const
-{
-    const auto used = m_app.get_subcommands();
-    return used.empty() ? QString() : QString::fromStdString(used.front()->get_name());
 }
 
 } // namespace

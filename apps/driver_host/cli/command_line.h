@@ -2,6 +2,7 @@
 
 #include "output/renderer.h"
 
+#include <common/arguments.h>
 #include <plugin_management/types.h>
 
 #include <QString>
@@ -29,12 +30,9 @@ struct Request
 };
 
 /// A request, or what to say instead of doing something.
-struct CommandLine
+struct CommandLine : Answer
 {
     std::optional<Request> request;
-    int exitCode = 0;
-    QString output; ///< an answer for standard output, such as a help text
-    QStringList errors; ///< what is wrong with the arguments, line by line
 };
 
 /// The last value of --plugin, empty when it is not there. It is looked up before all else, because

@@ -1,9 +1,10 @@
 #include "output/console.h"
 
-#include "output/write_all.h"
 #include "terminal/live_terminal.h"
 
+#include <common/failure.h>
 #include <common/terminal_text.h>
+#include <common/write_all.h>
 
 #include <atomic>
 #include <cerrno>
@@ -71,8 +72,8 @@ void Console::loseOutput()
     const bool readerHasGone = errno == EPIPE || (errno == EIO && m_isTerminal);
     m_lostOutput = !readerHasGone;
     if (m_lostOutput) {
-        error(QStringLiteral("driver-host: cannot write to standard output: %1")
-                  .arg(qt_error_string(errno)));
+        error(failureLine(
+            QStringLiteral("cannot write to standard output: %1").arg(qt_error_string(errno))));
     }
     closeOutput();
 }

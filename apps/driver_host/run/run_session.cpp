@@ -5,6 +5,8 @@
 #include "output/console.h"
 #include "output/message_log.h"
 
+#include <common/failure.h>
+
 namespace {
 
 constexpr int progressIntervalMs = 1000;
@@ -59,7 +61,7 @@ void RunSession::endInput(const QString& error)
 {
     m_inputFailed = !error.isEmpty();
     if (m_inputFailed) {
-        m_console.error(QStringLiteral("driver-host: cannot read on: %1").arg(error));
+        m_console.error(failureLine(QStringLiteral("cannot read on: %1").arg(error)));
     }
     m_runner.endInput();
 }

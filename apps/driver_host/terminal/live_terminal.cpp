@@ -1,6 +1,6 @@
 #include "terminal/live_terminal.h"
 
-#include "output/write_all.h"
+#include <common/write_all.h>
 
 #include <array>
 #include <csignal>

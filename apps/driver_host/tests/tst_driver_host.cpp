@@ -232,7 +232,7 @@ void TestDriverHost::arguments_data()
     bad("shout", "unknown command 'shout'");
     bad("--format xml info", "--format: 'xml' is not one of text, json, csv");
     bad("--quiet", "no command given");
-    bad("run", "run needs ORDERS, a file or - for standard input");
+    bad("run", "run needs ORDERS, the file to read, - for standard input");
     bad("--format text run -", "--format: 'text' is not json, the one that run has");
 }
 

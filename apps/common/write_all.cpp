@@ -1,4 +1,4 @@
-#include "output/write_all.h"
+#include <common/write_all.h>
 
 #include <cerrno>
 #include <poll.h>

@@ -91,6 +91,18 @@ class Installed(unittest.TestCase):
             found = output(self.host, "--complete", "--plugin", module, *words)
             self.assertEqual(found, expected)
 
+    def test_pages_point_to_what_is_installed(self):
+        top = self.prefix + "/share/doc/modbus-driver/"
+        pages = glob.glob(top + "docs/*.md")
+        self.assertEqual(len(pages), 3)
+        for page in pages:
+            with open(page, encoding="utf-8") as file:
+                text = file.read()
+            places = {top + "docs/" + link for link in re.findall(r"\]\(([\w./-]+)[)#]", text)}
+            files = re.findall(r"\b(?:apps|examples|host|tests)/[\w/-]+\.(?:cpp|h|py)\b", text)
+            places.update(top + name for name in files)
+            self.assertEqual([place for place in places if not os.path.exists(place)], [])
+
     def manual(self, program):
         """The paragraphs of each section and subsection, without any blanks."""
         shown = subprocess.run(["groff", "-man", "-ww", "-Tascii", "-P-cbou",

@@ -17,9 +17,6 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 
-# Calls into the libraries go straight through their table of addresses, not by way of a stub.
-add_compile_options(-fno-plt)
-
 option(WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 option(ENABLE_CLANG_TIDY "Run clang-tidy with the compiler" OFF)
 set(SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")
@@ -42,13 +39,5 @@ function(use_project_warnings target)
         QT_NO_URL_CAST_FROM_STRING QT_DEPRECATED_WARNINGS)
     if(ENABLE_CLANG_TIDY)
         set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY clang-tidy)
-    endif()
-endfunction()
-
-# Libraries that orders pass through. Optimized as a whole, less code lies between what they run, of
-# which the processor fetches every line anew for each order.
-function(optimize_as_a_whole)
-    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT SANITIZE)
-        set_target_properties(${ARGN} PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
     endif()
 endfunction()

@@ -73,10 +73,9 @@ inline constexpr Entry singleWriteMalformed{workerUnit, 513, malformedText};
 inline constexpr Entry singleWriteIncorrect{workerUnit, 527, incorrectText};
 inline constexpr Entry multipleWriteIncorrect{workerUnit, 538, incorrectText};
 
-/// A line for \a object, null for a free function, that ends in the entry's message. "cold" keeps
-/// what leads to one out of the way of orders that go well.
-[[gnu::cold]] QDebug error(const QObject* object, const Entry& entry);
+/// A line for \a object, null for a free function, that ends in the entry's message.
+QDebug error(const QObject* object, const Entry& entry);
 /// The same with "ERROR: OrderId =" and the id before the message.
-[[gnu::cold]] QDebug orderError(const QObject* object, const Entry& entry, quint64 orderId);
+QDebug orderError(const QObject* object, const Entry& entry, quint64 orderId);
 
 } // namespace log_line

@@ -49,36 +49,6 @@ constexpr std::uint16_t addToCrc(std::uint16_t crc, std::uint8_t byte)
     return static_cast<std::uint16_t>((crc >> 8) ^ crcTable[lowByte(crc) ^ byte]);
 }
 
-// What each byte of a body of this size adds to its CRC, whatever the others are: by its place,
-// then by its value. The start value of a CRC inverts the first two bytes.
-template <std::size_t size>
-constexpr std::array<CrcTable, size> makeCrcShares()
-{
-    static_assert(size >= 2);
-    std::array<CrcTable, size> shares{};
-    for (std::size_t value = 0; value < crcTable.size(); ++value) {
-        std::uint16_t share = crcTable[value];
-        for (std::size_t place = size; place-- > 0; share = addToCrc(share, 0)) {
-            shares[place][place < 2 ? value ^ 0xFF : value] = share;
-        }
-    }
-    return shares;
-}
-
-template <std::size_t size>
-constexpr std::array<CrcTable, size> crcShares = makeCrcShares<size>();
-
-// The CRC of the body of a request of fixed size, in which no step waits for the one before.
-template <std::size_t size>
-std::uint16_t crcOfBody(const std::uint8_t* body)
-{
-    std::uint16_t crc = 0;
-    for (std::size_t place = 0; place < size; ++place) {
-        crc ^= crcShares<size>[place][body[place]];
-    }
-    return crc;
-}
-
 void storeBigEndian(std::uint8_t* target, std::uint16_t value)
 {
     const std::uint16_t ordered = htobe16(value);
@@ -98,13 +68,12 @@ void writeMbapHeader(std::uint8_t* buffer, std::uint16_t length)
     storeBigEndian(buffer + MbapLengthOffset, length);
 }
 
-// Ends a request of every framing but TCP, on whose way it must not lie: the body is in the buffer.
-template <std::size_t size>
-[[gnu::noinline]] int endSerialFrame(int framingMode, std::uint8_t* buffer)
+// Ends a request of every framing but TCP: its body is in the buffer.
+int endSerialFrame(int framingMode, std::uint8_t* buffer, std::uint16_t size)
 {
     switch (framingMode) {
     case FRAMING_RTU:
-        storeCrc(buffer + size, crcOfBody<size>(buffer));
+        storeCrc(buffer + size, modbus_crc16(buffer, size));
         return size + 2;
     case FRAMING_LRC:
         buffer[size] = modbus_lrc(buffer, size);
@@ -128,7 +97,7 @@ int writeFrame(int framingMode, std::uint8_t* buffer, const Fill& fill)
         return MbapHeaderSize + size;
     }
     fill(buffer);
-    return endSerialFrame<size>(framingMode, buffer);
+    return endSerialFrame(framingMode, buffer, size);
 }
 
 // Unit id, function code, and two words.

@@ -54,7 +54,7 @@ QByteArray encoded(const QString& host)
 // Nothing can end a lookup, so who waited for its thread would wait with it.
 bool startDetached(void* (*run)(void*), void* argument)
 {
-    constexpr std::size_t stackSize = 256 * 1024;
+    constexpr std::size_t stackSize = 0x40000; // 256 kB
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -98,11 +98,12 @@ public:
     {
         const QMutexLocker lock(&m_mutex);
         if (!m_waiting.contains(name)) {
-            auto argument = std::make_unique<QByteArray>(name);
-            if (!startDetached(&Pending::run, argument.get())) {
+            // The thread's, which waits for the lock if it is through already.
+            auto* argument = new QByteArray(name);
+            if (!startDetached(&Pending::run, argument)) {
+                delete argument;
                 return false;
             }
-            argument.release(); // the thread's, which waits for the lock if it is through already
         }
         m_waiting[name].push_back(receiver);
         return true;

@@ -76,6 +76,7 @@ private:
 
 void OrderShell::leave()
 {
+    const Stay stay(this);
     shutDown();
     setWorker(nullptr);
     m_orders = nullptr;

@@ -30,20 +30,21 @@ Code codeFromName(const QString& name)
 
 } // namespace
 
-OrderFailure OrderFailure::usage(const QString& text)
+OrderFailure OrderFailure::of(Code code, const QString& text)
 {
     OrderFailure failure;
-    failure.code = Code::Usage;
+    failure.code = code;
     failure.text = text;
     return failure;
 }
 
+OrderFailure OrderFailure::usage(const QString& text) { return of(Code::Usage, text); }
+
 OrderFailure OrderFailure::exception(int code, const QString& name)
 {
-    OrderFailure failure;
-    failure.code = Code::DeviceException;
+    OrderFailure failure =
+        of(Code::DeviceException, QStringLiteral("the device answered exception %1").arg(code));
     failure.exceptionCode = code;
-    failure.text = QStringLiteral("the device answered exception %1").arg(code);
     failure.text += name.isEmpty() ? QString() : QStringLiteral(", ") + name;
     return failure;
 }

@@ -25,6 +25,8 @@ struct OrderFailure
 
     explicit operator bool() const { return code != Code::None; }
 
+    /// A failure of this kind; \a text says what failed and why, in one line.
+    HOST_PLUGIN_MANAGEMENT_EXPORT static OrderFailure of(Code code, const QString& text);
     /// The order itself is wrong; \a text tells how.
     HOST_PLUGIN_MANAGEMENT_EXPORT static OrderFailure usage(const QString& text);
     /// The device answered the exception \a code; \a name is its protocol's name for it, or empty.

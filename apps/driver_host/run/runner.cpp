@@ -31,14 +31,6 @@ QDateTime now() { return QDateTime::currentDateTimeUtc(); }
 
 EventSource sourceOf(const OrderLine& line) { return {line.id, line.device, line.command}; }
 
-OrderFailure makeFailure(Code code, const QString& text)
-{
-    OrderFailure failure;
-    failure.code = code;
-    failure.text = text;
-    return failure;
-}
-
 OrderLine lineOf(const InputLine& input)
 {
     if (!input.tooLong) {
@@ -207,7 +199,7 @@ QString Runner::tellStatistics(const OrderLine& line)
 
 void Runner::refuse(const OrderLine& line, const QString& why)
 {
-    const OrderFailure failure = makeFailure(Code::Usage, why);
+    const OrderFailure failure = OrderFailure::of(Code::Usage, why);
     m_console.write(EventJson::error(sourceOf(line), now(), failure, why));
     if (line.beginsOrder()) {
         writeFinished(sourceOf(line), false, {});
@@ -326,7 +318,7 @@ void Runner::takeFinished(const DOrder& order)
     const bool stopped = order.state == DOrder::State::Stopped;
     const bool ok = order.state == DOrder::State::Done || (stopped && running.recurrent);
     if (!ok) {
-        const OrderFailure failure = stopped ? makeFailure(Code::Stopped, {}) : order.failure;
+        const OrderFailure failure = stopped ? OrderFailure::of(Code::Stopped, {}) : order.failure;
         m_console.write(EventJson::error(running.source, now(), failure, endText(order, running)));
     }
     writeFinished(running.source, ok, order.results);

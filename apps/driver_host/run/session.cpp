@@ -47,14 +47,6 @@ int exitCodeOf(Code code, bool connecting)
                                                                   : ExitOrderFailed;
 }
 
-OrderFailure makeFailure(Code code, const QString& text)
-{
-    OrderFailure failure;
-    failure.code = code;
-    failure.text = text;
-    return failure;
-}
-
 } // namespace
 
 Session::Session(DAbstractPlugin& device, const ModuleDescription& module, const Request& request,
@@ -148,7 +140,7 @@ quint64 Session::tryStart(const QString& command, const ParameterMap& parameters
     QString refusal;
     const quint64 id = m_device.orders()->start(command, parameters, &refusal);
     if (id == 0) {
-        const OrderFailure refused = makeFailure(Code::Usage, refusal);
+        const OrderFailure refused = OrderFailure::of(Code::Usage, refusal);
         m_exitCode = ExitOrderFailed;
         fail(refused, failureText(command, refused, parameters, MessageLog::lastCritical()));
         close();
@@ -282,8 +274,8 @@ void Session::connectFinished(const DOrder& order)
     m_connectId = 0;
     if (m_state == State::Connecting) {
         const OrderFailure why = order.state == DOrder::State::Done
-            ? makeFailure(Code::NotConnected,
-                          QStringLiteral("'connect' ended without telling of a connection"))
+            ? OrderFailure::of(Code::NotConnected,
+                               QStringLiteral("'connect' ended without telling of a connection"))
             : order.failure;
         m_exitCode = exitCodeOf(why.code, true);
         fail(why, connectFailureText(m_request.command, why));
@@ -303,7 +295,7 @@ void Session::giveUpConnecting()
     const QString text = QStringLiteral("%1 failed: 'connect' has told of no connection within "
                                         "%2 s; --connect-limit gives it longer");
     m_exitCode = ExitNoConnection;
-    fail(makeFailure(Code::NotConnected, {}),
+    fail(OrderFailure::of(Code::NotConnected, {}),
          text.arg(m_request.command, QString::number(m_request.connectLimitS)));
     close();
 }
@@ -346,7 +338,7 @@ void Session::showEnd(const OrderFailure& failure, const QString& text)
 // Whoever sent the signal knows, so this is told to the readers of results only.
 void Session::showStopped()
 {
-    showEnd(makeFailure(Code::Stopped, {}),
+    showEnd(OrderFailure::of(Code::Stopped, {}),
             QStringLiteral("%1 was stopped").arg(m_request.command));
 }
 

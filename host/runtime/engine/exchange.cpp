@@ -68,9 +68,7 @@ OrderFailure Exchange::misfit() const
 
 OrderFailure Exchange::failure(Code code, const QString& text) const
 {
-    OrderFailure failure;
-    failure.code = code;
-    failure.text = text;
+    OrderFailure failure = OrderFailure::of(code, text);
     failure.unitId = hasLeft() ? requestUnit() : -1;
     return failure;
 }

@@ -4,18 +4,6 @@
 
 using Code = OrderFailure::Code;
 
-namespace {
-
-OrderFailure badReply(const QString& text)
-{
-    OrderFailure failure;
-    failure.code = Code::BadReply;
-    failure.text = text;
-    return failure;
-}
-
-} // namespace
-
 void OrderLife::instructionRefused(const QString& why) { data.failure = OrderFailure::usage(why); }
 
 void OrderLife::noteFailure(const OrderFailure& failure)
@@ -55,7 +43,8 @@ bool OrderLife::mustFinishAfterReply(Outcome outcome, bool accepted, bool& ok)
         return false;
     }
     if (!ok && !data.failure) {
-        data.failure = badReply(QStringLiteral("the reply lacks what the command needs"));
+        data.failure = OrderFailure::of(Code::BadReply,
+                                        QStringLiteral("the reply lacks what the command needs"));
     }
     return true;
 }
@@ -82,7 +71,6 @@ void OrderLife::cutShort(const QString& why)
     m_isFinished = true;
     data.state = DOrder::State::Stopped;
     if (!data.failure) {
-        data.failure.code = Code::Stopped;
-        data.failure.text = why;
+        data.failure = OrderFailure::of(Code::Stopped, why);
     }
 }

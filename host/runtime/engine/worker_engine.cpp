@@ -301,7 +301,7 @@ bool WorkerEngine::neverLeft(qint64 nowUs)
 
 OrderFailure WorkerEngine::refused(const ParameterMap& result) const
 {
-    const OrderFailure own = OrderFailure::fromReply(result);
+    OrderFailure own = OrderFailure::fromReply(result);
     if (own) {
         return own;
     }
@@ -445,9 +445,9 @@ void WorkerEngine::settle(const WorkerInstructionPtr& instruction, const OrderFa
 
 void WorkerEngine::failWaiting(const QString& why, qint64 nowUs)
 {
-    OrderFailure failure;
-    failure.code = Code::NotConnected;
-    failure.text = QStringLiteral("no connection to %1: %2").arg(m_link.endpoint().text(), why);
+    const OrderFailure failure = OrderFailure::of(
+        Code::NotConnected,
+        QStringLiteral("no connection to %1: %2").arg(m_link.endpoint().text(), why));
     for (const WorkerInstructionPtr& instruction : m_queue.popWaiting()) {
         settle(instruction, failure, failure.toReply(), nowUs);
     }
@@ -531,10 +531,9 @@ void WorkerEngine::linkFailed(const QString& why, qint64 nowUs)
     const LinkKeeper::Failed failed = m_link.attemptFailed(why, nowUs);
     m_actions.add(Kind::CloseLink);
     if (failed == LinkKeeper::Failed::First && m_connectId != 0) {
-        OrderFailure failure;
-        failure.code = Code::NotConnected;
-        failure.text =
-            QStringLiteral("cannot connect to %1: %2").arg(m_link.endpoint().text(), why);
+        const OrderFailure failure = OrderFailure::of(
+            Code::NotConnected,
+            QStringLiteral("cannot connect to %1: %2").arg(m_link.endpoint().text(), why));
         ParameterMap reply = failure.toReply();
         reply.insert(QStringLiteral("connected"), false);
         m_actions.tell(Outcome::Error, std::exchange(m_connectId, 0), reply, failure);
@@ -599,9 +598,7 @@ void WorkerEngine::tellState(bool open, const QString& why)
         m_actions.tell(Outcome::Answer, m_connectId, {{QStringLiteral("connected"), true}}, {});
         return;
     }
-    OrderFailure failure;
-    failure.code = Code::NotConnected;
-    failure.text = why;
+    const OrderFailure failure = OrderFailure::of(Code::NotConnected, why);
     ParameterMap reply = failure.toReply();
     reply.remove(QStringLiteral("doneOk")); // a state, not a rejected reply
     reply.insert(QStringLiteral("disconnected"), true);

@@ -1,7 +1,8 @@
 #include <runtime/link/name_lookup.h>
 
+#include <QCoreApplication>
+#include <QEvent>
 #include <QHash>
-#include <QMutex>
 #include <QObject>
 #include <QUrl>
 
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 namespace {
@@ -73,11 +75,10 @@ class NameLookup::Receiver : public QObject
 public:
     explicit Receiver(const Handler& found) : m_found(found) { }
 
-    void found(const Result& result) const
-    {
-        const Handler handler = m_found; // which may end this
-        handler(result);
-    }
+    Result result; ///< for Pending, under its lock
+
+protected:
+    void customEvent(QEvent* event) override;
 
 private:
     Handler m_found;
@@ -96,7 +97,7 @@ public:
 
     bool add(const QByteArray& name, Receiver* receiver)
     {
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<std::mutex> lock(m_mutex);
         if (!m_waiting.contains(name)) {
             // The thread's, which waits for the lock if it is through already.
             auto* argument = new QByteArray(name);
@@ -112,10 +113,16 @@ public:
     // Waits for a thread that is just telling: what it has posted goes with the receiver.
     void remove(Receiver* receiver)
     {
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<std::mutex> lock(m_mutex);
         for (auto& waiting : m_waiting) {
             waiting.erase(std::remove(waiting.begin(), waiting.end(), receiver), waiting.end());
         }
+    }
+
+    Result resultOf(const Receiver& receiver)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return receiver.result;
     }
 
 private:
@@ -124,17 +131,25 @@ private:
         const std::unique_ptr<QByteArray> name(static_cast<QByteArray*>(argument));
         const Result result = resolve(*name, AI_ADDRCONFIG);
         Pending& pending = instance();
-        const QMutexLocker lock(&pending.m_mutex);
+        const std::lock_guard<std::mutex> lock(pending.m_mutex);
         for (Receiver* receiver : pending.m_waiting.take(*name)) {
-            QMetaObject::invokeMethod(
-                receiver, [receiver, result] { receiver->found(result); }, Qt::QueuedConnection);
+            receiver->result = result;
+            QCoreApplication::postEvent(receiver, new QEvent(QEvent::User));
         }
         return nullptr;
     }
 
-    QMutex m_mutex;
+    std::mutex m_mutex;
     QHash<QByteArray, std::vector<Receiver*>> m_waiting;
 };
+
+void NameLookup::Receiver::customEvent(QEvent* event)
+{
+    Q_UNUSED(event)
+    const Result found = Pending::instance().resultOf(*this);
+    const Handler handler = m_found; // which may end this
+    handler(found);
+}
 
 NameLookup::NameLookup(const Handler& found) : m_found(found) { }
 

@@ -70,7 +70,7 @@ qint64 LinkSocket::receive(char* data, qint64 size)
 // A worker function reads: before its request to drop what has come late, behind it for the reply.
 qint64 LinkSocket::readData(char* data, qint64 size)
 {
-    if (m_isStale) {
+    if (m_isStale || size == 0) { // readAll() asks for nothing when size() has told of nothing
         return 0;
     }
     const qint64 count = receive(data, size);

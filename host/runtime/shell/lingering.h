@@ -39,9 +39,10 @@ private:
     void endIfUnused()
     {
         if (m_isReleased && m_stays == 0) {
-            delete this;
+            destroy();
         }
     }
+    void destroy();
 
     int m_stays = 0;
     bool m_isReleased = false;

@@ -1,0 +1,3 @@
+#include <runtime/shell/lingering.h>
+
+void Lingering::destroy() { delete this; }

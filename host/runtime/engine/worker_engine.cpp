@@ -69,8 +69,7 @@ int WorkerEngine::declareFunction(const QString& name)
     return static_cast<int>(m_functions.size()) - 1;
 }
 
-// A worker has some ten functions with names of different lengths, so this takes half of what a
-// search by hashes would.
+// A worker has some ten functions: a walk over them costs no more than to hash the name.
 int WorkerEngine::numberOf(const QString& function) const
 {
     for (std::size_t i = 0; i < m_functions.size(); ++i) {

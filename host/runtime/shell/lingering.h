@@ -3,7 +3,7 @@
 #include <QtGlobal>
 
 /// An object that calls code which may end it, and so lives on until such calls have returned. What
-/// it needs for that is a count, where a shared pointer costs 30 instructions a call.
+/// it needs for that is a count, where a shared pointer costs some 20 instructions a call.
 class Lingering
 {
 public:

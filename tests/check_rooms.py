@@ -22,8 +22,8 @@ ROOMS = {
                           r"SocketNotifier)$", STANDARD, SYSTEM],
     "host/runtime/link": [r"runtime/loop/", r"plugin_management/fast_delegate\.h$", QT,
                           STANDARD, SYSTEM],
-    "host/runtime/shell": [r"runtime/", KIT, r"Q(LoggingCategory|Object|Pointer|RandomGenerator|"
-                           r"Thread|tGlobal)$", STANDARD],
+    "host/runtime/shell": [r"runtime/", KIT, r"Q(LoggingCategory|Object|Pointer|Thread|tGlobal)$",
+                           r"sys/random\.h$", STANDARD],
     "host/plugin_management": [KIT, r"runtime/shell/\w+_shell\.h$", r"runtime/engine/map_lookup\.h$",
                                QT, STANDARD],
     "plugins/p_driver_modbus/source/modbus_codec.cpp": [r"modbus_codec\.h$", r"endian\.h$", STANDARD],

@@ -151,7 +151,7 @@ Reactor::Deadlines::iterator Reactor::schedule(qint64 dueUs, Deadline* deadline)
     if (dueUs < m_startedForUs) {
         startTimer(dueUs, steadyNowUs());
     }
-    return m_deadlines.emplace(dueUs, deadline).first;
+    return m_deadlines.emplace(dueUs, deadline);
 }
 
 void Reactor::startTimer(qint64 dueUs, qint64 nowUs)

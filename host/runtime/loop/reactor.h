@@ -8,9 +8,8 @@
 
 #include <chrono>
 #include <limits>
+#include <map>
 #include <memory>
-#include <set>
-#include <utility>
 #include <vector>
 
 class Deadline;
@@ -51,7 +50,7 @@ protected:
 
 private:
     friend class Deadline;
-    using Deadlines = std::set<std::pair<qint64, Deadline*>>;
+    using Deadlines = std::multimap<qint64, Deadline*>; ///< of one time in order of setting
 
     struct Watched
     {

@@ -3,8 +3,9 @@
 #include <runtime/shell/foreign_calls.h>
 
 #include <QLoggingCategory>
-#include <QRandomGenerator>
 #include <QThread>
+
+#include <sys/random.h>
 
 #include <array>
 #include <utility>
@@ -15,10 +16,18 @@ Q_LOGGING_CATEGORY(logConnection, "host.connection", QtInfoMsg)
 
 constexpr int readSize = 4096; // more than any frame, so that one read takes what is there
 
+// Other workers and other processes get another one, which is all that the delays need.
+unsigned systemSeed()
+{
+    unsigned seed = 0;
+    const ssize_t size = ::getrandom(&seed, sizeof(seed), GRND_NONBLOCK);
+    return size == sizeof(seed) ? seed : static_cast<unsigned>(steadyNowUs());
+}
+
 } // namespace
 
 WorkerShell::WorkerShell(DAbstractWorker& worker)
-    : m_worker(&worker), m_engine(QRandomGenerator::global()->generate()),
+    : m_worker(&worker), m_engine(systemSeed()),
       m_link({{this, &WorkerShell::handleOpened},
               {this, &WorkerShell::handleFailed},
               {this, &WorkerShell::handleReadable}},

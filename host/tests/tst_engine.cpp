@@ -172,6 +172,9 @@ private slots:
     void keepAlivesThatAreRefused();
     void aKeepAliveThatSendsNothingIsToldOnce();
     void nothingIsToldOfWhatIsStopped();
+    void aLinkThatNobodyWantsEndsWithABadReply();
+    void theEndOfALinkIsToldToWhomItWasTold_data();
+    void theEndOfALinkIsToldToWhomItWasTold();
 };
 
 // A read of two registers was asked of unit 0. The hook believes everything, as hooks may.
@@ -377,6 +380,59 @@ void EngineTest::nothingIsToldOfWhatIsStopped()
     while (world.engine.next(action, world.nowUs)) {
         QVERIFY(action.kind != Kind::TellOutcome || action.id != id);
     }
+}
+
+// Its connect was stopped, and so was the order whose request is out: neither is there any more
+// when the link is declared lost.
+void EngineTest::aLinkThatNobodyWantsEndsWithABadReply()
+{
+    World world;
+    world.connectNow();
+    const quint64 id = world.start("ask");
+    world.engine.stop(id, world.nowUs);
+    world.engine.stop(1, world.nowUs);
+    world.receive(bytes("aabb00000007001004deaddead"));
+    QVERIFY(world.done.contains(QStringLiteral("down")));
+    QCOMPARE(world.engine.currentId(), 0u);
+}
+
+void EngineTest::theEndOfALinkIsToldToWhomItWasTold_data()
+{
+    QTest::addColumn<QString>("function"); // that ends it, or nothing for stop()
+    QTest::addColumn<bool>("isReplaced");
+    QTest::addColumn<QString>("decided");
+    QTest::newRow("a stop while it is replaced") << "" << true << "close down";
+    QTest::newRow("a disconnect while it is replaced")
+        << "disconnect" << true << "close down end well end well";
+    QTest::newRow("a disconnect") << "disconnect" << false << "close down end well end well";
+    QTest::newRow("a connect behind a stopped one") << "connect" << false << "down open";
+}
+
+// While a link is replaced, its users believe that it is open.
+void EngineTest::theEndOfALinkIsToldToWhomItWasTold()
+{
+    QFETCH(QString, function);
+    QFETCH(bool, isReplaced);
+    World world;
+    world.connectNow();
+    if (isReplaced) {
+        world.start("ask");
+        world.receive(bytes("aabb0000000700030400010002"));
+        world.start("ask");
+        world.pass(limitMs);
+        QVERIFY(world.done.contains(QStringLiteral("open")));
+    }
+    world.done.clear();
+    if (function != QLatin1String("disconnect")) {
+        world.engine.stop(1, world.nowUs);
+        world.run();
+    }
+    if (function == QLatin1String("connect")) {
+        world.startConnect();
+    } else if (!function.isEmpty()) {
+        world.start("disconnect");
+    }
+    QTEST(world.done.join(QLatin1Char(' ')), "decided");
 }
 
 QTEST_GUILESS_MAIN(EngineTest)

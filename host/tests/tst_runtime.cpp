@@ -40,6 +40,7 @@ private slots:
     void refusals_data();
     void refusals();
     void nothingIsReportedBeforeStartReturns();
+    void aLoopInsideStartReportsOthersOnly();
     void whatFailsAtOnce_data();
     void whatFailsAtOnce();
     void theQueueIsBounded();
@@ -250,6 +251,28 @@ void RuntimeTest::nothingIsReportedBeforeStartReturns()
     QVERIFY(object.results.isEmpty() && object.ends.isEmpty());
     QCOMPARE(object.finish(id).state, DOrder::State::Done);
     QCOMPARE(object.valueOf(id), QVariant(7)); // the declared default
+}
+
+void RuntimeTest::aLoopInsideStartReportsOthersOnly()
+{
+    ScriptedDevice device;
+    RecordedObject object;
+    QCOMPARE(object.finish(object.start(ask, value(1))).state, DOrder::State::Failed);
+    const quint64 connection = object.connectTo(device.port());
+    QVERIFY(waitFor([&] { return !object.results.value(connection).isEmpty(); }));
+    quint64 within = 0;
+    bool loopHasRun = false;
+    object.plugin->worker()->setFrameTracer([&](bool outgoing, const QByteArray& /*frame*/) {
+        if (outgoing && within == 0) { // start() of the other order is on the stack
+            within = object.start(ask, value(3));
+            loopHasRun = waitFor([&] { return object.ends.value(within) == 1; });
+        }
+    });
+    const quint64 id = object.plugin->orders()->start(ask, value(2));
+    QVERIFY(loopHasRun);
+    QVERIFY(!object.results.contains(id) && object.ends.value(id) == 0);
+    QCOMPARE(object.valueOf(id), QVariant(2));
+    QCOMPARE(object.valueOf(within), QVariant(3));
 }
 
 void RuntimeTest::whatFailsAtOnce_data()

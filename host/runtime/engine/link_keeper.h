@@ -55,6 +55,8 @@ public:
     void noteReply();
 
     bool isOpen() const { return m_state == State::Open; }
+    /// Its users believe that it is open: it is, or is being replaced without a word to them.
+    bool isReported() const { return m_reported; }
     bool isAttempting() const { return m_state == State::Opening || m_state == State::Reopening; }
     /// True while the outcome of an attempt is worth waiting for: the first one, and the first one
     /// after a loss.

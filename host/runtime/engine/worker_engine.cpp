@@ -126,8 +126,12 @@ bool WorkerEngine::stop(quint64 id, qint64 nowUs)
     if (id != 0 && id == m_connectId) {
         m_connectId = 0;
         m_actions.dropOutcomes(id);
+        const bool wasTold = m_link.isReported();
         if (m_link.release()) {
             m_actions.add(Kind::CloseLink);
+            if (wasTold) { // it was being replaced, of which nobody hears
+                m_actions.add(Kind::TellState);
+            }
             failWaiting(QStringLiteral("the connection was closed"), nowUs);
         }
         return true;
@@ -344,10 +348,11 @@ void WorkerEngine::frameCame(qint64 nowUs)
     // Nobody waits for it; of the keep-alive any reply at all is life.
     m_statistics.droppedBytes +=
         m_current->stopped ? static_cast<quint64>(m_exchange.frame().size()) : 0;
+    const WorkerInstructionPtr instruction = release();
     if (!m_exchange.fits()) {
         replaceLink(QStringLiteral("a reply did not fit its request"), nowUs);
     }
-    settle(release(), {}, {}, nowUs);
+    settle(instruction, {}, {}, nowUs);
 }
 
 void WorkerEngine::judged(ParameterMap judgement, qint64 nowUs)
@@ -473,6 +478,9 @@ bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& re
     m_connectId = m_current->id;
     m_connectBegun = true;
     m_opensFirst = true;
+    if (m_link.isReported()) { // that of a connect which was stopped, and is replaced by this one
+        m_actions.add(Kind::TellState);
+    }
     m_link.begin({parameters.value(QStringLiteral("host")).toString().trimmed(),
                   static_cast<quint16>(parameters.value(QStringLiteral("port")).toUInt()),
                   m_current->limitMs},
@@ -504,11 +512,11 @@ QString WorkerEngine::connectRefusal(const ParameterMap& parameters) const
 
 void WorkerEngine::disconnect(ParameterMap& result)
 {
-    const bool wasOpen = m_link.isOpen();
+    const bool wasTold = m_link.isReported();
     m_link.end();
     result.insert(QStringLiteral("disconnected"), true);
     m_actions.add(Kind::CloseLink);
-    if (wasOpen) {
+    if (wasTold) {
         m_actions.add(Kind::TellState);
     }
     if (m_connectId != 0) { // disconnected without being stopped: that is its end

@@ -105,15 +105,17 @@ qint64 LinkSocket::writeData(const char* data, qint64 size)
     }
     const ssize_t count =
         ::send(m_descriptor, data, static_cast<std::size_t>(size), MSG_DONTWAIT | MSG_NOSIGNAL);
+    const int error = count < 0 ? errno : EAGAIN;
     if (count > 0) {
         m_hasWritten = true;
         m_watch.written(data, static_cast<int>(count));
+    }
+    if (count == size) {
         return count;
     }
-    if (count == 0 || errno == EAGAIN || errno == EINTR) {
-        return 0;
-    }
-    fail(errno);
+    // With one request out at a time the system always has room for it, unless the device has
+    // stopped reading. What is left of it will never leave.
+    fail(error);
     return -1;
 }
 

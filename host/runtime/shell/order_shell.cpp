@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 
 namespace {
 
@@ -62,6 +63,7 @@ public:
         life.commandFinished(ok);
         if (!life.isBeingCalled()) { // on the command's own account, not in answer to a call
             Report report;
+            report.id = life.data.id;
             report.order = shared_from_this();
             m_shell.reportLater(report);
         }
@@ -69,6 +71,7 @@ public:
 
     OrderLife life;
     QSharedPointer<ICommand> command;
+    bool isStarting = false; ///< start() has not returned its id yet
 
 private:
     OrderShell& m_shell;
@@ -197,6 +200,7 @@ quint64 OrderShell::start(const QString& command, const ParameterMap& parameters
 void OrderShell::run(const RunningOrderPtr& order)
 {
     const Stay stay(this);
+    order->isStarting = true;
     ForeignCalls::link(*order->command, order.get());
     bool accepted = false;
     ++m_holds;
@@ -211,6 +215,10 @@ void OrderShell::run(const RunningOrderPtr& order)
     }
     endIfOver(order);
     --m_holds;
+    order->isStarting = false;
+    if (!m_later.empty()) {
+        wakeReports();
+    }
 }
 
 bool OrderShell::stop(quint64 orderId)
@@ -295,6 +303,7 @@ void OrderShell::endIfOver(const RunningOrderPtr& order)
         return;
     }
     Report report;
+    report.id = order->orderId();
     report.order = order;
     reportLater(report);
 }
@@ -324,34 +333,62 @@ void OrderShell::shutDown()
 
 void OrderShell::reportLater(const Report& report)
 {
-    if (m_later.empty()) {
+    m_later.push_back(report);
+    wakeReports();
+}
+
+void OrderShell::wakeReports()
+{
+    if (m_orders != nullptr && !std::exchange(m_isWoken, true)) {
         QMetaObject::invokeMethod(
             m_orders, [this] { reportNow(); }, Qt::QueuedConnection);
     }
-    m_later.push_back(report);
 }
 
+// Also from an event loop inside start(): then what concerns that very order goes on waiting.
 void OrderShell::reportNow()
 {
     const Stay stay(this);
+    m_isWoken = false;
+    std::deque<Report> kept;
     while (m_orders != nullptr && !m_later.empty()) {
         // Taken out first, so that what it causes is told directly when it was the last one.
         const Report report = std::move(m_later.front());
         m_later.pop_front();
-        switch (report.kind) {
-        case Report::Kind::Outcome:
-            bring(report.id, report.outcome, report.reply, report.failure);
-            break;
-        case Report::Kind::Result:
-            ForeignCalls::tellResult(*m_orders, report.id, report.name, report.value);
-            break;
-        case Report::Kind::End:
-            report.order->life.decideEnd();
-            if (report.order->life.data.state != DOrder::State::Running) {
-                end(report.order);
-            }
-            break;
+        if (isOfStartingOrder(report)) {
+            kept.push_back(report);
+        } else {
+            tell(report);
         }
+    }
+    m_later.insert(m_later.begin(), kept.begin(), kept.end());
+}
+
+bool OrderShell::isOfStartingOrder(const Report& report)
+{
+    if (report.kind == Report::Kind::Outcome) {
+        const PendingInstruction* instruction = m_instructions.find(report.id);
+        return instruction != nullptr && instruction->order->isStarting;
+    }
+    const RunningOrderPtr* order = m_running.find(report.id);
+    return order != nullptr && (*order)->isStarting;
+}
+
+void OrderShell::tell(const Report& report)
+{
+    switch (report.kind) {
+    case Report::Kind::Outcome:
+        bring(report.id, report.outcome, report.reply, report.failure);
+        break;
+    case Report::Kind::Result:
+        ForeignCalls::tellResult(*m_orders, report.id, report.name, report.value);
+        break;
+    case Report::Kind::End:
+        report.order->life.decideEnd();
+        if (report.order->life.data.state != DOrder::State::Running) {
+            end(report.order);
+        }
+        break;
     }
 }
 

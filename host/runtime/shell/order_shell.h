@@ -92,7 +92,10 @@ private:
     bool callCommand(RunningOrder& order, const Call& call);
     bool mustWait() const { return m_holds > 0 || !m_later.empty(); }
     void reportLater(const Report& report);
+    void wakeReports();
     void reportNow();
+    bool isOfStartingOrder(const Report& report);
+    void tell(const Report& report);
 
     DOrders* m_orders; ///< null once they have gone
     QPointer<DAbstractWorker> m_worker;
@@ -101,5 +104,6 @@ private:
     IdTable<PendingInstruction> m_instructions;
     std::deque<Report> m_later;
     int m_holds = 0; ///< a command is inside addInstruction(), or start() has not returned an id
+    bool m_isWoken = false; ///< reportNow() will be called
     bool m_isClosed = false;
 };

@@ -1,0 +1,544 @@
+#include "book.h"
+
+#include "world.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr qint64 ms = 1000;
+constexpr qint64 turnUs = 30 * ms; // what a turn of the loop may take, with some more
+constexpr qint64 limitUs = 2000 * ms; // of the module's orders
+constexpr qint64 keepAliveUs = 5000 * ms;
+constexpr qint64 firstDelayUs = 250 * ms;
+constexpr qint64 longestDelayUs = 15000 * ms;
+constexpr qint64 longestLookUpUs = 8100 * ms;
+constexpr int functionOffset = 7;
+constexpr int startOffset = 8;
+constexpr quint8 identify = 17;
+constexpr quint8 exceptionBit = 0x80;
+
+// The values of a reply as the module hands them out: words, and of the last byte of bits only the
+// last one that was asked for.
+QVariantList handedOut(const Device::Said& said)
+{
+    QByteArray data = said.data;
+    if (said.function <= 2 && !data.isEmpty()) {
+        char& last = data.data()[data.size() - 1];
+        last = static_cast<char>(last & (1 << (said.quantity - 1) % 8));
+    }
+    QVariantList values;
+    for (int i = 0; i < data.size(); i += 2) {
+        const int high = static_cast<uchar>(data.at(i));
+        values << (i + 1 < data.size() ? high * 256 + static_cast<uchar>(data.at(i + 1)) : high);
+    }
+    return values;
+}
+
+int replySize(const Device::Said& said)
+{
+    return said.function == identify ? said.data.size()
+        : said.function <= 2         ? (said.quantity + 7) / 8
+                                     : 2 * said.quantity;
+}
+
+bool holds(const QVariant& value, const Device::Said& said)
+{
+    if (said.function == identify) {
+        return value.toMap().value(QStringLiteral("info")).toByteArray() == said.data;
+    }
+    return value.toList() == handedOut(said);
+}
+
+// A reply of this function with these data gives this value to whom it is taken to answer.
+bool couldBe(const Asked& asked, quint8 function, const QByteArray& data, const QVariant& value)
+{
+    Device::Said taken;
+    taken.function = function;
+    taken.quantity = asked.quantity;
+    taken.data = data;
+    return function == asked.function && replySize(taken) == data.size() && holds(value, taken);
+}
+
+} // namespace
+
+Book::Book(int object, quint16 port, Device& device)
+    : m_object(object), m_port(port), m_device(device)
+{
+}
+
+void Book::fail(const QString& rule) const { World::current()->fail(m_object, rule); }
+
+void Book::note(const char* what, qint64 number, const QByteArray& bytes) const
+{
+    World::current()->note(m_object, what, number, bytes);
+}
+
+qint64 Book::awakeUs() const { return World::current()->nowUs() - World::current()->stoppedUs(); }
+
+Book::Open* Book::find(quint64 id)
+{
+    if (!m_isThere) {
+        fail(QStringLiteral("something was heard of an object that had gone"));
+    }
+    const auto it = m_numberOfId.find(id);
+    return it != m_numberOfId.end() ? &m_open.at(it->second) : nullptr;
+}
+
+// --- what the user does ---
+
+int Book::starting(const Asked& asked)
+{
+    Open open;
+    open.asked = asked;
+    open.turn = m_turn;
+    open.sinceUs = World::current()->nowUs();
+    open.idsBefore = m_lastId;
+    m_open[++m_numbers] = open;
+    if (asked.command == QLatin1String("connect")) {
+        m_beginsAtOnce = true;
+        m_goneAwakeUs = awakeUs();
+    }
+    if (asked.function != 0 && asked.function != identify) {
+        m_numberOfStart[asked.start] = m_numbers;
+        m_device.forget(asked.start);
+    }
+    note("start", m_numbers, asked.command.toLatin1());
+    return m_numbers;
+}
+
+void Book::begun(int number, quint64 id)
+{
+    if (id == 0) {
+        fail(QStringLiteral("a good order was refused"));
+    }
+    const auto it = m_open.find(number);
+    if (it == m_open.end()) {
+        return; // its object has gone within start()
+    }
+    if (id != 0 && id <= it->second.idsBefore) {
+        fail(QStringLiteral("an order's id was given before"));
+    }
+    m_lastId = std::max(m_lastId, id);
+    it->second.id = id;
+    m_numberOfId[id] = number;
+}
+
+void Book::stopping(quint64 id)
+{
+    if (Open* open = find(id)) {
+        open->isStopped = true;
+        note("stop", m_numberOfId.at(id));
+    }
+}
+
+void Book::objectMade()
+{
+    m_isThere = true;
+    m_isLeaving = false;
+}
+
+void Book::objectLeaving()
+{
+    m_isLeaving = true;
+    for (auto& [number, open] : m_open) {
+        open.isStopped = true;
+    }
+}
+
+void Book::objectGone()
+{
+    const bool allEnded = std::all_of(m_open.begin(), m_open.end(),
+                                      [](const auto& one) { return one.second.id == 0; });
+    if (!allEnded) {
+        fail(QStringLiteral("an object went without an end of its orders"));
+    }
+    if (Network::current()->openCount(m_port) > 0) {
+        fail(QStringLiteral("an object went and left its link"));
+    }
+    m_open.clear();
+    m_numberOfId.clear();
+    m_numberOfStart.clear();
+    m_flight.reset();
+    m_goneUs.reset();
+    m_isTold = false;
+    m_isThere = false;
+}
+
+quint64 Book::connectOrder() const
+{
+    for (const auto& [number, open] : m_open) {
+        if (open.asked.command == QLatin1String("connect") && !open.isStopped) {
+            return open.id;
+        }
+    }
+    return 0;
+}
+
+quint64 Book::anyOrder(Random& random) const
+{
+    if (m_numberOfId.empty()) {
+        return 0;
+    }
+    auto it = m_numberOfId.begin();
+    std::advance(it, random.below(static_cast<int>(m_numberOfId.size())));
+    return it->first;
+}
+
+std::vector<quint64> Book::openOrders() const
+{
+    std::vector<quint64> ids;
+    for (const auto& [id, number] : m_numberOfId) {
+        ids.push_back(id);
+    }
+    return ids;
+}
+
+// --- what the object tells ---
+
+void Book::result(quint64 id, const QString& name, const QVariant& value)
+{
+    Open* open = find(id);
+    if (open == nullptr) {
+        fail(QStringLiteral("a result (%1) of an order that is not open").arg(name));
+        return;
+    }
+    if (open->asked.function == 0) {
+        note("tells", m_numberOfId.at(id), name.toLatin1());
+        return;
+    }
+    ++open->results;
+    ++m_answers;
+    note("value", m_numberOfId.at(id));
+    if (open->request == 0) {
+        fail(QStringLiteral("a value of an order that has asked nothing"));
+    } else if (open->asked.writes()) {
+        checkWrite(*open, value);
+    } else {
+        checkRead(*open, value);
+    }
+    tick(*open);
+    m_hasAnswered = true;
+    m_vain = 0;
+    m_isVainKnown = true;
+}
+
+// A copy of another reply that came after the request had left, on its link, and of its very shape
+// is what nobody can tell from its own. It is the one hole.
+void Book::checkRead(Open& open, const QVariant& value)
+{
+    const Device::Said* own = m_device.said(open.request);
+    if (own != nullptr && own->function == open.asked.function && holds(value, *own)) {
+        if (own->isNeverGood) {
+            fail(QStringLiteral("a spoiled reply was taken for good"));
+        }
+        open.request = 0; // and no second time
+        return;
+    }
+    const auto isStale = [&](const Device::Said& said) {
+        return said.arrived > open.leftAt
+            && (couldBe(open.asked, said.function, said.data, value)
+                || (said.request != open.request
+                    && couldBe(open.asked, said.sentFunction, said.sentData, value)));
+    };
+    if (!m_device.hasSaid(isStale)) {
+        fail(QStringLiteral("a value that was not said to this request"));
+    }
+    ++m_staleCopies;
+    open.request = 0;
+}
+
+void Book::checkWrite(Open& open, const QVariant& value)
+{
+    open.isConfirmed = value.toList() == QVariantList{1};
+    if (open.isConfirmed && m_device.carriedOut(open.asked.start) != 1) {
+        fail(QStringLiteral("a write was confirmed and had been carried out %1 times")
+                 .arg(m_device.carriedOut(open.asked.start)));
+    }
+}
+
+void Book::trouble(quint64 id, const OrderFailure& failure)
+{
+    Open* open = find(id);
+    if (open == nullptr) {
+        fail(QStringLiteral("trouble of an order that is not open"));
+        return;
+    }
+    note("trouble", static_cast<int>(failure.code));
+    if (open->asked.function != 0) {
+        tick(*open);
+        if (!open->asked.repeats()) {
+            fail(QStringLiteral("trouble of an order that runs once"));
+        }
+    }
+}
+
+void Book::tick(Open& open)
+{
+    ++open.outcomes;
+    const qint64 nowUs = World::current()->nowUs();
+    if (!open.asked.repeats() || open.firstUs < 0) {
+        open.firstUs = nowUs;
+        return;
+    }
+    // The first outcome may have come late in its own interval.
+    if (open.outcomes
+        > (nowUs - open.firstUs) / open.asked.intervalUs + 2 + limitUs / open.asked.intervalUs) {
+        fail(QStringLiteral("more repetitions than fell due"));
+    }
+}
+
+void Book::ended(const DOrder& order)
+{
+    const Open* open = find(order.id);
+    if (open == nullptr && m_isLeaving) {
+        return; // destroyed within start(), which has not given the id back yet
+    }
+    if (open == nullptr) {
+        fail(QStringLiteral("an order (%1) ended that was not open").arg(order.command));
+        return;
+    }
+    const int number = m_numberOfId.at(order.id);
+    note("end", number, QByteArray::number(static_cast<int>(order.state)));
+    ++m_endedOrders;
+    checkEnd(*open, order);
+    if (m_flight && m_flight->order == number) {
+        m_flight->order = 0;
+    }
+    const auto start = m_numberOfStart.find(open->asked.start);
+    if (start != m_numberOfStart.end() && start->second == number) {
+        m_numberOfStart.erase(start);
+    }
+    const bool wasConnect = open->asked.command == QLatin1String("connect");
+    m_open.erase(number);
+    m_numberOfId.erase(order.id);
+    m_beginsAtOnce = m_beginsAtOnce || (wasConnect && connectOrder() != 0); // it waited for this
+}
+
+void Book::checkEnd(const Open& open, const DOrder& order) const
+{
+    const bool isOnce = open.asked.function != 0 && !open.asked.repeats();
+    const bool isDone = order.state == DOrder::State::Done;
+    if (isOnce && isDone && open.results != 1) {
+        fail(QStringLiteral("an order was done with %1 results").arg(open.results));
+    }
+    if (isOnce && order.state == DOrder::State::Failed && open.results != 0) {
+        fail(QStringLiteral("an order failed with a result"));
+    }
+    if (order.state == DOrder::State::Stopped && !open.isStopped) {
+        fail(QStringLiteral("an order was stopped that nobody stopped"));
+    }
+    if (open.asked.repeats() && order.state == DOrder::State::Done) {
+        fail(QStringLiteral("a repeating order was done"));
+    }
+    if (open.asked.writes() && m_device.carriedOut(open.asked.start) > 1) {
+        fail(QStringLiteral("a write was carried out more than once"));
+    }
+}
+
+void Book::running() { ++m_turn; }
+
+void Book::status(bool isConnected)
+{
+    note("status", isConnected ? 1 : 0);
+    if (isConnected == m_isTold) {
+        fail(QStringLiteral("the same status was told twice"));
+    }
+    m_isTold = isConnected;
+    if (isConnected && Network::current()->openCount(m_port) == 0) {
+        fail(QStringLiteral("connected without a link"));
+    }
+}
+
+// --- what the process does with its links ---
+
+qint64 Book::delayUs() const
+{
+    return std::min(longestDelayUs, firstDelayUs << std::min(20, std::max(0, m_vain - 1)));
+}
+
+void Book::attempts(quint64 link)
+{
+    note("attempt", static_cast<qint64>(link));
+    if (!m_isThere) {
+        fail(QStringLiteral("a link is tried for an object that has gone"));
+    }
+    if (Network::current()->openCount(m_port) != 1) {
+        fail(QStringLiteral("a link is tried beside another one"));
+    }
+    const auto connects = std::count_if(m_open.begin(), m_open.end(), [](const auto& one) {
+        return one.second.asked.command == QLatin1String("connect");
+    });
+    if (m_goneUs && m_isVainKnown && m_vain > 0 && !m_beginsAtOnce && connects == 1
+        && connectOrder() != 0) {
+        const qint64 passedUs = World::current()->nowUs() - *m_goneUs;
+        if (passedUs < delayUs() / 2 - ms) {
+            fail(QStringLiteral("attempt %1 came after %2 us, before its time")
+                     .arg(m_vain)
+                     .arg(passedUs));
+        }
+    }
+    m_link = link;
+    m_isOpen = false;
+    m_hasReceived = false;
+    m_hasAnswered = false;
+    m_goneUs.reset();
+    if (std::exchange(m_beginsAtOnce, false)) {
+        m_vain = 0;
+    }
+}
+
+void Book::opens(quint64 link)
+{
+    note("open", static_cast<qint64>(link));
+    m_isOpen = true;
+    m_openedUs = World::current()->nowUs();
+    m_trafficUs = awakeUs();
+}
+
+int Book::numberOf(const QByteArray& request) const
+{
+    const auto function = static_cast<quint8>(request.at(functionOffset));
+    if (function != identify) {
+        const auto start = static_cast<quint16>(static_cast<uchar>(request.at(startOffset)) << 8
+                                                | static_cast<uchar>(request.at(startOffset + 1)));
+        const auto it = m_numberOfStart.find(start);
+        return it != m_numberOfStart.end() ? it->second : -1;
+    }
+    const auto it = std::find_if(m_open.begin(), m_open.end(), [](const auto& one) {
+        return one.second.asked.function == identify && one.second.request == 0
+            && one.second.results == 0;
+    });
+    return it != m_open.end() ? it->first : 0;
+}
+
+void Book::sends(quint64 link, const QByteArray& bytes)
+{
+    const int number = numberOf(bytes);
+    note("request", number, bytes);
+    if (m_flight && m_flight->link == link) {
+        fail(QStringLiteral("a request left while another one was out"));
+    }
+    if (number < 0) {
+        fail(QStringLiteral("a request left for an order that is over"));
+        return;
+    }
+    m_flight = Flight{link, number, awakeUs()};
+    m_trafficUs = awakeUs();
+    if (number == 0) {
+        return;
+    }
+    Open& open = m_open.at(number);
+    if (open.asked.function != static_cast<quint8>(bytes.at(functionOffset))) {
+        fail(QStringLiteral("a request of another function"));
+    }
+    if (!open.asked.repeats() && open.request != 0) {
+        fail(QStringLiteral("an order has asked twice"));
+    }
+    open.request = m_device.lastRequest();
+    open.leftAt = World::current()->moment();
+    checkTurn(open);
+}
+
+// Orders that run once go first, in the order of their coming; but what is called already is
+// called.
+void Book::checkTurn(const Open& open) const
+{
+    for (const auto& [number, other] : m_open) {
+        const bool waits = other.sinceUs > m_openedUs && !other.asked.repeats()
+            && other.asked.function != 0 && other.request == 0 && other.results == 0
+            && !other.isStopped && other.id != 0 && other.turn + 1 < m_turn;
+        const bool isBefore = open.asked.repeats() || other.id < open.id;
+        if (waits && isBefore && open.id != 0) {
+            fail(QStringLiteral("order %1 had to wait behind another one").arg(number));
+        }
+    }
+}
+
+void Book::receives(quint64 link, const QByteArray& bytes)
+{
+    note("receive", bytes.size(), bytes);
+    m_trafficUs = awakeUs();
+    m_hasReceived = true;
+    m_isVainKnown = m_isVainKnown && m_hasAnswered;
+    if (m_flight && m_flight->link == link) {
+        m_flight.reset();
+    }
+}
+
+void Book::linkGone()
+{
+    if (m_link == 0) {
+        return;
+    }
+    if (!m_hasReceived) {
+        ++m_vain;
+    } else if (m_hasAnswered) { // a link that has answered may be replaced at once
+        m_vain = 0;
+        m_isVainKnown = true;
+    }
+    m_link = 0;
+    m_isOpen = false;
+    m_goneUs = World::current()->nowUs();
+    m_goneAwakeUs = awakeUs();
+}
+
+void Book::loses(quint64 link)
+{
+    note("lost", static_cast<qint64>(link));
+    linkGone();
+}
+
+void Book::closes(quint64 link)
+{
+    note("close", static_cast<qint64>(link));
+    linkGone();
+    m_flight.reset();
+}
+
+void Book::looksUp()
+{
+    note("look up");
+    m_isVainKnown = false;
+    if (m_goneUs) {
+        m_goneAwakeUs = awakeUs();
+    }
+}
+
+// --- what may be wrong without anything happening ---
+
+void Book::look()
+{
+    if (!m_isThere) {
+        return;
+    }
+    if (m_flight && m_flight->order != 0 && awakeUs() - m_flight->sinceUs > limitUs + turnUs) {
+        fail(QStringLiteral("order %1 has outlived its limit").arg(m_flight->order));
+    }
+    const bool isKept = connectOrder() != 0;
+    if (isKept && m_goneUs && m_link == 0
+        && awakeUs() - *m_goneAwakeUs > longestDelayUs * 3 / 2 + longestLookUpUs + turnUs) {
+        fail(QStringLiteral("no attempt for longer than the longest delay"));
+    }
+    if (isKept && m_isOpen && awakeUs() - m_trafficUs > keepAliveUs + limitUs + turnUs) {
+        fail(QStringLiteral("an open link was not looked after"));
+    }
+}
+
+void Book::expectCalm(int openOrders)
+{
+    if (!m_isOpen) {
+        fail(QStringLiteral("all is well, and there is no link"));
+    }
+    if (static_cast<int>(m_open.size()) != openOrders) {
+        fail(QStringLiteral("all is well, and %1 orders are open instead of %2")
+                 .arg(m_open.size())
+                 .arg(openOrders));
+    }
+    for (const auto& [number, open] : m_open) {
+        const qint64 passedUs = World::current()->nowUs() - open.firstUs;
+        if (open.asked.repeats() && open.outcomes < passedUs / open.asked.intervalUs) {
+            fail(QStringLiteral("all is well, and only %1 repetitions came").arg(open.outcomes));
+        }
+    }
+}

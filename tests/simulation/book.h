@@ -1,0 +1,143 @@
+#pragma once
+
+#include "device.h"
+#include "network.h"
+
+#include <plugin_management/d_orders.h>
+#include <plugin_management/types.h>
+
+#include <map>
+#include <optional>
+
+/// What a user asks of an object.
+struct Asked
+{
+    QString command;
+    quint8 function = 0; ///< 0 for what sends no request of its own
+    quint16 start = 0; ///< no two orders that are open have the same
+    quint16 quantity = 0;
+    qint64 intervalUs = 0; ///< of a listen
+    ParameterMap parameters;
+
+    bool repeats() const { return intervalUs > 0; }
+    bool writes() const { return function > 4 && function != 17; }
+};
+
+/// What must hold of one plug-in object and its link, whatever happens. It is told of everything
+/// that can be seen from outside, and breaks the world's rule at the first thing that is wrong.
+class Book final : public Network::Watcher
+{
+public:
+    Book(int object, quint16 port, Device& device);
+
+    // What the user does.
+    /// An order is about to be started; gives back what begun() wants.
+    int starting(const Asked& asked);
+    void begun(int number, quint64 id);
+    void stopping(quint64 id);
+    void objectMade();
+    /// It will be destroyed now, which stops its orders.
+    void objectLeaving();
+    void objectGone();
+
+    // What the object tells.
+    void result(quint64 id, const QString& name, const QVariant& value);
+    void trouble(quint64 id, const OrderFailure& failure);
+    void ended(const DOrder& order);
+    void running();
+    void status(bool isConnected);
+
+    // What the process does with its links.
+    void attempts(quint64 link) override;
+    void opens(quint64 link) override;
+    void sends(quint64 link, const QByteArray& bytes) override;
+    void receives(quint64 link, const QByteArray& bytes) override;
+    void loses(quint64 link) override;
+    void closes(quint64 link) override;
+    void looksUp() override;
+
+    /// What may be wrong without anything happening.
+    void look();
+    /// All has been well for long: what must be there then.
+    void expectCalm(int openOrders);
+
+    quint64 connectOrder() const;
+    bool isAskedFor(quint16 start) const { return m_numberOfStart.count(start) > 0; }
+    /// An open order that is drawn, 0 when there is none.
+    quint64 anyOrder(Random& random) const;
+    std::vector<quint64> openOrders() const;
+    quint64 answers() const { return m_answers; }
+    quint64 staleCopies() const { return m_staleCopies; }
+    quint64 endedOrders() const { return m_endedOrders; }
+
+private:
+    struct Open
+    {
+        Asked asked;
+        quint64 id = 0; ///< 0 until start() has returned it
+        quint64 request = 0; ///< the last one that left for it
+        quint64 leftAt = 0; ///< the moment
+        qint64 sinceUs = 0;
+        quint64 idsBefore = 0; ///< the largest one that was known when it was started
+        quint64 turn = 0; ///< of the worker, when it was started
+        bool isStopped = false;
+        bool isConfirmed = false;
+        int results = 0;
+        qint64 firstUs = -1; ///< of a listen, its first run
+        qint64 outcomes = 0;
+    };
+    using OpenOrders = std::map<int, Open>;
+
+    /// A request that has left, and nothing has come since.
+    struct Flight
+    {
+        quint64 link = 0;
+        int order = 0; ///< 0: the keep-alive
+        qint64 sinceUs = 0;
+    };
+
+    void fail(const QString& rule) const;
+    void note(const char* what, qint64 number = 0, const QByteArray& bytes = {}) const;
+    /// A clock that stands while the process does, for what must not take longer.
+    qint64 awakeUs() const;
+    Open* find(quint64 id);
+    int numberOf(const QByteArray& request) const;
+    void checkRead(Open& open, const QVariant& value);
+    void checkWrite(Open& open, const QVariant& value);
+    void checkEnd(const Open& open, const DOrder& order) const;
+    void checkTurn(const Open& open) const;
+    void tick(Open& open);
+    void checkDelay() const;
+    void linkGone();
+    qint64 delayUs() const;
+
+    int m_object;
+    quint16 m_port;
+    Device& m_device;
+    bool m_isThere = false;
+    bool m_isLeaving = false;
+    int m_numbers = 0;
+    quint64 m_lastId = 0;
+    quint64 m_turn = 0;
+    OpenOrders m_open;
+    std::map<quint64, int> m_numberOfId;
+    std::map<quint16, int> m_numberOfStart;
+    std::optional<Flight> m_flight;
+    quint64 m_answers = 0;
+    quint64 m_staleCopies = 0;
+    quint64 m_endedOrders = 0;
+
+    // The link.
+    quint64 m_link = 0; ///< being tried or open
+    bool m_isOpen = false;
+    bool m_isTold = false; ///< connected, as told by the object
+    qint64 m_openedUs = 0;
+    qint64 m_trafficUs = 0;
+    bool m_hasReceived = false; ///< on this link
+    bool m_hasAnswered = false; ///< on this link, for sure
+    int m_vain = 0; ///< attempts in a row that no reply followed
+    bool m_isVainKnown = false;
+    bool m_beginsAtOnce = false; ///< for a connect
+    std::optional<qint64> m_goneUs; ///< since when there has been none, and when it was lost
+    std::optional<qint64> m_goneAwakeUs;
+};

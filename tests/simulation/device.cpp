@@ -1,0 +1,331 @@
+#include "device.h"
+
+#include "world.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <string>
+
+namespace {
+
+constexpr qint64 ms = 1000;
+constexpr std::size_t rememberedReplies = 4096;
+constexpr int headerSize = 6; // what the length field does not count
+constexpr int lengthOffset = 5;
+constexpr int functionOffset = 7;
+constexpr int startOffset = 8;
+constexpr int dataOffset = 9;
+constexpr int quantityOffset = 10;
+constexpr int echoSize = 12;
+constexpr quint8 exceptionBit = 0x80;
+constexpr char illegalDataAddress = 2;
+constexpr int floodSize = 4096;
+
+// What a read that is answered so must not be given a value from.
+const std::set<std::string> neverGood{"other-function",
+                                      "other-unit-and-function",
+                                      "fewer-values",
+                                      "more-values",
+                                      "no-values",
+                                      "wrong-length",
+                                      "huge-length",
+                                      "garbage",
+                                      "garbage-text",
+                                      "garbage-function",
+                                      "garbage-length",
+                                      "exception",
+                                      "exception-other-unit",
+                                      "exception-other-function",
+                                      "exception-too-long",
+                                      "never",
+                                      "close-before",
+                                      "reboot"};
+
+quint16 wordIn(const QByteArray& bytes, int offset)
+{
+    return static_cast<quint16>(static_cast<uchar>(bytes.at(offset)) << 8
+                                | static_cast<uchar>(bytes.at(offset + 1)));
+}
+
+QByteArray bytesOf(quint64 request, int start, int size)
+{
+    QByteArray bytes(size, '\0');
+    for (int i = 0; i < size; ++i) {
+        const quint64 mixed =
+            Random::mixed(request * 0x10000 + static_cast<quint64>(start + i / 2));
+        bytes[i] = static_cast<char>(i % 2 == 0 ? mixed : mixed >> 8);
+    }
+    return bytes;
+}
+
+QByteArray framed(const QByteArray& request, quint8 function, const QByteArray& body)
+{
+    QByteArray reply = request.left(functionOffset) + static_cast<char>(function) + body;
+    reply[lengthOffset - 1] = 0;
+    reply[lengthOffset] = static_cast<char>(reply.size() - headerSize);
+    return reply;
+}
+
+} // namespace
+
+Device::Device(const Plan& plan, int number)
+    : m_plan(plan), m_number(number), m_random(plan.seed, static_cast<quint64>('D' + number))
+{
+    goAwayLater();
+}
+
+const Device::Said* Device::said(quint64 request) const
+{
+    const auto it = m_said.find(request);
+    return it != m_said.end() ? &it->second : nullptr;
+}
+
+int Device::carriedOut(quint16 start) const
+{
+    const auto it = m_carriedOut.find(start);
+    return it != m_carriedOut.end() ? it->second : 0;
+}
+
+// --- being there ---
+
+void Device::goAwayLater()
+{
+    World::current()->outside(m_random.spread(m_plan.upUs / 8, m_plan.upUs * 2),
+                              [this] { goAway(); });
+}
+
+void Device::goAway()
+{
+    if (m_isCalm || m_away != Away::No) {
+        return;
+    }
+    World::current()->note(m_number, "device goes");
+    m_away = static_cast<Away>(m_random.between(1, 3));
+    const int how = m_random.below(3); // it says so, or is found to have gone, or nobody knows
+    for (const auto& [link, wire] : m_wires) {
+        if (how == 0) {
+            Network::current()->end(link);
+        } else if (how == 1) {
+            Network::current()->reset(link);
+        }
+    }
+    World::current()->outside(m_random.spread(m_plan.awayUs / 8, m_plan.awayUs * 2),
+                              [this] { comeBack(); });
+}
+
+// What it had in its hands before is gone.
+void Device::comeBack()
+{
+    if (m_away == Away::No) {
+        return;
+    }
+    World::current()->note(m_number, "device comes");
+    m_away = Away::No;
+    for (const auto& [link, wire] : m_wires) {
+        Network::current()->reset(link);
+    }
+    goAwayLater();
+}
+
+void Device::calmDown()
+{
+    comeBack();
+    m_isCalm = true;
+    for (const auto& [link, wire] : m_wires) {
+        Network::current()->end(link);
+    }
+}
+
+void Device::asked(quint64 link)
+{
+    const bool isBusy = !m_isCalm && m_random.perMille(m_plan.spoiledPerMille / 10);
+    const qint64 delayUs = isBusy ? m_random.spread(100 * ms, 4000 * ms) : latencyUs();
+    World::current()->outside(delayUs, [this, link] {
+        if (m_away == Away::Refusing) {
+            Network::current()->refuse(link, ECONNREFUSED);
+        } else if (m_away != Away::Silent) {
+            Network::current()->accept(link);
+            m_wires[link];
+        }
+        if (m_away == Away::Closing) {
+            Network::current()->end(link);
+        }
+    });
+}
+
+// --- answering ---
+
+// A request is on its way when the process closes the link: it is carried out none the less.
+void Device::sent(quint64 link, const QByteArray& bytes)
+{
+    const quint64 request = ++m_requests;
+    World::current()->outside(latencyUs(),
+                              [this, link, request, bytes] { answer(link, request, bytes); });
+}
+
+void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
+{
+    if (m_away != Away::No) {
+        return;
+    }
+    Said said;
+    said.request = request;
+    said.link = link;
+    const QByteArray reply = framed(frame, said.function, carryOut(frame, said));
+    if (!Network::current()->isOpen(link)) {
+        return;
+    }
+    Wire& wire = m_wires[link];
+    const MisbehaviourKind* kind = drawKind(reply, wire);
+    said.isNeverGood = kind != nullptr && neverGood.count(kind->name) > 0;
+    const QByteArray now = kind != nullptr ? kind->now(reply, wire.lastReply) : reply;
+    if (now.size() > dataOffset) {
+        said.sentFunction = static_cast<quint8>(now.at(functionOffset));
+        said.sentData = now.mid(dataOffset, reply.size() - dataOffset);
+    }
+    m_said[request] = said;
+    if (m_said.size() > rememberedReplies) {
+        m_said.erase(m_said.begin());
+    }
+    World::current()->note(m_number, kind != nullptr ? kind->name : "answers",
+                           static_cast<qint64>(request));
+    const bool isSlow = !m_isCalm && m_random.perMille(m_plan.spoiledPerMille / 4);
+    const qint64 delayUs = isSlow ? m_random.spread(10 * ms, 2500 * ms) : latencyUs();
+    send(link, delayUs, now, request, wire.lastRequest);
+    wire.lastReply = reply;
+    wire.lastRequest = request;
+    wire.isWithinReply = kind != nullptr && kind->sendsInParts();
+    if (kind != nullptr) {
+        follow(link, reply, now.size(), request, *kind);
+    }
+}
+
+// Gives back the reply's body behind the function code.
+QByteArray Device::carryOut(const QByteArray& frame, Said& said)
+{
+    said.function = static_cast<quint8>(frame.at(functionOffset));
+    if (said.function == 17) {
+        said.data = bytesOf(said.request, 0, 8);
+        return static_cast<char>(said.data.size()) + said.data;
+    }
+    said.start = wordIn(frame, startOffset);
+    if (said.start % missingOf == missingOf - 1) {
+        said.function |= exceptionBit;
+        return QByteArray(1, illegalDataAddress);
+    }
+    if (said.function > 4) {
+        ++m_carriedOut[said.start];
+        World::current()->note(m_number, "carries out", said.start);
+        return frame.mid(startOffset, echoSize - startOffset);
+    }
+    said.quantity = wordIn(frame, quantityOffset);
+    const int size = said.function <= 2 ? (said.quantity + 7) / 8 : 2 * said.quantity;
+    said.data = bytesOf(said.request, said.start, size);
+    return static_cast<char>(size) + said.data;
+}
+
+const MisbehaviourKind* Device::drawKind(const QByteArray& reply, const Wire& wire)
+{
+    if (m_isCalm || m_plan.kinds.empty() || !m_random.perMille(m_plan.spoiledPerMille)) {
+        return nullptr;
+    }
+    const MisbehaviourKind* kind =
+        m_plan
+            .kinds[static_cast<std::size_t>(m_random.below(static_cast<int>(m_plan.kinds.size())))];
+    return kind->spares(reply, wire.lastReply) ? nullptr : kind;
+}
+
+// The wire keeps the order of what is sent, and may cut it anywhere. \a other is a request to which
+// a copy of the reply may be among it.
+void Device::send(quint64 link, qint64 delayUs, const QByteArray& bytes, quint64 request,
+                  quint64 other)
+{
+    World& world = *World::current();
+    Wire& wire = m_wires[link];
+    wire.freeUs = std::max(wire.freeUs, world.nowUs() + delayUs);
+    for (int at = 0; at < bytes.size();) {
+        const bool isCut = m_plan.cuts && !m_isCalm && m_random.oneIn(8);
+        const int size = isCut ? m_random.between(1, bytes.size() - at) : bytes.size() - at;
+        world.outside(wire.freeUs - world.nowUs(),
+                      [this, link, piece = bytes.mid(at, size), request, other] {
+                          arrive(link, piece, request, other);
+                      });
+        at += size;
+        wire.freeUs += m_random.oneIn(3) ? latencyUs() : 0;
+    }
+}
+
+void Device::arrive(quint64 link, const QByteArray& bytes, quint64 request, quint64 other)
+{
+    if (m_away == Away::No) {
+        Network::current()->deliver(link, bytes);
+        noteArrival(request);
+        noteArrival(other);
+    }
+}
+
+void Device::noteArrival(quint64 request)
+{
+    const auto it = m_said.find(request);
+    if (it != m_said.end()) {
+        it->second.arrived = World::current()->moment();
+    }
+}
+
+void Device::follow(quint64 link, const QByteArray& reply, int sent, quint64 request,
+                    const MisbehaviourKind& kind)
+{
+    using Then = MisbehaviourKind::Then;
+    switch (kind.then) {
+    case Then::Nothing:
+        break;
+    case Then::Rest:
+        send(link, m_random.spread(100 * ms, 8000 * ms), reply.mid(sent), request);
+        break;
+    case Then::ReplySoon:
+        send(link, 5 * ms, reply, request);
+        break;
+    case Then::ByteByByte:
+        for (int i = 0; i < reply.size(); ++i) {
+            send(link, (i + 1) * 5 * ms, reply.mid(i, 1), request);
+        }
+        break;
+    case Then::Drip:
+        for (int i = 0; i < reply.size(); ++i) {
+            send(link, (i + 1) * 250 * ms, reply.mid(i, 1), request);
+        }
+        break;
+    case Then::Flood:
+        repeat(link, ms, reply.repeated(floodSize / reply.size()), request);
+        break;
+    case Then::Close:
+    case Then::HalfClose:
+        endLater(link);
+        break;
+    case Then::Reboot:
+        goAway();
+        break;
+    }
+}
+
+void Device::repeat(quint64 link, qint64 pauseUs, const QByteArray& bytes, quint64 request)
+{
+    World::current()->outside(pauseUs, [this, link, pauseUs, bytes, request] {
+        if (m_isCalm || !Network::current()->isOpen(link)) {
+            return;
+        }
+        if (Network::current()->hasRoom(link)) {
+            arrive(link, bytes, request, 0);
+        }
+        repeat(link, pauseUs, bytes, request);
+    });
+}
+
+// Behind what is on the wire.
+void Device::endLater(quint64 link)
+{
+    World& world = *World::current();
+    world.outside(std::max<qint64>(0, m_wires[link].freeUs - world.nowUs()) + latencyUs(),
+                  [link] { Network::current()->end(link); });
+}

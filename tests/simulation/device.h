@@ -1,0 +1,95 @@
+#pragma once
+
+#include "network.h"
+#include "plan.h"
+#include "random.h"
+
+#include <misbehaviour.h>
+
+#include <map>
+
+/// A device on the virtual network. What it says to a request is said to no other one: registers
+/// hold other values with each, so whatever is mixed up shows.
+class Device final : public Network::Listener
+{
+public:
+    /// What it says to a request.
+    struct Said
+    {
+        quint64 request = 0;
+        quint64 link = 0;
+        quint8 function = 0;
+        quint16 start = 0;
+        quint16 quantity = 0;
+        QByteArray data; ///< as it travels, behind the byte count
+        quint8 sentFunction = 0; ///< what was sent in its place, if that is a whole reply
+        QByteArray sentData;
+        quint64 arrived = 0; ///< the last moment at which a copy of it reached the process
+        bool isNeverGood = false; ///< what was sent in its place cannot answer the request
+    };
+
+    Device(const Plan& plan, int number);
+
+    /// The number of the request that has left last.
+    quint64 lastRequest() const { return m_requests; }
+    /// What was said to it, as far as that is remembered.
+    const Said* said(quint64 request) const;
+    /// The first of those remembered for which it holds.
+    template <typename Condition>
+    bool hasSaid(const Condition& condition) const
+    {
+        return std::any_of(m_said.begin(), m_said.end(),
+                           [&](const auto& one) { return condition(one.second); });
+    }
+    /// How often a write to this register was carried out since forget().
+    int carriedOut(quint16 start) const;
+    void forget(quint16 start) { m_carriedOut.erase(start); }
+
+    /// From here on all is well, for ever.
+    void calmDown();
+
+    void asked(quint64 link) override;
+    void sent(quint64 link, const QByteArray& bytes) override;
+    void left(quint64 link) override { m_wires.erase(link); }
+
+    static constexpr quint16 missingOf = 16; ///< of so many registers the last one is missing
+
+private:
+    enum class Away { No, Refusing, Silent, Closing };
+
+    /// A connection as the device has it.
+    struct Wire
+    {
+        qint64 freeUs = 0; ///< when what was sent last arrives
+        QByteArray lastReply;
+        quint64 lastRequest = 0;
+        bool isWithinReply = false;
+        bool isHalfClosed = false;
+    };
+
+    qint64 latencyUs() { return m_random.spread(20, m_plan.latencyUs); }
+    void goAwayLater();
+    void goAway();
+    void comeBack();
+    void answer(quint64 link, quint64 request, const QByteArray& frame);
+    QByteArray carryOut(const QByteArray& frame, Said& said);
+    const MisbehaviourKind* drawKind(const QByteArray& reply, const Wire& wire);
+    void send(quint64 link, qint64 delayUs, const QByteArray& bytes, quint64 request,
+              quint64 other = 0);
+    void arrive(quint64 link, const QByteArray& bytes, quint64 request, quint64 other);
+    void noteArrival(quint64 request);
+    void follow(quint64 link, const QByteArray& reply, int sent, quint64 request,
+                const MisbehaviourKind& kind);
+    void repeat(quint64 link, qint64 pauseUs, const QByteArray& bytes, quint64 request);
+    void endLater(quint64 link);
+
+    const Plan& m_plan;
+    int m_number;
+    Random m_random;
+    Away m_away = Away::No;
+    bool m_isCalm = false;
+    quint64 m_requests = 0;
+    std::map<quint64, Said> m_said; ///< by request
+    std::map<quint64, Wire> m_wires;
+    std::map<quint16, int> m_carriedOut;
+};

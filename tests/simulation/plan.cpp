@@ -1,0 +1,93 @@
+#include "plan.h"
+
+#include "random.h"
+
+#include <misbehaviour.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr qint64 ms = 1000;
+constexpr qint64 second = 1000 * ms;
+constexpr qint64 minute = 60 * second;
+constexpr qint64 hour = 60 * minute;
+
+// From calm to hell.
+constexpr std::array<int, 6> spoiled{0, 2, 20, 100, 300, 900};
+constexpr std::array<int, 5> nested{0, 1, 10, 50, 200};
+
+constexpr std::array<int, deedCount> usual{400, 30, 120, 20, 20, 1, 60, 12, 6, 10, 30, 10, 4};
+
+} // namespace
+
+const std::array<const char*, deedCount> deedNames{
+    "read",    "listen",     "write", "inform", "mistake",      "burst",  "stop-one",
+    "connect", "disconnect", "trace", "loop",   "stop-process", "destroy"};
+
+Plan::Plan(quint64 givenSeed) : seed(givenSeed)
+{
+    Random random(seed, 'P');
+    objects = random.between(1, 3);
+    busyUs = random.spread(2 * second, 10 * minute);
+    calmUs = random.oneIn(8) ? hour : 3 * minute;
+    spoiledPerMille = spoiled[static_cast<std::size_t>(random.below(spoiled.size()))];
+    nestedPerMille = nested[static_cast<std::size_t>(random.below(nested.size()))];
+    thinkUs = qMax(busyUs / random.between(20, 400), 2 * ms);
+    upUs = random.oneIn(3) ? 10 * busyUs : qMax(busyUs / random.between(1, 20), 50 * ms);
+    awayUs = random.spread(20 * ms, 5 * minute);
+    latencyUs = random.spread(100, 200 * ms);
+    const int few = random.oneIn(2) ? 3 : 1;
+    for (const MisbehaviourKind& kind : misbehaviourKinds) {
+        if (random.oneIn(few)) {
+            kinds.push_back(&kind);
+        }
+    }
+    weights = usual;
+    for (int& weight : weights) { // some do one thing most of the time, and another one never
+        const int turn = random.below(10);
+        weight = turn == 0 ? 0 : turn == 1 ? 5 * weight : weight;
+    }
+}
+
+Plan Plan::quiet(quint64 seed, int days)
+{
+    Plan plan(seed);
+    plan.objects = 1;
+    plan.busyUs = ms;
+    plan.calmUs = days * 24 * hour;
+    plan.calmIntervalMs = 1000;
+    plan.spoiledPerMille = 0;
+    plan.latencyUs = 100;
+    return plan;
+}
+
+std::vector<std::string> Plan::parts() const
+{
+    std::vector<std::string> names{"inside", "away", "cuts"};
+    names.insert(names.end(), deedNames.begin(), deedNames.end());
+    for (const MisbehaviourKind* kind : kinds) {
+        names.emplace_back(kind->name);
+    }
+    return names;
+}
+
+bool Plan::leaveOut(const std::string& part)
+{
+    const auto deed = std::find(deedNames.begin(), deedNames.end(), part);
+    if (deed != deedNames.end()) {
+        weights[static_cast<std::size_t>(deed - deedNames.begin())] = 0;
+    } else if (part == "inside") {
+        nestedPerMille = 0;
+    } else if (part == "away") {
+        upUs = 1000 * hour;
+    } else if (part == "cuts") {
+        cuts = false;
+    } else {
+        kinds.erase(
+            std::remove(kinds.begin(), kinds.end(), findMisbehaviour(QString::fromStdString(part))),
+            kinds.end());
+        return findMisbehaviour(QString::fromStdString(part)) != nullptr;
+    }
+    return true;
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QtGlobal>
+
+#include <array>
+#include <string>
+#include <vector>
+
+struct MisbehaviourKind;
+
+/// What the user of a plug-in object does, at any time or inside a report.
+enum class Deed {
+    Read,
+    Listen,
+    Write,
+    Inform, ///< deviceInformation
+    Mistake, ///< an order that the module refuses
+    Burst, ///< more orders than a queue holds
+    StopOne,
+    Connect,
+    Disconnect,
+    Trace,
+    Loop, ///< an event loop inside a report
+    Stop, ///< the process itself, for a while
+    Destroy,
+};
+constexpr int deedCount = 13;
+extern const std::array<const char*, deedCount> deedNames;
+
+/// What a world is made of: all of it drawn from a seed, but for what somebody leaves out of it to
+/// find what a failure needs.
+struct Plan
+{
+    explicit Plan(quint64 seed);
+    /// One device that does nothing wrong, read once a second for so long.
+    static Plan quiet(quint64 seed, int days);
+
+    /// What can be left out: names of misbehaviours and deeds, "inside", "away" and "cuts".
+    std::vector<std::string> parts() const;
+    /// False when there is no such part.
+    bool leaveOut(const std::string& part);
+
+    quint64 seed;
+    int objects; ///< each with a device of its own
+    qint64 busyUs; ///< how long users and devices do what they like
+    qint64 calmUs; ///< how long all is well after that
+    int calmIntervalMs = 60000; ///< of the reads then
+    bool cuts = true; ///< the wire cuts what is sent
+    int spoiledPerMille; ///< of the replies
+    int nestedPerMille; ///< of the reports, in which something is done
+    qint64 thinkUs; ///< between two deeds of a user, about
+    qint64 upUs; ///< between two times that a device is away, about
+    qint64 awayUs; ///< for how long, about
+    qint64 latencyUs; ///< of the wire, one way, at the most
+    std::vector<const MisbehaviourKind*> kinds; ///< those of this world's devices
+    std::array<int, deedCount> weights; ///< how often each deed is done
+};

@@ -3,14 +3,17 @@
 #include <runtime/engine/instruction_queue.h>
 #include <runtime/engine/worker_action.h>
 
+#include <plugin_management/d_abstract_command.h>
 #include <plugin_management/d_abstract_worker.h>
 #include <plugin_management/d_orders.h>
 #include <plugin_management/i_command.h>
 
+#include <QLoggingCategory>
+
 /// Every call of the runtime into code that is not its own: a module's worker and commands, the
-/// slots of the kit's signals, tracers. Such code may start and stop orders, run an event loop, or
-/// destroy whoever calls it; so only the shells call these, and look after each whether they are
-/// still wanted.
+/// slots of the kit's signals, tracers, message handlers. Such code may start and stop orders, run
+/// an event loop, or destroy whoever calls it; so only the shells call these, and look after each
+/// whether they are still wanted.
 class ForeignCalls
 {
 public:
@@ -51,6 +54,12 @@ public:
     }
 
     // Of a command.
+    static QString name(const DAbstractCommand& prototype) { return prototype.commandName(); }
+    static QList<Declaration> arguments(const DAbstractCommand& prototype)
+    {
+        return prototype.commandArguments();
+    }
+    static bool isRecurrent(const DAbstractCommand& prototype) { return prototype.isRecurrent(); }
     static QSharedPointer<ICommand> create(const ICommand& factory, const ParameterMap& parameters)
     {
         return factory.createCommand(parameters);
@@ -64,6 +73,15 @@ public:
     }
     static void finish(ICommand& command, bool& ok) { command.finishTheCommand(ok); }
     static void tellFinished(ICommand& command, bool ok) { command.sigCommandFinished(ok); }
+
+    // Of whoever hears what is logged.
+    static void log(const QLoggingCategory& category, bool isWarning, const QString& text)
+    {
+        if (category.isEnabled(isWarning ? QtWarningMsg : QtInfoMsg)) {
+            const QMessageLogger logger;
+            (isWarning ? logger.warning(category) : logger.info(category)).noquote() << text;
+        }
+    }
 
     // Of the orders.
     static void tellResult(DOrders& orders, quint64 id, const QString& name, const QVariant& value)

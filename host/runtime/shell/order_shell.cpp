@@ -409,8 +409,8 @@ const DOrder* OrderShell::find(quint64 orderId)
 
 void OrderShell::addPrototype(const DAbstractCommand* prototype)
 {
-    m_prototypes.push_back({prototype->commandName(), prototype->commandArguments(),
-                            prototype->isRecurrent(), withoutParent(*prototype)});
+    m_prototypes.push_back({ForeignCalls::name(*prototype), ForeignCalls::arguments(*prototype),
+                            ForeignCalls::isRecurrent(*prototype), withoutParent(*prototype)});
 }
 
 void OrderShell::setWorker(DAbstractWorker* worker)

@@ -270,13 +270,7 @@ void WorkerShell::tellOutcome(const WorkerAction& action)
 void WorkerShell::log(const WorkerAction& action)
 {
     const WorkerNews news = m_engine.takeNews();
-    callForeign([&] {
-        if (action.flag) {
-            qCWarning(logConnection).noquote() << news.text;
-        } else {
-            qCInfo(logConnection).noquote() << news.text;
-        }
-    });
+    callForeign([&] { ForeignCalls::log(logConnection(), action.flag, news.text); });
 }
 
 void WorkerShell::trace(bool outgoing, const char* data, int size)

@@ -407,7 +407,7 @@ int Book::numberOf(const QByteArray& request) const
     }
     const auto it = std::find_if(m_open.begin(), m_open.end(), [](const auto& one) {
         return one.second.asked.function == identify && one.second.request == 0
-            && one.second.results == 0;
+            && one.second.results == 0 && !one.second.isStopped;
     });
     return it != m_open.end() ? it->first : 0;
 }

@@ -265,6 +265,7 @@ void Book::trouble(quint64 id, const OrderFailure& failure)
         return;
     }
     note("trouble", static_cast<int>(failure.code));
+    noteTaint(*open, failure);
     if (open->asked.function != 0) {
         tick(*open);
         if (!open->asked.repeats()) {
@@ -302,6 +303,9 @@ void Book::ended(const DOrder& order)
     note("end", number, QByteArray::number(static_cast<int>(order.state)));
     ++m_endedOrders;
     checkEnd(*open, order);
+    if (order.state == DOrder::State::Failed) {
+        noteTaint(*open, order.failure);
+    }
     if (m_flight && m_flight->order == number) {
         m_flight->order = 0;
     }
@@ -313,6 +317,15 @@ void Book::ended(const DOrder& order)
     m_open.erase(number);
     m_numberOfId.erase(order.id);
     m_beginsAtOnce = m_beginsAtOnce || (wasConnect && connectOrder() != 0); // it waited for this
+}
+
+// Whatever comes next on that link could be what this order did not get.
+void Book::noteTaint(const Open& open, const OrderFailure& failure)
+{
+    using Code = OrderFailure::Code;
+    if (failure.code == Code::BadReply || failure.code == Code::Timeout) {
+        m_tainted = open.link;
+    }
 }
 
 void Book::checkEnd(const Open& open, const DOrder& order) const
@@ -423,6 +436,9 @@ void Book::sends(quint64 link, const QByteArray& bytes)
         fail(QStringLiteral("a request left for an order that is over"));
         return;
     }
+    if (m_tainted == link) {
+        fail(QStringLiteral("a request left on a link that could not be trusted any more"));
+    }
     m_flight = Flight{link, number, awakeUs()};
     m_trafficUs = awakeUs();
     if (number == 0) {
@@ -436,6 +452,7 @@ void Book::sends(quint64 link, const QByteArray& bytes)
         fail(QStringLiteral("an order has asked twice"));
     }
     open.request = m_device.lastRequest();
+    open.link = link;
     open.leftAt = World::current()->moment();
     checkTurn(open);
 }

@@ -76,6 +76,7 @@ private:
         Asked asked;
         quint64 id = 0; ///< 0 until start() has returned it
         quint64 request = 0; ///< the last one that left for it
+        quint64 link = 0; ///< on which it left
         quint64 leftAt = 0; ///< the moment
         qint64 sinceUs = 0;
         quint64 idsBefore = 0; ///< the largest one that was known when it was started
@@ -104,6 +105,7 @@ private:
     int numberOf(const QByteArray& request) const;
     void checkRead(Open& open, const QVariant& value);
     void checkWrite(Open& open, const QVariant& value);
+    void noteTaint(const Open& open, const OrderFailure& failure);
     void checkEnd(const Open& open, const DOrder& order) const;
     void checkTurn(const Open& open) const;
     void tick(Open& open);
@@ -129,6 +131,7 @@ private:
 
     // The link.
     quint64 m_link = 0; ///< being tried or open
+    quint64 m_tainted = 0; ///< nothing more may leave on it
     bool m_isOpen = false;
     bool m_isTold = false; ///< connected, as told by the object
     qint64 m_openedUs = 0;

@@ -218,6 +218,7 @@ void Book::result(quint64 id, const QString& name, const QVariant& value)
         checkRead(*open, value);
     }
     tick(*open);
+    noteAnswer(m_numberOfId.at(id));
     m_hasAnswered = true;
     m_vain = 0;
     m_isVainKnown = true;
@@ -266,6 +267,7 @@ void Book::trouble(quint64 id, const OrderFailure& failure)
     }
     note("trouble", static_cast<int>(failure.code));
     noteTaint(*open, failure);
+    noteAnswer(m_numberOfId.at(id));
     if (open->asked.function != 0) {
         tick(*open);
         if (!open->asked.repeats()) {
@@ -304,6 +306,7 @@ void Book::ended(const DOrder& order)
     ++m_endedOrders;
     checkEnd(*open, order);
     if (order.state == DOrder::State::Failed) {
+        noteAnswer(number);
         noteTaint(*open, order.failure);
     }
     if (m_flight && m_flight->order == number) {
@@ -318,6 +321,8 @@ void Book::ended(const DOrder& order)
     m_numberOfId.erase(order.id);
     m_beginsAtOnce = m_beginsAtOnce || (wasConnect && connectOrder() != 0); // it waited for this
 }
+
+void Book::noteAnswer(int number) { m_isAnswered = m_isAnswered || number == m_lastAsked; }
 
 // Whatever comes next on that link could be what this order did not get.
 void Book::noteTaint(const Open& open, const OrderFailure& failure)
@@ -439,6 +444,8 @@ void Book::sends(quint64 link, const QByteArray& bytes)
     if (m_tainted == link) {
         fail(QStringLiteral("a request left on a link that could not be trusted any more"));
     }
+    m_lastAsked = number;
+    m_isAnswered = false;
     m_flight = Flight{link, number, awakeUs()};
     m_trafficUs = awakeUs();
     if (number == 0) {
@@ -477,6 +484,9 @@ void Book::receives(quint64 link, const QByteArray& bytes)
     note("receive", bytes.size(), bytes);
     m_trafficUs = awakeUs();
     m_hasReceived = true;
+    if (m_isAnswered) { // nothing asked for it, so it may answer what is asked next
+        m_tainted = link;
+    }
     m_isVainKnown = m_isVainKnown && m_hasAnswered;
     if (m_flight && m_flight->link == link) {
         m_flight.reset();

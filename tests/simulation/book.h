@@ -105,6 +105,7 @@ private:
     int numberOf(const QByteArray& request) const;
     void checkRead(Open& open, const QVariant& value);
     void checkWrite(Open& open, const QVariant& value);
+    void noteAnswer(int number);
     void noteTaint(const Open& open, const OrderFailure& failure);
     void checkEnd(const Open& open, const DOrder& order) const;
     void checkTurn(const Open& open) const;
@@ -131,6 +132,8 @@ private:
 
     // The link.
     quint64 m_link = 0; ///< being tried or open
+    int m_lastAsked = 0; ///< the order of the last request
+    bool m_isAnswered = false; ///< that it has been told so
     quint64 m_tainted = 0; ///< nothing more may leave on it
     bool m_isOpen = false;
     bool m_isTold = false; ///< connected, as told by the object

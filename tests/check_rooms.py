@@ -8,6 +8,7 @@ import sys
 VALUES = ("types order_failure reply_framing worker_statistics d_order plugin_management_global "
           "fast_delegate").split()
 KIT = r"(plugin_management|utilities)/"
+POINTS = r"points/"
 QT = r"Q\w+$|QtCore/qglobal\.h$"
 QT_VALUES = r"Q(ByteArray|String|Map|Variant|List|Hash|tGlobal)$"
 STANDARD = r"[a-z_]+$"  # <vector>, and no header of the system such as <sys/socket.h>
@@ -26,10 +27,12 @@ ROOMS = {
                            r"sys/random\.h$", STANDARD],
     "host/plugin_management": [KIT, r"runtime/shell/\w+_shell\.h$", r"runtime/engine/map_lookup\.h$",
                                QT, STANDARD],
+    "host/points": [r"Q(ByteArray|Date\w+|Json\w+|List|Locale|Map|RegularExpression|String|"
+                    r"StringList|tGlobal|Variant|Vector)$", STANDARD],
     "plugins/p_driver_modbus/source/modbus_codec.cpp": [r"modbus_codec\.h$", r"endian\.h$", STANDARD],
     "plugins/p_driver_modbus/source/modbus_codec.h": [STANDARD],
     "plugins/p_driver_modbus/source": [KIT, QT, STANDARD],
-    "apps/driver_host": [KIT, r"common/", QT, r"CLI/", STANDARD, SYSTEM],
+    "apps/driver_host": [KIT, POINTS, r"common/", QT, r"CLI/", STANDARD, SYSTEM],
     "apps/common": [r"common/", r"plugin_management/parameter_check\.h$", QT, r"CLI/", STANDARD, SYSTEM],
     "apps/device_simulator": [r"common/", QT, r"CLI/", STANDARD, SYSTEM],
     "examples/sample_module": [KIT, QT, STANDARD],

@@ -15,7 +15,8 @@ import programs
 RUNTIME = """bin/device-simulator bin/driver-host lib/libhost_plugin_management.so.1
     lib/libhost_plugin_management.so.1.0.0 lib/libhost_points.so.1 lib/libhost_points.so.1.0.0
     lib/libhost_utilities.so.1 lib/libhost_utilities.so.1.0.0
-    lib/plugins/libp_driver_modbus.so share/bash-completion/completions/device-simulator
+    lib/plugins/libp_driver_modbus.profile.json lib/plugins/libp_driver_modbus.so
+    share/bash-completion/completions/device-simulator
     share/bash-completion/completions/driver-host share/man/man1/device-simulator.1
     share/man/man1/driver-host.1 share/doc/modbus-driver/docs/device-compatibility.md
     share/doc/modbus-driver/docs/driver-host.md""".split()

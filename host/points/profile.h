@@ -75,6 +75,7 @@ struct CommandProfile
     QString once; ///< of a Read that goes on: the command that does the same once
     int intervalMs = 0; ///< of a Read that goes on: from one reading to the next by default
     QString values; ///< of a Read: the result that has what was read
+    QStringList examples; ///< what one may give it, as options of driver-host
     QMap<QString, ParameterProfile> parameters;
     QMap<QString, QString> results; ///< what they are, for people
     std::optional<Confirmation> confirmed;
@@ -86,7 +87,7 @@ struct CommandProfile
 /// What a failure may mean, and what to do about it.
 struct Hint
 {
-    QString failure; ///< "device_exception", "timeout", "connection_lost", "keep_alive_lost"
+    QString failure; ///< "device_exception", "timeout", "keep_alive_lost"
     int exception = 0; ///< only for this one; 0: any
     QString text; ///< for people, without a full stop
 };

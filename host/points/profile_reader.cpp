@@ -127,10 +127,13 @@ void readUse(const JsonNode& node, CommandProfile& command)
 CommandProfile readCommand(const JsonNode& node)
 {
     node.only(words({"description", "use", "once", "interval", "values", "parameters", "results",
-                     "confirmed"}));
+                     "confirmed", "examples"}));
     CommandProfile command;
     command.description = node.at("description").text();
     readUse(node, command);
+    for (const JsonNode& example : node.at("examples").items()) {
+        command.examples.append(example.text());
+    }
     for (const QString& name : node.at("parameters").keys()) {
         command.parameters.insert(name, readParameter(node.at("parameters").member(name)));
     }
@@ -143,8 +146,7 @@ CommandProfile readCommand(const JsonNode& node)
 Hint readHint(const JsonNode& node)
 {
     node.only(words({"failure", "exception", "text"}));
-    const QStringList failures =
-        words({"device_exception", "timeout", "connection_lost", "keep_alive_lost"});
+    const QStringList failures = words({"device_exception", "timeout", "keep_alive_lost"});
     Hint hint;
     hint.failure = failures.at(node.at("failure").choice(failures));
     hint.exception = node.at("exception").isThere() ? node.at("exception").number(1, 255) : 0;

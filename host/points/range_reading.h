@@ -49,6 +49,8 @@ public:
 
     /// The request to make now; none when all have been answered.
     std::optional<Span> next() const;
+    /// The part of the range for which next() asks.
+    Span part() const { return m_pieces[m_piece].span; }
     /// The values of the reply to next(). False when it does not hold what was asked for.
     bool take(const QVariantList& values);
     /// The device has none of what next() asked for. False when there is no other way to ask.

@@ -5,8 +5,10 @@ each other. CTest passes the programs in the environment."""
 import csv
 import io
 import os
+import shutil
 import subprocess
 import sys
+import tempfile
 import unittest
 
 from programs import PATIENCE, Device, free_port, parse
@@ -76,6 +78,31 @@ class Info(EndToEnd):
                          ["connect", "listen", "read", "write", "deviceInformation"])
 
 
+    def test_profile(self):
+        """What people are told; a wrong one is told of, and left out."""
+        info = parse(execute([HOST, "info", "--format", "json"]).stdout)
+        self.assertEqual([table["digit"] for table in info["tables"]], ["0", "1", "3", "4"])
+        self.assertIn("one of coilsRegister, inputStatus", execute([HOST, "info"]).stdout)
+        module = os.path.join(os.path.dirname(HOST), "../lib/plugins/libp_driver_modbus")
+        with tempfile.TemporaryDirectory() as folder:
+            shutil.copy(module + ".so", folder)
+            host = [HOST, "info", "--plugin", folder + "/libp_driver_modbus.so"]
+            for text, error in (
+                    (None, ""), ('{"profile":3}', "profile is not a whole number 1 to 1; "),
+                    ('{"profile":1,"commands":{"x":{"description":"X"}}}',
+                     "commands.x: the module has no such command; ")):
+                with self.subTest(text):
+                    profile = folder + "/libp_driver_modbus.profile.json"
+                    if text:
+                        with open(profile, "w", encoding="utf-8") as file:
+                            file.write(text)
+                    done = execute(host)
+                    self.assertEnded(done, 0)
+                    self.assertIn("modbus register type: coilRegister /", done.stdout)
+                    self.assertEqual(done.stderr, error and f"driver-host: {profile}: {error}"
+                                                            "the profile is ignored\n")
+
+
 class Read(EndToEnd):
     ROWS = [
         # type, register, count, values
@@ -102,7 +129,7 @@ class Read(EndToEnd):
         self.on_every_device(self.check_values, self.ROWS)
 
     def check_values(self, device, kind, register, count, values):
-        options = ["--register-type", kind, "--register", register, "--data-size", count]
+        options = ["--raw", "--register-type", kind, "--register", register, "--data-size", count]
         done = run("read", PORTS[device], "--format", "json", *options)
         self.assertEnded(done, 0)
         self.assertEqual([e["value"] for e in events(done.stdout)], [values])
@@ -131,14 +158,16 @@ class Write(EndToEnd):
         # type, register, data, table and values that another client then reads there
         ("coilsRegister", 301, "1", "coils", "1"),
         ("coilsRegister", 303, "0", "coils", "0"),
+        ("multipleCoils", 341, "on,off,1,true,0", "coils", "1 0 1 1 0"), # one by one
+        ("coilsRegister", 350, "1,1,0,1", "coils", "1 1 0 1"),
         ("singleRegister", 310, "0x1234", "holding", "4660"),
         ("multipleRegisters", 320, "258,0x304,65535", "holding", "258 772 65535"),
         ("multipleRegisters", 400, "0" + 120 * ",65535", "holding", "0" + 120 * " 65535"),
     ]
 
-    def write(self, device, kind, register, data):
+    def write(self, device, kind, register, data, *options):
         return run("write", PORTS[device], "--register-type", kind, "--register", register,
-                   "--data", data)
+                   "--data", data, *options)
 
     def assertHolds(self, device, table, register, values):
         done = execute([os.environ["LIBMODBUS_CLIENT"], str(PORTS[device]), table, str(register),
@@ -156,10 +185,11 @@ class Write(EndToEnd):
     def test_multiple_coils_travel_as_words(self):
         """Three words where three bits are due: libmodbus takes the first bits of them, stricter
         devices refuse the byte count."""
-        self.assertEnded(self.write("libmodbus server", "multipleCoils", 331, "0x0500,0,0"), 0)
+        words = ("multipleCoils", 331, "0x0500,0,0", "--raw")
+        self.assertEnded(self.write("libmodbus server", *words), 0)
         self.assertHolds("libmodbus server", "coils", 331, "1 0 1")
         for device in ("device-simulator", "raw device"):
-            done = self.write(device, "multipleCoils", 331, "0x0500,0,0")
+            done = self.write(device, *words)
             self.assertEnded(done, 1)
             self.assertIn("exception 3", done.stderr)
 

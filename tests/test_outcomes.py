@@ -60,6 +60,13 @@ class Socket:
     def refused(self):
         self.client.sendall(bytes.fromhex("aabb00000003008302"))
 
+    def answered(self):
+        self.client.sendall(bytes.fromhex("aabb0000000500030201 02"))
+
+    def unconfirmed(self):
+        """Register 5 and 2, where 1 was written."""
+        self.client.sendall(bytes.fromhex("aabb00000006000600050002"))
+
     def close(self):
         self.client.close()
         self.socket.close()
@@ -79,6 +86,7 @@ def make_device(name):
 def summary(event):
     kind = event["event"]
     last = {"started": kind, "result": event.get("value"), "error": event.get("code"),
+            "connection": "again" if event.get("connected") else "lost",
             "finished": "ok" if event.get("ok") else "failed"}[kind]
     return f"{event['id']}:{last}" if "id" in event else str(last)
 
@@ -89,9 +97,10 @@ class Play:
     def __init__(self, line, device, output):
         for short, long in (("@", f"--host 127.0.0.1 --port {device.port}"), ("SCRIPT", RAW_DEVICE),
                             ("%", "--register-type holdingRegisters --register"),
+                            ("MANY", ",".join(["1"] * 122)),
                             ("MODULE", os.environ["FIXTURE_MODULE"])):
             line = re.sub(rf"(?<= ){short}(?= |$)", long, line)
-        words = line.split()
+        words = [word.replace("NONE", "") for word in line.split()]
         orders = [word for word in words[1:] if word.lstrip("-") in ORDERS]
         words = ["run", "-"] if orders else words + ["--format", "json"]
         self.device, self.events, self.messages = device, [], []

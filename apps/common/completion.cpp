@@ -12,11 +12,14 @@ bool beginsWith(const std::string& text, const std::string& beginning)
     return text.compare(0, beginning.size(), beginning) == 0;
 }
 
-// Placeholders in a label have capitals, ranges begin with a digit.
+// Placeholders in a label have capitals only, ranges begin with a digit.
 Words listedValues(const std::string& label)
 {
     const std::string list = label.substr(0, label.find(','));
-    if (list.find_first_not_of("abcdefghijklmnopqrstuvwxyz-|") != std::string::npos) {
+    const std::string lower = "abcdefghijklmnopqrstuvwxyz";
+    const bool isList = list.find('|') != std::string::npos
+        || list.find_first_not_of(lower + "-") == std::string::npos;
+    if (!isList || list.find_first_of(" .:[]=") != std::string::npos) {
         return {};
     }
     std::istringstream stream(list);

@@ -94,6 +94,12 @@ int run(const QStringList& arguments)
     if (!line.request || module.object.plugin == nullptr) {
         return answer(line, module.error, console);
     }
+    if (!module.profileError.isEmpty()) {
+        console.error(failureLine(module.profileError));
+    }
+    for (const QString& note : request.notes) {
+        console.note(failureLine(note));
+    }
     MessageLog::setVerbose(request.verbose);
     const int exitCode = carryOut(module, request, console);
     return exitCode == ExitDone && console.hasLostOutput() ? int(ExitOrderFailed) : exitCode;

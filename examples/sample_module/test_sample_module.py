@@ -50,8 +50,8 @@ class SampleModule(unittest.TestCase):
     def test_help_shows_the_declared_options_and_no_others(self):
         output = run("get", "--help")[1]
         options = [line.split("  ")[1] for line in output.splitlines() if line.startswith("  --")]
-        self.assertEqual(options[:2], ["--name TEXT, required", "--times 0..65535, default 1"])
-        self.assertIn("--port 0..65535, default 4000", options)
+        self.assertEqual(options[:2], ["--name TEXT, required", "--times 1..1000, default 1"])
+        self.assertIn("--port 1..65535, default 4000", options)
         self.assertNotRegex(output.lower(), "modbus|register|coil")
 
     def test_get(self):

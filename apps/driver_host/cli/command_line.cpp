@@ -10,6 +10,8 @@
 namespace {
 
 constexpr const char* programName = "driver-host";
+constexpr const char* commandsFooter =
+    "'driver-host COMMAND --help' tells what a command takes, with examples.\n\n";
 constexpr const char* helpFooter =
     "Results go to standard output, everything else to standard error.\n"
     "Exit codes: 0 done, 1 the order failed, 2 usage, 3 no connection, 4 module not loadable.";
@@ -61,8 +63,9 @@ Parser::Parser(const ModuleDescription& module)
     m_app.footer(helpFooter);
     addOwnCommands(module);
     for (const CommandDescription& command : module.commands) {
-        m_subcommands.emplace_back(m_app, command, module.connectCommand(), m_globals);
+        m_subcommands.emplace_back(m_app, command, module, m_globals);
     }
+    m_app.footer(std::string(commandsFooter) + helpFooter);
 }
 
 // A command of the module goes before one of ours with the same name.

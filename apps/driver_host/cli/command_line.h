@@ -1,6 +1,7 @@
 #pragma once
 
 #include "output/renderer.h"
+#include "run/point_plan.h"
 
 #include <common/arguments.h>
 #include <plugin_management/types.h>
@@ -20,6 +21,11 @@ struct Request
     QString orders; ///< of "run": the file to read, "-" for standard input; else empty
     ParameterMap parameters; ///< of the order, checked and with declared defaults
     ParameterMap connectParameters; ///< of the order that makes the connection
+    std::optional<Places> places; ///< of the values that are read
+    std::optional<PointPlan> points; ///< what takes more than one order of the command
+    bool isOldNumber = false; ///< the places are given by their old numbers
+    bool saysWritten = false; ///< as text, a write that is done says so instead of its result
+    QStringList notes; ///< to be told before anything is done
     Format format = Format::Text;
     bool quiet = false;
     bool verbose = false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <plugin_management/types.h>
+#include <points/profile.h>
 
 #include <QList>
 #include <QString>
@@ -21,7 +22,7 @@ struct CommandDescription
     bool isConnect() const;
 };
 
-/// What a module tells about itself: all that driver-host knows of it.
+/// What a module tells about itself, and its profile of it: all that driver-host knows of it.
 struct ModuleDescription
 {
     QString file;
@@ -31,6 +32,7 @@ struct ModuleDescription
     QString type; ///< four characters, such as "Driv"
     QString interfaceId;
     QList<CommandDescription> commands;
+    Points::Profile profile; ///< says nothing where the module has none
 
     /// The command \a name, null when the module has none.
     const CommandDescription* find(const QString& name) const;

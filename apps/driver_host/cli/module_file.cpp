@@ -1,5 +1,7 @@
 #include "cli/module_file.h"
 
+#include "cli/module_profile.h"
+
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_plugin_loader.h>
 
@@ -58,5 +60,6 @@ Module loadModule(const QString& file, const QString& objectName)
         return module;
     }
     module.description = describeModule(*module.object.plugin, path);
+    module.profileError = addProfile(module.description);
     return module;
 }

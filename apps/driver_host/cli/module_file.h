@@ -24,6 +24,7 @@ struct Module
     PluginObject object;
     ModuleDescription description;
     QString error;
+    QString profileError; ///< what is wrong with its profile, which is ignored then
 };
 
 /// Loads \a file, or the driver module that comes with this program when \a file is empty, and

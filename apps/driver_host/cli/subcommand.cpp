@@ -1,5 +1,6 @@
 #include "cli/subcommand.h"
 
+#include "cli/parameter_rules.h"
 #include "cli/value_parser.h"
 #include "output/value_text.h"
 
@@ -28,20 +29,6 @@ constexpr std::array<std::pair<const char*, const char*>, 5> typeLabels{{
     {"varL", "VALUE,..."},
 }};
 
-QString kebabCase(const QString& name)
-{
-    QString kebab;
-    for (const QChar c : name) {
-        if (c.isUpper() && !kebab.isEmpty()) {
-            kebab += QLatin1Char('-');
-        }
-        kebab += c.toLower();
-    }
-    return kebab;
-}
-
-QString optionName(const QString& parameter) { return QLatin1String("--") + kebabCase(parameter); }
-
 std::string typeLabel(const QString& tag)
 {
     for (const auto& [known, label] : typeLabels) {
@@ -52,12 +39,40 @@ std::string typeLabel(const QString& tag)
     return "VALUE[,...]";
 }
 
-std::string optionText(const Declaration& declared)
+// What a profile says, in place of what the type says.
+std::string labelOf(const Declaration& declared, const Points::ParameterProfile* profile)
 {
-    const std::string label = typeLabel(declared.typeTag);
+    if (profile == nullptr) {
+        return typeLabel(declared.typeTag);
+    }
+    if (profile->role == Points::Role::Address) {
+        return "ADDRESS";
+    }
+    if (!profile->words.isEmpty()) {
+        return profile->words.join(QLatin1Char('|')).toStdString();
+    }
+    return profile->least ? std::to_string(*profile->least) + ".." + std::to_string(*profile->most)
+                          : typeLabel(declared.typeTag);
+}
+
+std::string optionText(const Declaration& declared, const Points::ParameterProfile* profile)
+{
+    const std::string label = labelOf(declared, profile);
+    if (profile != nullptr && profile->role == Points::Role::Kind) {
+        return label;
+    }
     return declared.defaultValue.isValid()
         ? label + ", default " + plainText(declared.defaultValue).toStdString()
         : label + ", required";
+}
+
+std::string examplesText(const QString& command, const Points::CommandProfile& profile)
+{
+    QString text;
+    for (const QString& example : profile.examples) {
+        text += QStringLiteral("  driver-host %1 %2\n").arg(command, example);
+    }
+    return text.isEmpty() ? std::string() : "Examples:\n" + text.toStdString() + '\n';
 }
 
 // Of a list the element that does not fit, else what the user typed.
@@ -87,17 +102,23 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& globals)
         ->group(globalGroup);
 }
 
-QString unfit(const QString& option, const QString& given, const QString& wanted)
-{
-    return QStringLiteral("%1: '%2' is not %3").arg(option, given, wanted);
-}
-
 Subcommand::Subcommand(CLI::App& root, const CommandDescription& command,
-                       const CommandDescription* connect, GlobalOptions& globals)
-    : m_command(command),
+                       const ModuleDescription& module, GlobalOptions& globals)
+    : m_module(module), m_command(command),
       m_app(root.add_subcommand(command.name.toStdString(), command.description.toStdString()))
 {
+    const CommandDescription* connect = module.connectCommand();
+    const Points::CommandProfile* profile = module.profile.command(command.name);
+    if (profile != nullptr && profile->use != Points::CommandProfile::Use::None) {
+        for (const QString& name : PointOptions::names()) {
+            m_takenNames.insert(name);
+        }
+        m_points.emplace(module, command);
+    }
     addParameters(command, false);
+    if (m_points) {
+        m_points->add(*m_app);
+    }
     if (connect != nullptr && !command.isConnect()) {
         addParameters(*connect, true);
     }
@@ -115,6 +136,9 @@ Subcommand::Subcommand(CLI::App& root, const CommandDescription& command,
         ->option_text("KEY=VALUE, repeatable")
         ->allow_extra_args(false);
     addGlobalOptions(*m_app, globals);
+    if (profile != nullptr) {
+        m_app->footer(examplesText(command.name, *profile) + root.get_footer());
+    }
 }
 
 void Subcommand::addParameters(const CommandDescription& command, bool ofConnect)
@@ -134,7 +158,7 @@ void Subcommand::addParameter(const Declaration& declared, bool ofConnect)
     const std::string names = freeNames(declared.name);
     if (!names.empty()) {
         added.option = m_app->add_option(names, added.text, declared.description.toStdString());
-        added.option->option_text(optionText(declared))
+        added.option->option_text(optionText(declared, profileOf(added)))
             ->group(ofConnect ? connectGroup : "Options");
     }
 }
@@ -173,6 +197,31 @@ const Subcommand::ParameterOption* Subcommand::find(const QString& parameter) co
     return it != m_options.cend() ? &*it : nullptr;
 }
 
+const Points::ParameterProfile* Subcommand::profileOf(const ParameterOption& option) const
+{
+    const CommandDescription* connect = m_module.connectCommand();
+    const QString command = option.ofConnect && connect != nullptr ? connect->name : m_command.name;
+    const Points::CommandProfile* profile = m_module.profile.command(command);
+    if (profile == nullptr) {
+        return nullptr;
+    }
+    const auto known = profile->parameters.constFind(option.declared.name);
+    return known != profile->parameters.cend() ? &*known : nullptr;
+}
+
+Points::Role Subcommand::roleOf(const ParameterOption& option) const
+{
+    const Points::ParameterProfile* profile = profileOf(option);
+    return profile != nullptr ? profile->role : Points::Role::None;
+}
+
+// Their texts mean more than their type tells.
+bool Subcommand::isLeftToPoints(const ParameterOption& option) const
+{
+    const Points::Role role = roleOf(option);
+    return m_points && (role == Points::Role::Address || role == Points::Role::Data);
+}
+
 QString Subcommand::fill(Request& request) const
 {
     QString error = fillOptions(request);
@@ -181,15 +230,69 @@ QString Subcommand::fill(Request& request) const
     }
     fillNumbers(request);
     if (error.isEmpty()) {
+        error = fillPoints(request);
+    }
+    if (error.isEmpty()) {
         error = fillDefaults(request);
     }
-    return error.isEmpty() ? missing(request) : error;
+    if (error.isEmpty()) {
+        error = missing(request);
+    }
+    return error.isEmpty() ? checkRules(request) : error;
+}
+
+QString Subcommand::textOf(Points::Role role, const Request& request) const
+{
+    for (const ParameterOption& option : m_options) {
+        if (!option.ofConnect && roleOf(option) == role) {
+            return option.text.empty() ? plainText(request.parameters.value(option.declared.name))
+                                       : QString::fromStdString(option.text);
+        }
+    }
+    return {};
+}
+
+QString Subcommand::fillPoints(Request& request) const
+{
+    return m_points ? m_points->fill(textOf(Points::Role::Address, request),
+                                     textOf(Points::Role::Data, request), request)
+                    : QString();
+}
+
+QString Subcommand::checkRules(Request& request) const
+{
+    for (const ParameterOption& option : m_options) {
+        const Points::ParameterProfile* profile = profileOf(option);
+        ParameterMap& map = option.ofConnect ? request.connectParameters : request.parameters;
+        if (profile == nullptr || profile->role == Points::Role::Kind) {
+            continue; // kinds are chosen where points are
+        }
+        QString error =
+            checkRule(optionName(option.declared.name), *profile, map[option.declared.name]);
+        if (!error.isEmpty()) {
+            return error;
+        }
+    }
+    return {};
+}
+
+void Subcommand::note(const QString& name, Request& request) const
+{
+    QStringList known{QStringLiteral("recurrentInterval")};
+    for (const ParameterOption& option : m_options) {
+        known.append(option.declared.name);
+    }
+    const QString text = undeclaredNote(name, known, m_module.profile);
+    if (!text.isEmpty() && !request.notes.contains(text)) {
+        request.notes.append(text);
+    }
 }
 
 QString Subcommand::fillOptions(Request& request) const
 {
     for (const ParameterOption& option : m_options) {
-        if (option.option == nullptr || option.option->count() == 0) {
+        const bool isGiven = option.option != nullptr && option.option->count() > 0;
+        if (!isGiven || isLeftToPoints(option)) {
             continue;
         }
         QVariant value;
@@ -224,6 +327,9 @@ QString Subcommand::fillParam(const QString& given, Request& request) const
     const QString key = given.left(separator);
     const QString text = given.mid(separator + 1);
     const ParameterOption* declared = find(key);
+    if (declared == nullptr) {
+        note(key, request);
+    }
     QVariant value;
     Misfit misfit;
     const QString tag = declared != nullptr ? declared->declared.typeTag : QStringLiteral("vart");

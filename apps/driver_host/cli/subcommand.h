@@ -2,11 +2,14 @@
 
 #include "cli/command_line.h"
 #include "cli/module_description.h"
+#include "cli/option_text.h"
+#include "cli/point_options.h"
 
 #include <CLI/CLI.hpp>
 #include <QSet>
 
 #include <deque>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,9 +26,6 @@ struct GlobalOptions
 /// Adds them to the program or to one of its subcommands.
 void addGlobalOptions(CLI::App& app, GlobalOptions& globals);
 
-/// What is wrong with the value of an option, such as "--port: 'x' is not a number 0 to 65535".
-QString unfit(const QString& option, const QString& given, const QString& wanted);
-
 /// A command of the module as a subcommand, with an option for each of its parameters and, unless
 /// it makes the connection itself, for those of "connect".
 ///
@@ -33,7 +33,8 @@ QString unfit(const QString& option, const QString& given, const QString& wanted
 class Subcommand
 {
 public:
-    Subcommand(CLI::App& root, const CommandDescription& command, const CommandDescription* connect,
+    /// \a module must outlive it, and \a command is one of its.
+    Subcommand(CLI::App& root, const CommandDescription& command, const ModuleDescription& module,
                GlobalOptions& globals);
 
     Q_DISABLE_COPY(Subcommand)
@@ -60,6 +61,13 @@ private:
     void addRepetition();
     std::string freeNames(const QString& parameter);
     const ParameterOption* find(const QString& parameter) const;
+    Points::Role roleOf(const ParameterOption& option) const;
+    QString textOf(Points::Role role, const Request& request) const;
+    const Points::ParameterProfile* profileOf(const ParameterOption& option) const;
+    bool isLeftToPoints(const ParameterOption& option) const;
+    QString fillPoints(Request& request) const;
+    QString checkRules(Request& request) const;
+    void note(const QString& name, Request& request) const;
     QString fillOptions(Request& request) const;
     QString fillParams(Request& request) const;
     QString fillParam(const QString& given, Request& request) const;
@@ -67,7 +75,9 @@ private:
     QString missing(const Request& request) const;
     QString fillDefaults(Request& request) const;
 
+    const ModuleDescription& m_module;
     CommandDescription m_command;
+    std::optional<PointOptions> m_points; // of a command that reads or writes tables
     CLI::App* m_app;
     QSet<QString> m_takenNames{
         QStringLiteral("help"),     QStringLiteral("version"),       QStringLiteral("param"),

@@ -18,11 +18,11 @@ public:
         add("event", QLatin1String(event));
     }
 
-    void add(const char* key, const QJsonValue& value)
+    void add(const char* key, const QJsonValue& value) { addJson(key, compactJson(value)); }
+    void addJson(const char* key, const QString& json)
     {
-        m_text += QStringLiteral("%1\"%2\":%3")
-                      .arg(QLatin1String(m_text.isEmpty() ? "{" : ","), QLatin1String(key),
-                           compactJson(value));
+        m_text += QLatin1String(m_text.isEmpty() ? "{" : ",") + QLatin1Char('"')
+            + QLatin1String(key) + QLatin1String("\":") + json;
     }
     QString text() const { return m_text + QLatin1String("}\n"); }
 
@@ -51,7 +51,16 @@ QString result(const EventSource& source, const QDateTime& time, const QString& 
 {
     JsonLine line(source, time, "result");
     line.add("name", name);
-    line.add("value", jsonValue(value));
+    line.addJson("value", jsonText(value));
+    return line.text();
+}
+
+QString connection(const EventSource& source, const QDateTime& time, bool connected,
+                   const QString& message)
+{
+    JsonLine line(source, time, "connection");
+    line.add("connected", connected);
+    line.add("message", message);
     return line.text();
 }
 
@@ -72,7 +81,7 @@ QString finished(const EventSource& source, const QDateTime& time, bool ok,
 {
     JsonLine line(source, time, "finished");
     line.add("ok", ok);
-    line.add("results", jsonValue(results));
+    line.addJson("results", jsonText(results));
     return line.text();
 }
 

@@ -24,6 +24,10 @@ QString started(const EventSource& source, const QDateTime& time);
 /// A result has a new value.
 QString result(const EventSource& source, const QDateTime& time, const QString& name,
                const QVariant& value);
+/// The connection on which an order goes on was lost, or is there again; \a message is the text
+/// for people.
+QString connection(const EventSource& source, const QDateTime& time, bool connected,
+                   const QString& message);
 /// The order, or one repetition of it, failed; \a message is the text for people.
 QString error(const EventSource& source, const QDateTime& time, const OrderFailure& failure,
               const QString& message);

@@ -8,21 +8,6 @@ namespace {
 
 using Code = OrderFailure::Code;
 
-// How many values the order is about: as many as it reads or writes, -1 when it does not tell.
-int quantity(const ParameterMap& parameters)
-{
-    bool ok = false;
-    const int count = parameters.value(QStringLiteral("dataSize")).toInt(&ok);
-    if (ok) {
-        return count;
-    }
-    const QVariant data = parameters.value(QStringLiteral("data"));
-    if (!data.isValid()) {
-        return -1;
-    }
-    return data.userType() == QMetaType::QVariantList ? data.toList().size() : 1;
-}
-
 QString inBrackets(const QStringList& parts)
 {
     return parts.isEmpty() ? QString()
@@ -30,17 +15,15 @@ QString inBrackets(const QStringList& parts)
 }
 
 // What the device was asked for; empty when nothing is known of it.
-QString target(const OrderFailure& failure, const ParameterMap& parameters)
+QString target(const OrderFailure& failure, const FailureSubject& subject)
 {
     QStringList parts;
-    const QVariant number = parameters.value(QStringLiteral("register"));
-    if (number.isValid()) {
-        parts.append(QStringLiteral("register %1").arg(number.toString()));
+    if (!subject.place.isEmpty()) {
+        parts.append(subject.title + QLatin1Char(' ') + subject.place);
     }
-    const int count = quantity(parameters);
-    if (count >= 0) {
-        const char* unit = count == 1 ? "value" : "values";
-        parts.append(QStringLiteral("%1 %2").arg(count).arg(QLatin1String(unit)));
+    if (subject.quantity >= 0) {
+        const char* unit = subject.quantity == 1 ? "value" : "values";
+        parts.append(QStringLiteral("%1 %2").arg(subject.quantity).arg(QLatin1String(unit)));
     }
     if (failure.unitId >= 0) {
         parts.append(QStringLiteral("unit %1").arg(failure.unitId));
@@ -83,37 +66,47 @@ QString reason(const OrderFailure& failure)
 
 bool isRefusal(Code code) { return code == Code::None || code == Code::Usage; }
 
-QString subject(const OrderFailure& failure, const ParameterMap& parameters,
-                const QString& moduleMessage)
+QString subjectText(const OrderFailure& failure, const FailureSubject& subject)
 {
     if (failure.code == Code::NotConnected) {
         return QString(); // it never came to asking
     }
     if (!isRefusal(failure.code)) {
-        return target(failure, parameters);
+        return target(failure, subject);
     }
-    return moduleMessage.isEmpty()
+    return subject.moduleMessage.isEmpty()
         ? QString()
-        : QLatin1String(": ") + moduleMessage + allParameters(parameters);
+        : QLatin1String(": ") + subject.moduleMessage + allParameters(subject.parameters);
 }
 
-QString advice(const QString& command, const OrderFailure& failure, const QString& moduleMessage)
+// A device that has answered serves its unit.
+QString timeoutAdvice(const OrderFailure& failure, const FailureSubject& subject)
 {
+    if (subject.hasAnswered) {
+        return QStringLiteral("; it has answered before, so it is busy, or has just gone");
+    }
+    return failure.unitId >= 0
+        ? QStringLiteral("; a device that does not serve unit %1 looks just like one that is "
+                         "switched off")
+              .arg(failure.unitId)
+        : QStringLiteral("; check that the device is on and reachable");
+}
+
+QString advice(const QString& command, const OrderFailure& failure, const FailureSubject& subject)
+{
+    if (!subject.hint.isEmpty()) {
+        return QLatin1String("; ") + subject.hint;
+    }
     switch (failure.code) {
     case Code::BadReply:
         return QStringLiteral("; --verbose shows the reply and what the module says of it");
     case Code::Timeout:
-        if (failure.unitId >= 0) {
-            return QStringLiteral("; a device that does not serve unit %1 looks just like one that "
-                                  "is switched off")
-                .arg(failure.unitId);
-        }
-        [[fallthrough]];
+        return timeoutAdvice(failure, subject);
     case Code::NotConnected:
         return QStringLiteral("; check that the device is on and reachable");
     case Code::None:
     case Code::Usage:
-        if (!moduleMessage.isEmpty()) {
+        if (!subject.moduleMessage.isEmpty()) {
             return QStringLiteral("; 'driver-host %1 --help' tells what it takes").arg(command);
         }
         return QLatin1String(failure.text.isEmpty() ? "; --verbose shows what it says" : "");
@@ -122,34 +115,38 @@ QString advice(const QString& command, const OrderFailure& failure, const QStrin
     }
 }
 
-QString failureText(const QString& command, const OrderFailure& failure,
-                    const ParameterMap& parameters, const QString& moduleMessage,
-                    const QString& whatToDo)
+QString line(const QString& command, const OrderFailure& failure, const FailureSubject& subject,
+             const QString& whatToDo)
 {
     return QStringLiteral("%1 failed: %2%3%4")
-        .arg(command, reason(failure), subject(failure, parameters, moduleMessage), whatToDo);
+        .arg(command, reason(failure), subjectText(failure, subject), whatToDo);
 }
 
 } // namespace
 
 QString failureText(const QString& command, const OrderFailure& failure,
-                    const ParameterMap& parameters, const QString& moduleMessage)
+                    const FailureSubject& subject)
 {
-    return failureText(command, failure, parameters, moduleMessage,
-                       advice(command, failure, moduleMessage));
+    return line(command, failure, subject, advice(command, failure, subject));
 }
 
 QString connectFailureText(const QString& command, const OrderFailure& failure)
 {
     const bool unreachable = failure.code == Code::NotConnected;
-    return failureText(command, failure, {}, {},
-                       unreachable
-                           ? QStringLiteral("; check host and port, and that the device is on")
-                           : advice(command, failure, {}));
+    return line(command, failure, {},
+                unreachable ? QStringLiteral("; check host and port, and that the device is on")
+                            : advice(command, failure, {}));
 }
 
 QString unconnectedFailureText(const QString& command, const OrderFailure& failure)
 {
-    return failureText(command, failure, {}, {},
-                       QStringLiteral("; the device needs a running order 'connect'"));
+    return line(command, failure, {},
+                QStringLiteral("; the device needs a running order 'connect'"));
+}
+
+QString lossText(const Points::Profile& profile, const OrderFailure& failure)
+{
+    const QString hint = lossHint(profile, failure.text);
+    return QStringLiteral("connection lost: %1").arg(failure.text)
+        + (hint.isEmpty() ? hint : QLatin1String("; ") + hint);
 }

@@ -27,6 +27,9 @@ public:
 private:
     QStringList lines(const QString& name, const QVariant& value) const
     {
+        if (m_order.saysWritten) {
+            return {QStringLiteral("written")};
+        }
         if (!m_order.endpoint.isEmpty() && name == QLatin1String("connected")) {
             return {value.toBool()
                         ? QStringLiteral("connected to %1").arg(plainText(m_order.endpoint))
@@ -46,15 +49,18 @@ private:
     {
         QStringList texts;
         for (int i = 0; i < values.size(); ++i) {
-            const auto number = registerOf(m_order.registers, i, values.size());
-            const QString head = number ? QStringLiteral("%1  ").arg(*number) : QString();
+            const QString place = placeOf(m_order.places, i, values.size());
+            const QString head = place.isEmpty() ? place : place + QLatin1String("  ");
             texts.append(head + itemText(values.at(i)));
         }
         return texts;
     }
 
-    static QString itemText(const QVariant& value)
+    QString itemText(const QVariant& value) const
     {
+        if (m_order.places && m_order.places->isTyped) {
+            return typedText(value, m_order.places->unit);
+        }
         const QString word = wordText(value);
         return word.isEmpty() ? plainText(value) : plainText(value) + QLatin1String("  ") + word;
     }
@@ -82,6 +88,11 @@ public:
     QString result(const QDateTime& time, const QString& name, const QVariant& value) override
     {
         return EventJson::result(m_source, time, name, value);
+    }
+
+    QString connection(const QDateTime& time, bool connected, const QString& message) override
+    {
+        return EventJson::connection(m_source, time, connected, message);
     }
 
     QString error(const QDateTime& time, const OrderFailure& failure,
@@ -144,16 +155,29 @@ public:
 private:
     QString headerLine() const
     {
-        return QLatin1String(m_order.registers ? "time,register,value\n"
-                                               : "time,name,index,value\n");
+        const QString time = QStringLiteral("time");
+        const QString value = QStringLiteral("value");
+        if (!m_order.places) {
+            return csvLine({time, QStringLiteral("name"), QStringLiteral("index"), value});
+        }
+        QStringList titles{time, m_order.places->title, value};
+        titles += m_order.places->isTyped
+            ? QStringList{QStringLiteral("type"), QStringLiteral("unit")}
+            : QStringList();
+        return csvLine(titles);
     }
 
-    // With registers, a value's place is its register; without, its name and index.
+    // Without places, a value goes by name and index.
     QString row(const QString& stamp, const QString& name, const QString& place,
                 const QVariant& value) const
     {
-        return m_order.registers ? csvLine({stamp, place, fieldText(value)})
-                                 : csvLine({stamp, name, place, fieldText(value)});
+        if (!m_order.places) {
+            return csvLine({stamp, name, place, fieldText(value)});
+        }
+        QStringList fields{stamp, place, fieldText(value)};
+        fields += m_order.places->isTyped ? QStringList{m_order.places->type, m_order.places->unit}
+                                          : QStringList();
+        return csvLine(fields);
     }
 
     QString listRows(const QString& stamp, const QString& name, const QVariantList& values) const
@@ -167,11 +191,7 @@ private:
 
     QString listPlace(int index, int size) const
     {
-        if (!m_order.registers) {
-            return QString::number(index);
-        }
-        const auto number = registerOf(m_order.registers, index, size);
-        return number ? QString::number(*number) : QString();
+        return m_order.places ? placeOf(m_order.places, index, size) : QString::number(index);
     }
 
     QString mapRows(const QString& stamp, const QString& name, const ParameterMap& map) const
@@ -189,19 +209,17 @@ private:
 
 } // namespace
 
-std::optional<RegisterRange> registerRange(const ParameterMap& parameters)
+QString placeOf(const std::optional<Places>& places, int index, int size)
 {
-    bool hasFirst = false;
-    bool hasCount = false;
-    const int first = parameters.value(QStringLiteral("register")).toInt(&hasFirst);
-    const int count = parameters.value(QStringLiteral("dataSize")).toInt(&hasCount);
-    return hasFirst && hasCount ? std::optional<RegisterRange>({first, count}) : std::nullopt;
+    return places && places->labels.size() == size ? places->labels.at(index) : QString();
 }
 
-std::optional<int> registerOf(const std::optional<RegisterRange>& registers, int index, int size)
+QString Renderer::connection(const QDateTime& time, bool connected, const QString& message)
 {
-    const bool oneEach = registers && registers->count == size;
-    return oneEach ? std::optional<int>(registers->first + index) : std::nullopt;
+    Q_UNUSED(time)
+    Q_UNUSED(connected)
+    Q_UNUSED(message)
+    return {};
 }
 
 QString Renderer::error(const QDateTime& time, const OrderFailure& failure, const QString& message)

@@ -11,20 +11,19 @@
 
 enum class Format { Text, Json, Csv };
 
-/// Which registers an order asks for, by its parameters "register" and "dataSize".
-struct RegisterRange
+/// Where in the device the values of a list come from, and what they are.
+struct Places
 {
-    int first = 0;
-    int count = 0;
+    QString title; ///< what a place is
+    QStringList labels; ///< one for each value
+    bool isTyped = false; ///< type and unit are shown, else plain words
+    QString type;
+    QString unit; ///< may be empty
 };
 
-/// The range of an order with these parameters; none when they do not name both.
-std::optional<RegisterRange> registerRange(const ParameterMap& parameters);
-
-/// The register that the value at \a index of \a size values came from. Packed answers (coils as
-/// bits, the outcome of a write) hold another number of values than was asked for: those belong to
-/// no one register.
-std::optional<int> registerOf(const std::optional<RegisterRange>& registers, int index, int size);
+/// The place of the value at \a index of \a size values; empty when there are not as many as
+/// places: such values belong to none of them.
+QString placeOf(const std::optional<Places>& places, int index, int size);
 
 /// The order whose results are rendered.
 struct RenderedOrder
@@ -33,7 +32,8 @@ struct RenderedOrder
     QString command;
     QString endpoint; ///< "host:port" of a connect order, else empty
     bool recurrent = false; ///< it goes on, so that its text lines carry the time
-    std::optional<RegisterRange> registers;
+    std::optional<Places> places;
+    bool saysWritten = false; ///< as text, instead of its result
 };
 
 /// Puts what an order reports into lines for standard output. Every answer is whole lines, each
@@ -45,6 +45,8 @@ public:
 
     /// A result has a new value.
     virtual QString result(const QDateTime& time, const QString& name, const QVariant& value) = 0;
+    /// The connection on which the order goes on was lost, or is there again.
+    virtual QString connection(const QDateTime& time, bool connected, const QString& message);
     /// The order, or one repetition of it, failed; \a message is the text for people.
     virtual QString error(const QDateTime& time, const OrderFailure& failure,
                           const QString& message);

@@ -2,12 +2,15 @@
 
 #include <common/terminal_text.h>
 #include <plugin_management/types.h>
+#include <points/value_codec.h>
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
 #include <utilities/utilities.h>
+
+#include <cmath>
 
 namespace {
 
@@ -67,6 +70,30 @@ QJsonObject jsonObject(const ParameterMap& map)
     return object;
 }
 
+QStringList jsonTexts(const QVariantList& list)
+{
+    QStringList texts;
+    for (const QVariant& item : list) {
+        texts.append(jsonText(item));
+    }
+    return texts;
+}
+
+QString mapJsonText(const ParameterMap& map)
+{
+    QStringList texts;
+    for (auto it = map.cbegin(); it != map.cend(); ++it) {
+        texts.append(compactJson(it.key()) + QLatin1Char(':') + jsonText(it.value()));
+    }
+    return QLatin1Char('{') + texts.join(QLatin1Char(',')) + QLatin1Char('}');
+}
+
+QString numberJsonText(double number)
+{
+    const QString text = Points::valueText(number);
+    return std::isfinite(number) ? text : QLatin1Char('"') + text + QLatin1Char('"');
+}
+
 // Qt writes these as they are, and a terminal obeys some of them.
 QString withoutUpperControls(QString json)
 {
@@ -91,9 +118,20 @@ QString plainText(const QVariant& value)
         return listText(value.toList());
     case QMetaType::QVariantMap:
         return withoutControls(convVariantMapToString(value.toMap()));
+    case QMetaType::Double:
+        return Points::valueText(value);
     default:
         return withoutControls(value.toString());
     }
+}
+
+QString typedText(const QVariant& value, const QString& unit)
+{
+    if (value.userType() == QMetaType::Bool) {
+        return QLatin1String(value.toBool() ? "on" : "off");
+    }
+    return unit.isEmpty() ? plainText(value)
+                          : plainText(value) + QLatin1Char(' ') + withoutControls(unit);
 }
 
 QString wordText(const QVariant& value)
@@ -124,6 +162,24 @@ QString compactJson(const QJsonValue& value)
     return withoutUpperControls(QString::fromUtf8(json.mid(1, json.size() - 2)));
 }
 
+QString jsonText(const QVariant& value)
+{
+    switch (value.userType()) {
+    case QMetaType::QVariantList:
+        return QLatin1Char('[') + jsonTexts(value.toList()).join(QLatin1Char(','))
+            + QLatin1Char(']');
+    case QMetaType::QVariantMap:
+        return mapJsonText(value.toMap());
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+        return value.toString();
+    case QMetaType::Double:
+        return numberJsonText(value.toDouble());
+    default:
+        return compactJson(jsonValue(value));
+    }
+}
+
 QString fieldText(const QVariant& value)
 {
     switch (value.userType()) {
@@ -131,8 +187,8 @@ QString fieldText(const QVariant& value)
         return QString::fromLatin1(value.toByteArray().toHex());
     case QMetaType::QVariantList:
     case QMetaType::QVariantMap:
-        return compactJson(jsonValue(value));
+        return jsonText(value);
     default:
-        return value.toString();
+        return Points::valueText(value);
     }
 }

@@ -1,12 +1,15 @@
 #include "run/runner.h"
 
+#include "cli/parameter_rules.h"
 #include "output/console.h"
 #include "output/failure_text.h"
 #include "output/frame_trace.h"
 #include "output/message_log.h"
 #include "output/poll_statistics.h"
 #include "output/value_text.h"
+#include "run/confirmation.h"
 
+#include <common/failure.h>
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_abstract_worker.h>
 #include <plugin_management/d_orders.h>
@@ -58,6 +61,12 @@ QString missingParameters(const CommandDescription& command, const ParameterMap&
     return names.isEmpty()
         ? QString()
         : QStringLiteral("%1 needs %2").arg(command.name, names.join(QLatin1String(", ")));
+}
+
+QString hostParameter(const Points::Profile& profile, const QString& command)
+{
+    const Points::CommandProfile* known = profile.command(command);
+    return known != nullptr ? known->parameterOf(Points::Role::Host) : QString();
 }
 
 } // namespace
@@ -118,6 +127,7 @@ QString Runner::carryOut(const OrderLine& line)
 QString Runner::startOrder(const OrderLine& line)
 {
     ParameterMap parameters = line.parameters;
+    followProfile(line, parameters);
     QString error = checkOrder(line, parameters);
     Device* const target = error.isEmpty() ? device(line.device) : nullptr;
     if (target == nullptr) {
@@ -132,6 +142,29 @@ QString Runner::startOrder(const OrderLine& line)
     enter(orderId, line, *target);
     m_console.write(EventJson::started(sourceOf(line), now()));
     return {};
+}
+
+// What people get wrong, and what modules do not take as people write it.
+void Runner::followProfile(const OrderLine& line, ParameterMap& parameters)
+{
+    const CommandDescription* command = m_module.description.find(line.command);
+    const Points::Profile& profile = m_module.description.profile;
+    QStringList declared{QStringLiteral("recurrentInterval")};
+    for (int i = 0; command != nullptr && i < command->parameters.size(); ++i) {
+        declared.append(command->parameters[i].name);
+    }
+    for (const QString& name : parameters.keys()) {
+        const QString note =
+            command != nullptr ? undeclaredNote(name, declared, profile) : QString();
+        if (!note.isEmpty() && !m_told.contains(name)) {
+            m_told.insert(name);
+            m_console.note(failureLine(note));
+        }
+    }
+    const QString host = hostParameter(profile, line.command);
+    if (!host.isEmpty() && parameters.contains(host)) {
+        takeOutOfBrackets(parameters[host]);
+    }
 }
 
 QString Runner::checkOrder(const OrderLine& line, ParameterMap& parameters) const
@@ -283,9 +316,23 @@ void Runner::takeTrouble(quint64 orderId, const OrderFailure& failure)
     }
     const DOrder* order = it->device->object.plugin->orders()->find(orderId);
     const QString text = it->isConnect || order == nullptr
-        ? QStringLiteral("connection lost: %1").arg(failure.text)
-        : failureText(order->command, failure, order->parameters, MessageLog::lastCritical());
+        ? lossText(m_module.description.profile, failure)
+        : failureText(order->command, failure,
+                      subject(*it, *order, failure, MessageLog::lastCritical()));
     m_console.write(EventJson::error(it->source, now(), failure, text));
+}
+
+FailureSubject Runner::subject(const Running& running, const DOrder& order,
+                               const OrderFailure& failure, const QString& said) const
+{
+    FailureSubject subject =
+        subjectOf(m_module.description.profile, order.command, order.parameters, failure);
+    subject.moduleMessage = said;
+    if (const DAbstractWorker* worker = running.device->object.plugin->worker()) {
+        const WorkerStatistics counted = worker->statistics();
+        subject.hasAnswered = counted.done + counted.exceptions + counted.badReplies > 0;
+    }
+    return subject;
 }
 
 bool Runner::lacksConnect(const DOrder& order, const Running& running) const
@@ -294,18 +341,26 @@ bool Runner::lacksConnect(const DOrder& order, const Running& running) const
         && running.device->connects == 0 && m_module.description.connectCommand() != nullptr;
 }
 
-QString Runner::endText(const DOrder& order, const Running& running) const
+OrderFailure Runner::notConfirmed(const DOrder& order) const
+{
+    const Points::CommandProfile* profile = m_module.description.profile.command(order.command);
+    return profile != nullptr ? unconfirmed(*profile, order.results) : OrderFailure();
+}
+
+QString Runner::endText(const DOrder& order, const OrderFailure& failure,
+                        const Running& running) const
 {
     if (order.state == DOrder::State::Stopped) {
         return QStringLiteral("%1 was stopped").arg(order.command);
     }
     if (lacksConnect(order, running)) {
-        return unconnectedFailureText(order.command, order.failure);
+        return unconnectedFailureText(order.command, failure);
     }
     const QString said =
         running.moduleMessage.isEmpty() ? MessageLog::lastCritical() : running.moduleMessage;
-    return running.isConnect ? connectFailureText(order.command, order.failure)
-                             : failureText(order.command, order.failure, order.parameters, said);
+    return running.isConnect
+        ? connectFailureText(order.command, failure)
+        : failureText(order.command, failure, subject(running, order, failure, said));
 }
 
 void Runner::takeFinished(const DOrder& order)
@@ -316,10 +371,16 @@ void Runner::takeFinished(const DOrder& order)
     const bool hadRoom = hasRoom();
     const Running running = leave(order.id);
     const bool stopped = order.state == DOrder::State::Stopped;
-    const bool ok = order.state == DOrder::State::Done || (stopped && running.recurrent);
+    const OrderFailure denied =
+        order.state == DOrder::State::Done ? notConfirmed(order) : OrderFailure();
+    const bool ok =
+        (order.state == DOrder::State::Done && !denied) || (stopped && running.recurrent);
     if (!ok) {
-        const OrderFailure failure = stopped ? OrderFailure::of(Code::Stopped, {}) : order.failure;
-        m_console.write(EventJson::error(running.source, now(), failure, endText(order, running)));
+        const OrderFailure failure = stopped ? OrderFailure::of(Code::Stopped, {})
+            : denied                         ? denied
+                                             : order.failure;
+        m_console.write(
+            EventJson::error(running.source, now(), failure, endText(order, failure, running)));
     }
     writeFinished(running.source, ok, order.results);
     if (!hadRoom && hasRoom()) {

@@ -2,6 +2,7 @@
 
 #include "cli/module_file.h"
 #include "output/event_json.h"
+#include "output/failure_subject.h"
 #include "run/line_reader.h"
 #include "run/order_line.h"
 
@@ -9,6 +10,7 @@
 
 #include <QHash>
 #include <QObject>
+#include <QSet>
 
 #include <deque>
 #include <map>
@@ -88,7 +90,11 @@ private:
 
     void takeResult(quint64 orderId, const QString& name, const QVariant& value);
     void takeTrouble(quint64 orderId, const OrderFailure& failure);
-    QString endText(const DOrder& order, const Running& running) const;
+    QString endText(const DOrder& order, const OrderFailure& failure, const Running& running) const;
+    OrderFailure notConfirmed(const DOrder& order) const;
+    FailureSubject subject(const Running& running, const DOrder& order, const OrderFailure& failure,
+                           const QString& said) const;
+    void followProfile(const OrderLine& line, ParameterMap& parameters);
     bool lacksConnect(const DOrder& order, const Running& running) const;
     void takeFinished(const DOrder& order);
     void writeFinished(const EventSource& source, bool ok, const ParameterMap& results);
@@ -104,6 +110,7 @@ private:
     QHash<QString, quint64> m_orderIds; // of the running orders, by their id in JSON
     std::deque<QByteArray> m_lastEnded; // the ids of finished orders, as digests
     QHash<QByteArray, int> m_endedIds; // how often each of them stands there
+    QSet<QString> m_told; // parameters that nobody declares and that were told of
     int m_oneShots = 0;
     int m_fullDevices = 0;
     bool m_inputEnded = false;

@@ -6,6 +6,8 @@
 #include "output/failure_text.h"
 #include "output/message_log.h"
 #include "output/poll_statistics.h"
+#include "run/confirmation.h"
+#include "run/point_order.h"
 #include "terminal/live_terminal.h"
 #include "terminal/live_view.h"
 
@@ -35,7 +37,8 @@ RenderedOrder renderedOrder(const QString& device, const CommandDescription& com
     order.command = command.name;
     order.endpoint = command.isConnect() ? endpointText(request.parameters) : QString();
     order.recurrent = command.recurrent;
-    order.registers = registerRange(request.parameters);
+    order.places = request.places;
+    order.saysWritten = request.saysWritten;
     return order;
 }
 
@@ -51,7 +54,8 @@ int exitCodeOf(Code code, bool connecting)
 
 Session::Session(DAbstractPlugin& device, const ModuleDescription& module, const Request& request,
                  Console& console, QObject* parent)
-    : QObject(parent), m_device(device), m_request(request), m_console(console)
+    : QObject(parent), m_device(device), m_profile(module.profile), m_request(request),
+      m_console(console)
 {
     const CommandDescription& command = *module.find(request.command);
     m_isConnect = command.isConnect();
@@ -73,7 +77,7 @@ Session::~Session() = default;
 void Session::makeView(const RenderedOrder& order)
 {
     LiveView::Options options;
-    options.registers = order.registers;
+    options.places = order.places;
     options.color = m_console.hasColorOfResults();
     if (!m_request.quiet) {
         options.status = [this] { return liveStatus(); };
@@ -131,7 +135,37 @@ void Session::startOrder()
     m_state = State::Running;
     m_before = workerStatistics();
     m_clock.start();
-    m_orderId = tryStart(m_request.command, m_request.parameters);
+    if (m_request.points) {
+        startPoints();
+    } else {
+        m_orderId = tryStart(m_request.command, m_request.parameters);
+    }
+}
+
+void Session::startPoints()
+{
+    MessageLog::forgetCritical();
+    m_points = std::make_unique<PointOrder>(*m_device.orders(), *m_request.points);
+    const auto& command = m_request.points->profile;
+    const QString name = command.confirmed ? command.confirmed->result : command.values;
+    connect(m_points.get(), &PointOrder::result, this, [this, name](const QVariant& values) {
+        m_lastPoints = {{name, values}};
+        showResult(name, values);
+    });
+    connect(m_points.get(), &PointOrder::trouble, this, [this](const OrderFailure& failure) {
+        showTrouble(failure, failureText(m_request.command, failure, pointSubject(failure)));
+    });
+    connect(m_points.get(), &PointOrder::finished, this, &Session::pointsFinished);
+    m_points->start();
+}
+
+void Session::stopOrder()
+{
+    if (m_points) {
+        m_points->stop();
+    } else {
+        m_device.orders()->stop(m_orderId);
+    }
 }
 
 quint64 Session::tryStart(const QString& command, const ParameterMap& parameters)
@@ -142,7 +176,7 @@ quint64 Session::tryStart(const QString& command, const ParameterMap& parameters
     if (id == 0) {
         const OrderFailure refused = OrderFailure::of(Code::Usage, refusal);
         m_exitCode = ExitOrderFailed;
-        fail(refused, failureText(command, refused, parameters, MessageLog::lastCritical()));
+        fail(refused, failureText(command, refused, subject(parameters, refused)));
         close();
     }
     return id;
@@ -165,7 +199,7 @@ void Session::stop(int exitCode)
     }
     m_stopCode = exitCode;
     if (m_state == State::Running) {
-        m_device.orders()->stop(m_orderId);
+        stopOrder();
     } else {
         showStopped();
         close();
@@ -221,7 +255,7 @@ void Session::showResult(const QString& name, const QVariant& value)
         m_console.write(m_renderer->result(now(), name, value));
     }
     if (++m_resultCount == m_request.count) {
-        m_device.orders()->stop(m_orderId);
+        stopOrder();
     }
 }
 
@@ -241,10 +275,19 @@ void Session::takeConnectionState(bool connected)
     } else if (m_recurrent) {
         showRepeats();
         m_isLost = !connected;
-        m_console.note(connected ? QStringLiteral("connected again")
-                                 : QStringLiteral("connection lost (%1), retrying").arg(m_whyLost));
+        tellConnection(connected);
         updateView();
     }
+}
+
+void Session::tellConnection(bool connected)
+{
+    const QString hint = lossHint(m_profile, m_whyLost);
+    const QString text = connected ? QStringLiteral("connected again")
+                                   : QStringLiteral("connection lost (%1), retrying").arg(m_whyLost)
+            + (hint.isEmpty() ? hint : QLatin1String("; ") + hint);
+    m_console.write(m_renderer->connection(now(), connected, text));
+    m_console.note(text);
 }
 
 void Session::takeTrouble(quint64 orderId, const OrderFailure& failure)
@@ -252,11 +295,11 @@ void Session::takeTrouble(quint64 orderId, const OrderFailure& failure)
     if (orderId == m_connectId) {
         m_whyLost = failure.text;
     } else if (orderId == m_orderId && m_isConnect) {
-        showTrouble(failure, QStringLiteral("connection lost: %1").arg(failure.text));
+        showTrouble(failure, lossText(m_profile, failure));
     } else if (orderId == m_orderId) {
-        showTrouble(failure,
-                    failureText(m_request.command, failure, m_request.parameters,
-                                MessageLog::lastCritical()));
+        showTrouble(
+            failure,
+            failureText(m_request.command, failure, subject(m_request.parameters, failure)));
     }
 }
 
@@ -304,22 +347,90 @@ void Session::orderFinished(const DOrder& order)
 {
     m_orderId = 0;
     const bool stopped = order.state == DOrder::State::Stopped;
-    if (stopped && m_recurrent) { // before the disconnect counts as well
-        m_statistics = QStringLiteral("%1: %2").arg(
-            order.command, pollStatistics(m_before, workerStatistics(), m_clock.elapsed()));
+    if (stopped && m_recurrent) {
+        takeStatistics();
     }
     if (order.state == DOrder::State::Done || (stopped && m_recurrent)) {
-        m_console.write(m_renderer->finished(now(), true, order.results));
+        endDone(order.results);
     } else if (stopped) {
         showStopped();
     } else {
         m_exitCode = exitCodeOf(order.failure.code, m_isConnect);
         fail(order.failure,
              m_isConnect ? connectFailureText(order.command, order.failure)
-                         : failureText(order.command, order.failure, order.parameters,
-                                       MessageLog::lastCritical()));
+                         : failureText(order.command, order.failure,
+                                       subject(order.parameters, order.failure)));
     }
     close();
+}
+
+void Session::pointsFinished(const OrderFailure& failure)
+{
+    const bool stopped = failure.code == Code::Stopped;
+    if (stopped && m_recurrent) {
+        takeStatistics();
+    }
+    if (!failure || (stopped && m_recurrent)) {
+        endDone(m_lastPoints);
+    } else if (stopped) {
+        showStopped();
+    } else {
+        m_exitCode = exitCodeOf(failure.code, false);
+        fail(failure, failureText(m_request.command, failure, pointSubject(failure)));
+    }
+    close();
+}
+
+void Session::endDone(const ParameterMap& results)
+{
+    const Points::CommandProfile* profile = m_profile.command(m_request.command);
+    const OrderFailure failure =
+        profile != nullptr ? unconfirmed(*profile, results) : OrderFailure();
+    if (failure) {
+        m_exitCode = exitCodeOf(failure.code, false);
+        fail(failure,
+             failureText(m_request.command, failure, subject(m_request.parameters, failure)));
+    } else {
+        m_console.write(m_renderer->finished(now(), true, results));
+    }
+}
+
+// Before the disconnect counts as well.
+void Session::takeStatistics()
+{
+    WorkerStatistics after = workerStatistics();
+    after.ticksSkipped += m_points ? m_points->skippedCount() : 0;
+    m_statistics = QStringLiteral("%1: %2").arg(m_request.command,
+                                                pollStatistics(m_before, after, m_clock.elapsed()));
+}
+
+bool Session::hasAnswered() const
+{
+    const WorkerStatistics counted = workerStatistics();
+    return counted.done + counted.exceptions + counted.badReplies > 0;
+}
+
+FailureSubject Session::subject(const ParameterMap& parameters, const OrderFailure& failure) const
+{
+    FailureSubject subject = subjectOf(m_profile, m_request.command, parameters, failure);
+    subject.moduleMessage = MessageLog::lastCritical();
+    subject.hasAnswered = hasAnswered();
+    if (m_request.places && !m_request.places->labels.isEmpty() && m_request.isOldNumber) {
+        subject.place = m_request.places->labels.first();
+        subject.hint.clear();
+    }
+    return subject;
+}
+
+FailureSubject Session::pointSubject(const OrderFailure& failure) const
+{
+    FailureSubject about = subject(m_points->subject(), failure);
+    if (m_points->writtenCount() > 0) {
+        about.hint = QStringLiteral("%1 of %2 were written before")
+                         .arg(m_points->writtenCount())
+                         .arg(m_request.points->states.size());
+    }
+    return about;
 }
 
 void Session::fail(const OrderFailure& failure, const QString& text)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/command_line.h"
+#include "output/failure_subject.h"
 #include "run/repeat_filter.h"
 
 #include <plugin_management/d_order.h>
@@ -15,6 +16,7 @@
 
 class Console;
 class LiveView;
+class PointOrder;
 class DAbstractPlugin;
 struct LiveStatus;
 struct ModuleDescription;
@@ -28,7 +30,8 @@ class Session : public QObject
     Q_OBJECT
 
 public:
-    /// \a device, whose commands have been declared, and \a console must outlive the session.
+    /// \a device, whose commands have been declared, \a module and \a console must outlive the
+    /// session.
     Session(DAbstractPlugin& device, const ModuleDescription& module, const Request& request,
             Console& console, QObject* parent = nullptr);
     ~Session() override;
@@ -50,6 +53,8 @@ private:
     void watchOrders();
     void startConnect();
     void startOrder();
+    void startPoints();
+    void stopOrder();
     quint64 tryStart(const QString& command, const ParameterMap& parameters);
     void takeResult(quint64 orderId, const QString& name, const QVariant& value);
     void makeView(const RenderedOrder& order);
@@ -62,6 +67,13 @@ private:
     void connectFinished(const DOrder& order);
     void giveUpConnecting();
     void orderFinished(const DOrder& order);
+    void pointsFinished(const OrderFailure& failure);
+    void endDone(const ParameterMap& results);
+    void takeStatistics();
+    FailureSubject subject(const ParameterMap& parameters, const OrderFailure& failure) const;
+    FailureSubject pointSubject(const OrderFailure& failure) const;
+    bool hasAnswered() const;
+    void tellConnection(bool connected);
     void fail(const OrderFailure& failure, const QString& text);
     void showEnd(const OrderFailure& failure, const QString& text);
     void showStopped();
@@ -73,6 +85,7 @@ private:
     WorkerStatistics workerStatistics() const;
 
     DAbstractPlugin& m_device;
+    const Points::Profile& m_profile;
     const Request m_request;
     Console& m_console;
     std::unique_ptr<Renderer> m_renderer;
@@ -95,4 +108,6 @@ private:
     QString m_statistics;
     bool m_isLost = false; // the connection, while the order goes on
     std::unique_ptr<LiveView> m_view; // null when results go line by line
+    std::unique_ptr<PointOrder> m_points; // of a request that takes more than one order
+    ParameterMap m_lastPoints; // what it told last, as results
 };

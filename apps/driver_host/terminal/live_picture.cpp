@@ -115,10 +115,10 @@ struct Texts
     bool isNumber = false;
 };
 
-Texts headerTexts(bool registers, bool numbers)
+Texts headerTexts(const QString& title, bool numbers)
 {
-    return {registers ? QStringLiteral("register") : QStringLiteral("name"),
-            QStringLiteral("value"), QStringLiteral("hex"), QStringLiteral("last change"), numbers};
+    return {title, QStringLiteral("value"), QStringLiteral("hex"), QStringLiteral("last change"),
+            numbers};
 }
 
 Texts textsOf(const LiveRow& row, bool unicode)
@@ -126,8 +126,8 @@ Texts textsOf(const LiveRow& row, bool unicode)
     const QString changed = row.changed.isValid()
         ? row.changed.toLocalTime().toString(QStringLiteral("HH:mm:ss.zzz"))
         : QString();
-    return {showable(row.label, unicode), showable(plainText(row.value), unicode),
-            wordText(row.value), changed, !row.trend.empty() && !std::isnan(row.trend.back())};
+    return {showable(row.label, unicode), showable(row.text, unicode), row.hex, changed,
+            !row.trend.empty() && !std::isnan(row.trend.back())};
 }
 
 // The widths of the columns; 0 for one that is not shown.
@@ -143,7 +143,7 @@ struct Widths
 class Table
 {
 public:
-    Table(const std::vector<const LiveRow*>& rows, bool hasHeader, bool registers,
+    Table(const std::vector<const LiveRow*>& rows, bool hasHeader, const LiveValues& values,
           const PictureStyle& style);
 
     QStringList lines() const;
@@ -158,20 +158,20 @@ private:
     std::vector<const LiveRow*> m_rows;
     std::vector<Texts> m_texts;
     std::optional<Texts> m_header;
-    bool m_registers;
+    bool m_hasPlaces;
     PictureStyle m_style;
     Widths m_widths;
 };
 
-Table::Table(const std::vector<const LiveRow*>& rows, bool hasHeader, bool registers,
+Table::Table(const std::vector<const LiveRow*>& rows, bool hasHeader, const LiveValues& values,
              const PictureStyle& style)
-    : m_rows(rows), m_registers(registers), m_style(style)
+    : m_rows(rows), m_hasPlaces(values.hasPlaces()), m_style(style)
 {
     for (const LiveRow* row : rows) {
         m_texts.push_back(textsOf(*row, style.unicode));
     }
     if (hasHeader) {
-        m_header = headerTexts(registers, hasNumbers());
+        m_header = headerTexts(values.title(), hasNumbers());
     }
     fitWidths();
 }
@@ -224,7 +224,7 @@ QString Table::line(const Texts& texts, const QString& mark, const QString& tren
     const bool unicode = m_style.unicode;
     const QString between(gap, QLatin1Char(' '));
     QString line = mark.leftJustified(gap)
-        + padded(texts.label, m_widths.label, m_registers, unicode) + between
+        + padded(texts.label, m_widths.label, m_hasPlaces, unicode) + between
         + padded(texts.value, m_widths.value, texts.isNumber, unicode);
     const std::array<std::pair<int, const QString*>, 3> others{
         {{m_widths.hex, &texts.hex}, {m_widths.changed, &texts.changed}, {m_widths.trend, &trend}}};
@@ -296,8 +296,7 @@ QStringList livePicture(const LiveValues& values, const std::optional<LiveStatus
     const int room = style.rows - (hasStatus ? 1 : 0);
     const int shown = count <= room ? count : std::max(1, room - 1);
     rows.resize(size_t(shown));
-    QStringList lines =
-        Table(rows, count > 0 && count < room, values.hasRegisters(), style).lines();
+    QStringList lines = Table(rows, count > 0 && count < room, values, style).lines();
     if (shown < count && room > shown) {
         lines.append(cut(QStringLiteral("(%1 more)").arg(count - shown), usableColumns(style),
                          style.unicode));

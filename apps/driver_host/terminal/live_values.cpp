@@ -1,5 +1,7 @@
 #include "terminal/live_values.h"
 
+#include "output/value_text.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -47,7 +49,7 @@ void LiveValues::take(const QDateTime& time, const QString& name, const QVariant
         } else if (rows[i].value != news[i].value) {
             changed.push_back(&rows[i]);
         }
-        rows[i].value = news[i].value;
+        setValue(rows[i], news[i].value);
         addToTrend(rows[i].trend, news[i].value, isNewStep);
     }
     if (!changed.empty()) {
@@ -57,6 +59,14 @@ void LiveValues::take(const QDateTime& time, const QString& name, const QVariant
         row->changed = time;
         row->changedLast = true;
     }
+}
+
+void LiveValues::setValue(LiveRow& row, const QVariant& value) const
+{
+    const bool isTyped = m_hasPlaces && m_places->isTyped;
+    row.value = value;
+    row.text = isTyped ? typedText(value, m_places->unit) : plainText(value);
+    row.hex = isTyped ? QString() : wordText(value);
 }
 
 std::vector<const LiveRow*> LiveValues::rows() const
@@ -88,11 +98,11 @@ std::vector<LiveValues::Part> LiveValues::listParts(const QString& name, const Q
 {
     std::vector<Part> parts;
     for (int i = 0; i < list.size(); ++i) {
-        const auto number = registerOf(m_registers, i, list.size());
-        m_hasRegisters = number.has_value();
-        parts.push_back({number ? QString::number(*number)
-                                : QStringLiteral("%1[%2]").arg(name, QString::number(i)),
-                         list.at(i)});
+        const QString place = placeOf(m_places, i, list.size());
+        m_hasPlaces = !place.isEmpty();
+        parts.push_back(
+            {m_hasPlaces ? place : QStringLiteral("%1[%2]").arg(name, QString::number(i)),
+             list.at(i)});
     }
     return parts;
 }

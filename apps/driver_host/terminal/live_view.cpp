@@ -15,7 +15,7 @@ bool isUtf8Terminal() { return QByteArray(::nl_langinfo(CODESET)) == "UTF-8"; }
 
 LiveView::LiveView(const Options& options, Console& console, QObject* parent)
     : QObject(parent), m_options(options), m_console(console), m_unicode(isUtf8Terminal()),
-      m_values(options.registers)
+      m_values(options.places)
 {
     m_timer.setSingleShot(true);
     connect(&m_timer, &QTimer::timeout, this, &LiveView::draw);

@@ -24,7 +24,7 @@ class LiveView : public QObject
 public:
     struct Options
     {
-        std::optional<RegisterRange> registers; ///< that the order asks for
+        std::optional<Places> places; ///< that the order asks for
         bool color = false;
         /// Asked at each drawing; empty when nobody wants to know.
         std::function<LiveStatus()> status;

@@ -10,13 +10,15 @@
 #include <QtTest>
 
 #include <clocale>
+#include <limits>
 #include <thread>
 #include <vector>
 
 Q_DECLARE_METATYPE(OrderFailure)
 Q_DECLARE_METATYPE(RenderedOrder)
 Q_DECLARE_METATYPE(Format)
-Q_DECLARE_METATYPE(std::optional<RegisterRange>)
+Q_DECLARE_METATYPE(std::optional<Places>)
+Q_DECLARE_METATYPE(FailureSubject)
 Q_DECLARE_METATYPE(std::optional<LiveStatus>)
 Q_DECLARE_METATYPE(PictureStyle)
 
@@ -27,6 +29,13 @@ using Code = OrderFailure::Code;
 OrderFailure failure(Code code, const char* text, int exceptionCode = 0, int unitId = -1)
 {
     return {code, QString::fromLatin1(text), exceptionCode, unitId};
+}
+
+// Two of them.
+Places places(int first)
+{
+    return {
+        "location", QStringList{QString::number(first), QString::number(first + 1)}, false, {}, {}};
 }
 
 QVariantList list(const std::initializer_list<QVariant>& values) { return values; }
@@ -120,30 +129,35 @@ void TestDriverHost::value()
 void TestDriverHost::failureLine_data()
 {
     QTest::addColumn<OrderFailure>("why");
-    QTest::addColumn<ParameterMap>("parameters");
-    QTest::addColumn<QString>("moduleMessage");
+    QTest::addColumn<FailureSubject>("subject");
     QTest::addColumn<QString>("line");
 
-    const ParameterMap one{{"register", 9999}, {"dataSize", 1}};
-    QTest::newRow("time-out of a write")
-        << failure(Code::Timeout, "no answer within 2000 ms", 0, 0)
-        << ParameterMap{{"register", 5}, {"data", list({1, 2})}} << QString()
-        << "read failed: no answer within 2000 ms (register 5, 2 values, unit 0); a device that "
+    FailureSubject two;
+    two.title = "location";
+    two.place = "5";
+    two.quantity = 2;
+    QTest::newRow("time-out")
+        << failure(Code::Timeout, "no answer within 2000 ms", 0, 0) << two
+        << "read failed: no answer within 2000 ms (location 5, 2 values, unit 0); a device that "
            "does not serve unit 0 looks just like one that is switched off";
+    two.hasAnswered = true;
+    QTest::newRow("time-out of one that has answered")
+        << failure(Code::Timeout, "no answer within 9 ms", 0, 0) << two
+        << "read failed: no answer within 9 ms (location 5, 2 values, unit 0); it has answered "
+           "before, so it is busy, or has just gone";
     QTest::newRow("nobody gives a reason")
-        << OrderFailure() << one << QString()
+        << OrderFailure() << two
         << "read failed: the module refused the order; --verbose shows what it says";
     QTest::newRow("time-out where there are no units")
-        << failure(Code::Timeout, "no answer within 9 ms") << ParameterMap() << QString()
+        << failure(Code::Timeout, "no answer within 9 ms") << FailureSubject()
         << "read failed: no answer within 9 ms; check that the device is on and reachable";
 }
 
 void TestDriverHost::failureLine()
 {
     QFETCH(OrderFailure, why);
-    QFETCH(ParameterMap, parameters);
-    QFETCH(QString, moduleMessage);
-    QTEST(failureText("read", why, parameters, moduleMessage), "line");
+    QFETCH(FailureSubject, subject);
+    QTEST(failureText("read", why, subject), "line");
 }
 
 void TestDriverHost::rendering_data()
@@ -153,25 +167,44 @@ void TestDriverHost::rendering_data()
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("lines");
 
-    const RenderedOrder read{"device", "read", {}, false, RegisterRange{100, 2}};
-    const RenderedOrder ask{"pump \"1\"", "ask", {}, false, {}};
+    const RenderedOrder read{"device", "read", {}, false, places(100), false};
+    RenderedOrder typed = read;
+    typed.places->isTyped = true;
+    typed.places->type = "float32";
+    typed.places->unit = "bar";
+    RenderedOrder written = read;
+    written.saysWritten = true;
+    const double inf = std::numeric_limits<double>::infinity();
+    const QVariant values = list({21.5, -inf});
+    const RenderedOrder ask{"pump \"1\"", "ask", {}, false, {}, false};
     const QVariant words = list({258, 7});
     const QVariant map = QVariantMap{{"info", QByteArray("\x01\xffHi")}, {"name", "a,\"b\"\x1b\n"}};
     const auto row = [](const char* name, Format format, const RenderedOrder& order,
                         const QVariant& value, const char* lines) {
         QTest::newRow(name) << format << order << value << QString::fromLatin1(lines);
     };
-    row("text registers", Format::Text, read, words, "100  258  0x0102\n101  7  0x0007\n");
+    row("text words", Format::Text, read, words, "100  258  0x0102\n101  7  0x0007\n");
     row("text packed", Format::Text, read, list({258}), "258  0x0102\n");
+    row("text typed", Format::Text, typed, values, "100  21.5 bar\n101  -inf bar\n");
+    row("text states", Format::Text, typed, list({true, false}), "100  on\n101  off\n");
+    row("text written", Format::Text, written, list({1}), "written\n");
+    row("csv typed", Format::Csv, typed, values,
+        "time,location,value,type,unit\n2024-03-09T17:05:42.031Z,100,21.5,float32,bar\n"
+        "2024-03-09T17:05:42.031Z,101,-inf,float32,bar\n");
+    row("json typed", Format::Json, ask,
+        list({21.5, -inf, true, 18446744073709551615ull, "\x1b", QVariantMap{{"a", 0.1}}}),
+        "{\"time\":\"2024-03-09T17:05:42.031Z\",\"device\":\"pump \\\"1\\\"\","
+        "\"command\":\"ask\",\"event\":\"result\",\"name\":\"answer\",\"value\":"
+        "[21.5,\"-inf\",true,18446744073709551615,\"\\u001b\",{\"a\":0.1}]}\n");
     row("text map", Format::Text, ask, map, "info: 01 ff 48 69  |..Hi|\nname: a,\"b\"\\x1b\\x0a\n");
-    row("csv registers", Format::Csv, read, words,
-        "time,register,value\n2024-03-09T17:05:42.031Z,100,258\n2024-03-09T17:05:42.031Z,101,7\n");
+    row("csv words", Format::Csv, read, words,
+        "time,location,value\n2024-03-09T17:05:42.031Z,100,258\n2024-03-09T17:05:42.031Z,101,7\n");
     row("csv packed", Format::Csv, read, list({258}),
-        "time,register,value\n2024-03-09T17:05:42.031Z,,258\n");
+        "time,location,value\n2024-03-09T17:05:42.031Z,,258\n");
     row("csv map", Format::Csv, ask, map,
         "time,name,index,value\n2024-03-09T17:05:42.031Z,answer,info,01ff4869\n"
         "2024-03-09T17:05:42.031Z,answer,name,\"a,\"\"b\"\"\x1b\n\"\n");
-    row("json registers", Format::Json, read, words,
+    row("json words", Format::Json, read, words,
         "{\"time\":\"2024-03-09T17:05:42.031Z\",\"device\":\"device\",\"command\":\"read\","
         "\"event\":\"result\",\"name\":\"answer\",\"value\":[258,7]}\n");
     row("json map", Format::Json, ask, map,
@@ -289,8 +322,8 @@ void TestDriverHost::inputLines()
 
 void TestDriverHost::picture_data()
 {
-    using Range = std::optional<RegisterRange>;
-    QTest::addColumn<Range>("registers");
+    using Range = std::optional<Places>;
+    QTest::addColumn<Range>("places");
     QTest::addColumn<QVariantList>("results");
     QTest::addColumn<int>("intervalMs"); // of the results
     QTest::addColumn<std::optional<LiveStatus>>("status");
@@ -299,26 +332,29 @@ void TestDriverHost::picture_data()
 
     const LiveStatus status{"10.0.0.1:502", true, 200, 3, 0};
     const LiveStatus lost{{}, false, 0, 3, 12};
-    const Range range = RegisterRange{99, 2};
+    const Range range = places(99);
+    Range typed = range;
+    typed->isTyped = true;
+    typed->unit = "bar";
     const QVariantList words{list({7, 65535}), list({8, 0}), list({8, 258})};
-    const auto row = [](const char* name, const Range& registers, const QVariantList& results,
+    const auto row = [](const char* name, const Range& places, const QVariantList& results,
                         const std::optional<LiveStatus>& shown, const PictureStyle& style,
                         const QStringList& lines, int intervalMs = 100) {
-        QTest::newRow(name) << registers << results << intervalMs << shown << style << lines;
+        QTest::newRow(name) << places << results << intervalMs << shown << style << lines;
     };
     row("wide", range, words, status, {80, 24},
-        {"  register  value  hex     last change   trend",
+        {"  location  value  hex     last change   trend",
          "        99      8  0x0008  17:05:42.131  _^^",
          "*      100    258  0x0102  17:05:42.231  ^__",
          "10.0.0.1:502, every 200 ms, connected, 3 done, 0 failed"});
     row("no time", range, words, status, {49, 24},
-        {"  register  value  hex     trend", "        99      8  0x0008  _^^",
+        {"  location  value  hex     trend", "        99      8  0x0008  _^^",
          "*      100    258  0x0102  ^__", "10.0.0.1:502, connected, 3 done, 0 failed"});
     row("no trend", range, words, status, {35, 24},
-        {"  register  value  hex", "        99      8  0x0008", "*      100    258  0x0102",
+        {"  location  value  hex", "        99      8  0x0008", "*      100    258  0x0102",
          "connected, 3 done, 0 failed"});
     row("nothing but the value", range, words, status, {20, 24},
-        {"  register  value", "        99      8", "*      100    258", "connected, 0 failed"});
+        {"  location  value", "        99      8", "*      100    258", "connected, 0 failed"});
     row("cut", range, words, status, {8, 3}, {"   99 ~", "* 100 ~", "connec~"});
     row("no room for the header", range, words, status, {20, 3},
         {"   99    8  0x0008", "* 100  258  0x0102", "connected, 0 failed"});
@@ -330,8 +366,11 @@ void TestDriverHost::picture_data()
     row("before the first value", range, {}, lost, {80, 24},
         {"default interval, connection lost, 3 done, 12 failed"});
     row("colours", range, words, lost, {20, 24, true},
-        {"\x1b[2m  register  value\x1b[0m", "        99      8", "\x1b[1m*      100    258\x1b[0m",
+        {"\x1b[2m  location  value\x1b[0m", "        99      8", "\x1b[1m*      100    258\x1b[0m",
          "\x1b[31mconnection lost\x1b[0m"});
+    row("typed", typed, {list({21.5, true}), list({-1e-7, false})}, {}, {60, 24},
+        {"  location       value  last change   trend", "*       99  -1e-07 bar  17:05:42.131  ^_",
+         "*      100         off  17:05:42.131  ^_"});
     row("packed, then fewer", range, {list({1, 2, 3}), list({9}), list({8})}, {},
         {60, 24, false, true},
         {"  name       value  hex     last change   trend",
@@ -345,7 +384,7 @@ void TestDriverHost::picture_data()
         {list({1e308, 0}), list({"", 1}), list({-1e308, 2}), list({0, 3}), list({0, 4}),
          list({0, 5}), list({0, 6}), list({0, 7}), list({1e308, 8})},
         {}, {43, 9},
-        {"  register   value  hex     trend", "*       99  1e+308           _-----^",
+        {"  location   value  hex     trend", "*       99  1e+308           _-----^",
          "*      100       8  0x0008  __..--^^"});
     row("fast", {}, {5, 1, 2, 0, 3, 4}, {}, {34, 9},
         {"  name    value  hex     trend", "* values      4  0x0004  _^"}, 10);
@@ -354,12 +393,12 @@ void TestDriverHost::picture_data()
 void TestDriverHost::picture()
 {
     QVERIFY(std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr);
-    QFETCH(std::optional<RegisterRange>, registers);
+    QFETCH(std::optional<Places>, places);
     QFETCH(QVariantList, results);
     QFETCH(int, intervalMs);
     QFETCH(std::optional<LiveStatus>, status);
     QFETCH(PictureStyle, style);
-    LiveValues values(registers);
+    LiveValues values(places);
     QDateTime time({2024, 3, 9}, {17, 5, 42, 31});
     for (const QVariant& result : results) {
         values.take(time, "values", result);

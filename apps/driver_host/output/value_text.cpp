@@ -90,6 +90,9 @@ QString mapJsonText(const ParameterMap& map)
 
 QString numberJsonText(double number)
 {
+    if (number == 0 && std::signbit(number)) {
+        return QStringLiteral("-0.0"); // many read -0 as a whole number, which has no sign then
+    }
     const QString text = Points::valueText(number);
     return std::isfinite(number) ? text : QLatin1Char('"') + text + QLatin1Char('"');
 }

@@ -1,6 +1,7 @@
 #include <points/block_plan.h>
 #include <points/profile.h>
 #include <points/range_reading.h>
+#include <points/table_scan.h>
 
 #include <QtTest>
 
@@ -72,6 +73,8 @@ private slots:
     void words();
     void wrongReplies();
     void blocks();
+    void scan_data();
+    void scan();
     void profile_data();
     void profile();
 };
@@ -166,6 +169,48 @@ void TestPointPlans::blocks()
         limited.want({first, 2});
     }
     QCOMPARE(text(limited.blocks()), "0+4 4+4 8+4");
+}
+
+void TestPointPlans::scan_data()
+{
+    QTest::addColumn<QString>("has"); // items of the device
+    QTest::addColumn<int>("most"); // requests
+
+    QTest::newRow("nothing") << "" << 32;
+    QTest::newRow("one item") << "0+1" << 40;
+    QTest::newRow("all items") << "0+65536" << 20;
+    QTest::newRow("the usual") << "0+9999" << 60;
+    QTest::newRow("not from 0") << "95+31" << 50;
+    QTest::newRow("several") << "0+12 99+5 4090+10 40000+2" << 100;
+    QTest::newRow("up to the last") << "49000+16536" << 70;
+    QTest::newRow("two without a gap for a probe") << "3+96 1000+1" << 70;
+}
+
+void TestPointPlans::scan()
+{
+    QFETCH(QString, has);
+    QFETCH(int, most);
+    std::vector<bool> device(65536, false);
+    for (const QString& range : has.split(' ', Qt::SkipEmptyParts)) {
+        const int first = range.section('+', 0, 0).toInt();
+        std::fill_n(device.begin() + first, range.section('+', 1).toInt(), true);
+    }
+    TableScan scan;
+    int asked = 0;
+    while (const auto item = scan.next()) {
+        QVERIFY(*item >= 0 && *item < 65536 && ++asked <= most);
+        scan.take(device[std::size_t(*item)] ? TableScan::Answer::Has : TableScan::Answer::HasNot);
+    }
+    QCOMPARE(text(scan.found()), has);
+    TableScan silent;
+    silent.take(TableScan::Answer::Has);
+    silent.take(TableScan::Answer::Silence);
+    QVERIFY(silent.next());
+    silent.take(TableScan::Answer::Silence);
+    QVERIFY(silent.isSilent() && !silent.next());
+    TableScan none;
+    none.take(TableScan::Answer::NoTable);
+    QVERIFY(!none.next());
 }
 
 void TestPointPlans::profile_data()

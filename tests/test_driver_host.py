@@ -6,12 +6,13 @@ import csv
 import io
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
 import unittest
 
-from programs import PATIENCE, Device, free_port, parse
+from programs import PATIENCE, Device, Program, free_port, parse
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 HOST = os.environ["DRIVER_HOST"]
@@ -204,6 +205,44 @@ class LongRunning(EndToEnd):
                      " no-values wrong-length huge-length garbage garbage-text garbage-function"
                      " garbage-length exception-other-function exception-too-long",
     }
+
+    def test_append(self):
+        """A header once, and whole lines only, whatever ends the program and whenever."""
+        header = "time,register,value\n"
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "log.csv")
+            command = command_line("listen", PORTS["raw device"], *HOLDING, 100, "--data-size", 40,
+                                   "--interval", 1, "--append", path)
+            for size in 1, 41, 121: # lines that it has shown before it is killed, 40 a reading
+                host = Program(command)
+                self.addCleanup(host.close)
+                for _ in range(size):
+                    host.stdout.readline()
+                host.end(signal.SIGKILL)
+            with open(path, encoding="utf-8") as file:
+                text = file.read()
+            self.assertTrue(text.startswith(header) and text.count("time") == 1)
+            lines = [line.split(",")[1:] for line in text.splitlines()[1:]]
+            self.assertGreaterEqual(len(lines), 160)
+            self.assertEqual([int(place) for place, _ in lines], list(range(100, 140))
+                             * (len(lines) // 40))
+            for content, error in (("time,name\n", "has not the columns time,register,value; name"),
+                                   (None, "cannot open '.*': No such file")):
+                other = os.path.join(folder, "other.csv" if content else "none/other.csv")
+                if content:
+                    with open(other, "w", encoding="utf-8") as file:
+                        file.write(content)
+                done = run("listen", PORTS["raw device"], *HOLDING, 100, "--append", other)
+                self.assertEnded(done, 2)
+                self.assertRegex(done.stderr, "^driver-host: --append: .*" + error)
+            with open(path, "a", encoding="utf-8") as file:
+                file.write("torn") # by another program
+            self.assertEnded(run("listen", PORTS["raw device"], *HOLDING, 100, "--count", 1,
+                                 "--append", path), 0)
+            with open(path, encoding="utf-8") as file:
+                self.assertRegex(file.read(), "\ntorn\n[^\n]*,100,258\n$")
+            full = run("listen", PORTS["raw device"], *HOLDING, 100, "--append", "/dev/full")
+            self.assertEnded(full, 2)
 
     def test_numbers_of_the_simulator(self):
         """They are what they are to driver-host, such as 010 ten and not eight."""

@@ -31,6 +31,7 @@ struct Request
     bool verbose = false;
     bool color = true;
     bool plain = false; ///< lines one below the other, on a terminal as well
+    QString append; ///< a CSV file for the results; empty: none
     int count = 0; ///< end after so many results; 0: go on
     int connectLimitS = 120; ///< how long the order that makes the connection may take for it
 };

@@ -57,7 +57,7 @@ std::string labelOf(const Declaration& declared, const Points::ParameterProfile*
 
 std::string optionText(const Declaration& declared, const Points::ParameterProfile* profile)
 {
-    const std::string label = labelOf(declared, profile);
+    std::string label = labelOf(declared, profile);
     if (profile != nullptr && profile->role == Points::Role::Kind) {
         return label;
     }
@@ -186,6 +186,8 @@ void Subcommand::addRepetition()
     m_app->add_option("--count", m_count, "End after so many results")
         ->transform(numberIn({1, std::numeric_limits<int>::max()}))
         ->option_text("N");
+    m_app->add_option("--append", m_append, "Add the results to this CSV file as well")
+        ->option_text("FILE");
     m_app->add_flag("--plain", m_plain, "On a terminal, too, each result on lines of its own");
 }
 
@@ -349,6 +351,7 @@ QString Subcommand::fillParam(const QString& given, Request& request) const
 void Subcommand::fillNumbers(Request& request) const
 {
     request.plain = m_plain;
+    request.append = QString::fromStdString(m_append);
     request.count = m_count;
     request.connectLimitS = m_connectLimitS;
     if (m_intervalMs > 0) {

@@ -83,11 +83,13 @@ private:
         QStringLiteral("help"),     QStringLiteral("version"),       QStringLiteral("param"),
         QStringLiteral("interval"), QStringLiteral("count"),         QStringLiteral("plugin"),
         QStringLiteral("format"),   QStringLiteral("quiet"),         QStringLiteral("verbose"),
-        QStringLiteral("no-color"), QStringLiteral("connect-limit"), QStringLiteral("plain")};
+        QStringLiteral("no-color"), QStringLiteral("connect-limit"), QStringLiteral("plain"),
+        QStringLiteral("append")};
     std::deque<ParameterOption> m_options; // a deque, as the parser keeps references into it
     std::vector<std::string> m_params;
     int m_intervalMs = 0; // 0: not given, as is the count
     int m_count = 0;
     int m_connectLimitS = Request().connectLimitS;
     bool m_plain = false;
+    std::string m_append;
 };

@@ -135,11 +135,14 @@ QString csvLine(const QStringList& fields)
 class CsvRenderer : public Renderer
 {
 public:
-    explicit CsvRenderer(const RenderedOrder& order) : m_order(order) { }
+    CsvRenderer(const RenderedOrder& order, bool hasHeader)
+        : m_order(order), m_headerWritten(!hasHeader)
+    {
+    }
 
     QString result(const QDateTime& time, const QString& name, const QVariant& value) override
     {
-        const QString header = m_headerWritten ? QString() : headerLine();
+        const QString header = m_headerWritten ? QString() : csvHeader(m_order);
         m_headerWritten = true;
         const QString stamp = utcText(time);
         switch (value.userType()) {
@@ -153,20 +156,6 @@ public:
     }
 
 private:
-    QString headerLine() const
-    {
-        const QString time = QStringLiteral("time");
-        const QString value = QStringLiteral("value");
-        if (!m_order.places) {
-            return csvLine({time, QStringLiteral("name"), QStringLiteral("index"), value});
-        }
-        QStringList titles{time, m_order.places->title, value};
-        titles += m_order.places->isTyped
-            ? QStringList{QStringLiteral("type"), QStringLiteral("unit")}
-            : QStringList();
-        return csvLine(titles);
-    }
-
     // Without places, a value goes by name and index.
     QString row(const QString& stamp, const QString& name, const QString& place,
                 const QVariant& value) const
@@ -204,10 +193,28 @@ private:
     }
 
     RenderedOrder m_order;
-    bool m_headerWritten = false;
+    bool m_headerWritten;
 };
 
 } // namespace
+
+QString csvHeader(const RenderedOrder& order)
+{
+    const QString time = QStringLiteral("time");
+    const QString value = QStringLiteral("value");
+    if (!order.places) {
+        return csvLine({time, QStringLiteral("name"), QStringLiteral("index"), value});
+    }
+    QStringList titles{time, order.places->title, value};
+    titles += order.places->isTyped ? QStringList{QStringLiteral("type"), QStringLiteral("unit")}
+                                    : QStringList();
+    return csvLine(titles);
+}
+
+std::unique_ptr<Renderer> makeCsvRows(const RenderedOrder& order)
+{
+    return std::make_unique<CsvRenderer>(order, false);
+}
 
 QString placeOf(const std::optional<Places>& places, int index, int size)
 {
@@ -244,7 +251,7 @@ std::unique_ptr<Renderer> makeRenderer(Format format, const RenderedOrder& order
     case Format::Json:
         return std::make_unique<JsonRenderer>(order);
     case Format::Csv:
-        return std::make_unique<CsvRenderer>(order);
+        return std::make_unique<CsvRenderer>(order, true);
     case Format::Text:
         break;
     }

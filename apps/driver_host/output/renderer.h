@@ -54,4 +54,9 @@ public:
     virtual QString finished(const QDateTime& time, bool ok, const ParameterMap& results);
 };
 
+/// The first line of results as CSV.
+QString csvHeader(const RenderedOrder& order);
+/// Rows below such a line.
+std::unique_ptr<Renderer> makeCsvRows(const RenderedOrder& order);
+
 std::unique_ptr<Renderer> makeRenderer(Format format, const RenderedOrder& order);

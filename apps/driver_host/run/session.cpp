@@ -2,6 +2,7 @@
 
 #include "cli/module_description.h"
 #include "exit_codes.h"
+#include "output/append_file.h"
 #include "output/console.h"
 #include "output/failure_text.h"
 #include "output/message_log.h"
@@ -11,6 +12,7 @@
 #include "terminal/live_terminal.h"
 #include "terminal/live_view.h"
 
+#include <common/failure.h>
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_abstract_worker.h>
 #include <plugin_management/d_orders.h>
@@ -63,11 +65,11 @@ Session::Session(DAbstractPlugin& device, const ModuleDescription& module, const
     m_recurrent = command.recurrent;
     m_connectLimit.setSingleShot(true);
     connect(&m_connectLimit, &QTimer::timeout, this, &Session::giveUpConnecting);
-    const RenderedOrder order = renderedOrder(device.objectName(), command, request);
-    m_renderer = makeRenderer(request.format, order);
+    m_rendered = renderedOrder(device.objectName(), command, request);
+    m_renderer = makeRenderer(request.format, m_rendered);
     if (m_recurrent && !m_isConnect && request.format == Format::Text && !request.plain
         && LiveTerminal::isPossible()) {
-        makeView(order);
+        makeView(m_rendered);
     }
     watchOrders();
 }
@@ -112,8 +114,37 @@ void Session::watchOrders()
     connect(orders, &DOrders::sigOrderFinished, this, &Session::takeFinished);
 }
 
+bool Session::openFile()
+{
+    if (m_request.append.isEmpty()) {
+        return true;
+    }
+    m_file = std::make_unique<AppendFile>();
+    m_rows = makeCsvRows(m_rendered);
+    const QString error = m_file->open(m_request.append, csvHeader(m_rendered));
+    if (!error.isEmpty()) {
+        m_console.error(failureLine(QLatin1String("--append: ") + error));
+    }
+    return error.isEmpty();
+}
+
+void Session::addToFile(const QDateTime& time, const QString& name, const QVariant& value)
+{
+    const QString error = m_file ? m_file->append(m_rows->result(time, name, value)) : QString();
+    if (!error.isEmpty()) {
+        m_file.reset();
+        m_console.error(failureLine(error));
+        stop(ExitOrderFailed);
+    }
+}
+
 void Session::start()
 {
+    if (!openFile()) {
+        m_exitCode = ExitUsage;
+        end();
+        return;
+    }
     if (m_needsConnection || m_isConnect) {
         m_connectLimit.start(m_request.connectLimitS * 1000);
     }
@@ -249,11 +280,13 @@ void Session::showResult(const QString& name, const QVariant& value)
         return;
     }
     showRepeats();
+    const QDateTime time = now();
     if (m_view) {
-        m_view->take(now(), name, value);
+        m_view->take(time, name, value);
     } else {
-        m_console.write(m_renderer->result(now(), name, value));
+        m_console.write(m_renderer->result(time, name, value));
     }
+    addToFile(time, name, value);
     if (++m_resultCount == m_request.count) {
         stopOrder();
     }

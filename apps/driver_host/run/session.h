@@ -15,6 +15,7 @@
 #include <optional>
 
 class Console;
+class AppendFile;
 class LiveView;
 class PointOrder;
 class DAbstractPlugin;
@@ -58,6 +59,8 @@ private:
     quint64 tryStart(const QString& command, const ParameterMap& parameters);
     void takeResult(quint64 orderId, const QString& name, const QVariant& value);
     void makeView(const RenderedOrder& order);
+    bool openFile();
+    void addToFile(const QDateTime& time, const QString& name, const QVariant& value);
     void updateView();
     LiveStatus liveStatus() const;
     void showResult(const QString& name, const QVariant& value);
@@ -107,6 +110,9 @@ private:
     WorkerStatistics m_before; // when the order began
     QString m_statistics;
     bool m_isLost = false; // the connection, while the order goes on
+    RenderedOrder m_rendered;
+    std::unique_ptr<AppendFile> m_file; // null when the results go to no file
+    std::unique_ptr<Renderer> m_rows; // for it
     std::unique_ptr<LiveView> m_view; // null when results go line by line
     std::unique_ptr<PointOrder> m_points; // of a request that takes more than one order
     ParameterMap m_lastPoints; // what it told last, as results

@@ -63,7 +63,7 @@ int runOrders(const Module& module, const Request& request, Console& console)
 
 int carryOut(const Module& module, const Request& request, Console& console)
 {
-    if (module.description.find(request.command) != nullptr) {
+    if (module.description.find(request.command) != nullptr || request.scan) {
         return runOrder(module, request, console);
     }
     return request.orders.isEmpty() ? showInfo(module.description, request.format, console)

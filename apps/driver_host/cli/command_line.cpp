@@ -1,10 +1,14 @@
 #include "cli/command_line.h"
 
 #include "cli/module_description.h"
+#include "cli/scan_command.h"
 #include "cli/subcommand.h"
+
+#include <common/number.h>
 
 #include <array>
 #include <deque>
+#include <limits>
 #include <utility>
 
 namespace {
@@ -24,6 +28,7 @@ constexpr const char* runLines =
     "A device takes orders while its order 'connect' runs. 'driver-host info' lists "
     "parameters.\n\n";
 constexpr int helpColumn = 46;
+constexpr int longestPauseMs = 60 * 1000;
 
 constexpr std::array<std::pair<const char*, Format>, 3> formats{{
     {"text", Format::Text},
@@ -41,6 +46,8 @@ public:
 private:
     QString fill(Request& request) const;
     void addOwnCommands(const ModuleDescription& module);
+    void addScan(const ModuleDescription& module);
+    QString fillCommand(const Subcommand& subcommand, Request& request) const;
     QString fillInfo(Request& request) const;
     QString fillRun(Request& request) const;
     QString fillGlobals(Request& request) const;
@@ -51,6 +58,7 @@ private:
     CLI::App* m_run = nullptr;
     std::string m_orders;
     std::deque<Subcommand> m_subcommands;
+    std::optional<ScanPlan> m_scan; // none where there is no such command
 };
 
 Parser::Parser(const ModuleDescription& module)
@@ -64,6 +72,10 @@ Parser::Parser(const ModuleDescription& module)
     addOwnCommands(module);
     for (const CommandDescription& command : module.commands) {
         m_subcommands.emplace_back(m_app, command, module, m_globals);
+    }
+    m_scan = scanPlan(module);
+    if (m_scan) {
+        addScan(module);
     }
     m_app.footer(std::string(commandsFooter) + helpFooter);
 }
@@ -89,6 +101,17 @@ void Parser::addOwnCommands(const ModuleDescription& module)
         m_run->get_option("--format")->option_text("json");
         m_run->footer(std::string(runLines) + helpFooter);
     }
+}
+
+void Parser::addScan(const ModuleDescription& module)
+{
+    CLI::App& scan = m_subcommands.emplace_back(m_app, scanCommand(), module, m_globals).app();
+    scan.add_option("--pause", m_scan->pauseMs, "Time between two requests")
+        ->transform(numberIn({0, longestPauseMs}))
+        ->option_text("MS, default 20");
+    scan.add_option("--requests", m_scan->mostRequests, "End after so many requests at most")
+        ->transform(numberIn({1, std::numeric_limits<int>::max()}))
+        ->option_text("N, default 1000");
 }
 
 CommandLine Parser::parse(const QStringList& arguments)
@@ -120,10 +143,20 @@ QString Parser::fill(Request& request) const
     for (const Subcommand& subcommand : m_subcommands) {
         if (subcommand.isUsed()) {
             request.command = subcommand.name();
-            return subcommand.fill(request);
+            return fillCommand(subcommand, request);
         }
     }
     return QString();
+}
+
+QString Parser::fillCommand(const Subcommand& subcommand, Request& request) const
+{
+    QString error = subcommand.fill(request);
+    if (m_scan && subcommand.name() == scanCommand().name) {
+        request.scan = m_scan;
+        request.scan->parameters = request.parameters;
+    }
+    return error;
 }
 
 QString Parser::fillInfo(Request& request) const

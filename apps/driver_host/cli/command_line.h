@@ -2,6 +2,7 @@
 
 #include "output/renderer.h"
 #include "run/point_plan.h"
+#include "run/scan_order.h"
 
 #include <common/arguments.h>
 #include <plugin_management/types.h>
@@ -16,13 +17,14 @@ struct ModuleDescription;
 /// What the user asks for.
 struct Request
 {
-    /// One of the module's, or "info" or "run" when the module has none of that name.
+    /// One of the module's, or "info", "run" or "scan" when the module has none of that name.
     QString command;
     QString orders; ///< of "run": the file to read, "-" for standard input; else empty
     ParameterMap parameters; ///< of the order, checked and with declared defaults
     ParameterMap connectParameters; ///< of the order that makes the connection
     std::optional<Places> places; ///< of the values that are read
     std::optional<PointPlan> points; ///< what takes more than one order of the command
+    std::optional<ScanPlan> scan; ///< of the command "scan"
     bool isOldNumber = false; ///< the places are given by their old numbers
     bool saysWritten = false; ///< as text, a write that is done says so instead of its result
     QStringList notes; ///< to be told before anything is done

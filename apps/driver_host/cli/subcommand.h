@@ -42,6 +42,8 @@ public:
     /// True when the arguments named it.
     bool isUsed() const { return m_app->parsed(); }
     QString name() const { return m_command.name; }
+    /// To add further options to.
+    CLI::App& app() { return *m_app; }
     /// Puts what was given into \a request; answers what is wrong with it, or nothing.
     QString fill(Request& request) const;
 

@@ -58,6 +58,9 @@ void Console::write(const QString& lines)
     if (!m_open || lines.isEmpty()) {
         return;
     }
+    if (m_isTerminal) {
+        clearProgress();
+    }
     const QString shown = m_isTerminal ? withoutControls(lines, QStringLiteral("\n\t")) : lines;
     if (!writeAll(STDOUT_FILENO, shown.toUtf8())) {
         loseOutput();
@@ -91,9 +94,16 @@ void Console::note(const QString& line)
     }
 }
 
-bool Console::canShowProgress() const
+bool Console::canShowProgress(bool withResults) const
 {
-    return !m_quiet && ::isatty(STDERR_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 0;
+    return !m_quiet && ::isatty(STDERR_FILENO) == 1 && (withResults || !m_isTerminal);
+}
+
+void Console::clearProgress()
+{
+    if (progressIsShown.exchange(false)) {
+        writeAll(STDERR_FILENO, clearLine);
+    }
 }
 
 void Console::showProgress(const QString& text)

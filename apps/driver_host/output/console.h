@@ -27,9 +27,12 @@ public:
     /// Tells what is nice to know, likewise.
     void note(const QString& line);
     /// True when somebody is at the terminal who wants notes and does not see results there.
-    bool canShowProgress() const;
+    /// \a withResults: results are few, so that a terminal may show both.
+    bool canShowProgress(bool withResults = false) const;
     /// Tells how far it has come, on a line that the next one replaces.
     void showProgress(const QString& text);
+    /// Takes that line away, if it is there.
+    void clearProgress();
 
 signals:
     /// Nothing more can be written to standard output: its reader has gone, or a write failed.

@@ -1,6 +1,7 @@
 #include "run/session.h"
 
 #include "cli/module_description.h"
+#include "cli/scan_command.h"
 #include "exit_codes.h"
 #include "output/append_file.h"
 #include "output/console.h"
@@ -9,6 +10,7 @@
 #include "output/poll_statistics.h"
 #include "run/confirmation.h"
 #include "run/point_order.h"
+#include "run/scan_order.h"
 #include "terminal/live_terminal.h"
 #include "terminal/live_view.h"
 
@@ -59,7 +61,8 @@ Session::Session(DAbstractPlugin& device, const ModuleDescription& module, const
     : QObject(parent), m_device(device), m_profile(module.profile), m_request(request),
       m_console(console)
 {
-    const CommandDescription& command = *module.find(request.command);
+    const CommandDescription* found = module.find(request.command);
+    const CommandDescription command = found != nullptr ? *found : scanCommand();
     m_isConnect = command.isConnect();
     m_needsConnection = module.connectCommand() != nullptr && !m_isConnect;
     m_recurrent = command.recurrent;
@@ -168,6 +171,8 @@ void Session::startOrder()
     m_clock.start();
     if (m_request.points) {
         startPoints();
+    } else if (m_request.scan) {
+        startScan();
     } else {
         m_orderId = tryStart(m_request.command, m_request.parameters);
     }
@@ -180,19 +185,40 @@ void Session::startPoints()
     const auto& command = m_request.points->profile;
     const QString name = command.confirmed ? command.confirmed->result : command.values;
     connect(m_points.get(), &PointOrder::result, this, [this, name](const QVariant& values) {
-        m_lastPoints = {{name, values}};
+        m_lastResults = {{name, values}};
         showResult(name, values);
     });
     connect(m_points.get(), &PointOrder::trouble, this, [this](const OrderFailure& failure) {
-        showTrouble(failure, failureText(m_request.command, failure, pointSubject(failure)));
+        showTrouble(failure, failureText(m_request.command, failure, workSubject(failure)));
     });
-    connect(m_points.get(), &PointOrder::finished, this, &Session::pointsFinished);
+    connect(m_points.get(), &PointOrder::finished, this, &Session::workFinished);
     m_points->start();
+}
+
+void Session::startScan()
+{
+    m_scan = std::make_unique<ScanOrder>(*m_device.orders(), m_profile, *m_request.scan);
+    connect(m_scan.get(), &ScanOrder::scanned, this,
+            [this](const QString& table, const QVariantMap& found, const QStringList& lines) {
+                m_lastResults.insert(table, found);
+                const bool asText = m_request.format == Format::Text;
+                m_console.write(asText ? lines.join(QLatin1Char('\n')) + QLatin1Char('\n')
+                                       : m_renderer->result(now(), table, found));
+            });
+    connect(m_scan.get(), &ScanOrder::progress, this, [this](const QString& text) {
+        if (m_console.canShowProgress(true)) {
+            m_console.showProgress(text);
+        }
+    });
+    connect(m_scan.get(), &ScanOrder::finished, this, &Session::workFinished);
+    m_scan->start();
 }
 
 void Session::stopOrder()
 {
-    if (m_points) {
+    if (m_scan) {
+        m_scan->stop();
+    } else if (m_points) {
         m_points->stop();
     } else {
         m_device.orders()->stop(m_orderId);
@@ -252,6 +278,7 @@ void Session::end()
         return;
     }
     m_state = State::Ended;
+    m_console.clearProgress();
     showRepeats();
     MessageLog::flush();
     if (m_view) {
@@ -397,19 +424,19 @@ void Session::orderFinished(const DOrder& order)
     close();
 }
 
-void Session::pointsFinished(const OrderFailure& failure)
+void Session::workFinished(const OrderFailure& failure)
 {
     const bool stopped = failure.code == Code::Stopped;
     if (stopped && m_recurrent) {
         takeStatistics();
     }
     if (!failure || (stopped && m_recurrent)) {
-        endDone(m_lastPoints);
+        endDone(m_lastResults);
     } else if (stopped) {
         showStopped();
     } else {
         m_exitCode = exitCodeOf(failure.code, false);
-        fail(failure, failureText(m_request.command, failure, pointSubject(failure)));
+        fail(failure, failureText(m_request.command, failure, workSubject(failure)));
     }
     close();
 }
@@ -455,8 +482,14 @@ FailureSubject Session::subject(const ParameterMap& parameters, const OrderFailu
     return subject;
 }
 
-FailureSubject Session::pointSubject(const OrderFailure& failure) const
+FailureSubject Session::workSubject(const OrderFailure& failure) const
 {
+    if (m_scan) {
+        FailureSubject about =
+            subjectOf(m_profile, m_request.scan->command, m_scan->subject(), failure);
+        about.hasAnswered = hasAnswered();
+        return about;
+    }
     FailureSubject about = subject(m_points->subject(), failure);
     if (m_points->writtenCount() > 0) {
         about.hint = QStringLiteral("%1 of %2 were written before")

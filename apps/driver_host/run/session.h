@@ -18,6 +18,7 @@ class Console;
 class AppendFile;
 class LiveView;
 class PointOrder;
+class ScanOrder;
 class DAbstractPlugin;
 struct LiveStatus;
 struct ModuleDescription;
@@ -55,6 +56,7 @@ private:
     void startConnect();
     void startOrder();
     void startPoints();
+    void startScan();
     void stopOrder();
     quint64 tryStart(const QString& command, const ParameterMap& parameters);
     void takeResult(quint64 orderId, const QString& name, const QVariant& value);
@@ -70,11 +72,11 @@ private:
     void connectFinished(const DOrder& order);
     void giveUpConnecting();
     void orderFinished(const DOrder& order);
-    void pointsFinished(const OrderFailure& failure);
+    void workFinished(const OrderFailure& failure);
     void endDone(const ParameterMap& results);
     void takeStatistics();
     FailureSubject subject(const ParameterMap& parameters, const OrderFailure& failure) const;
-    FailureSubject pointSubject(const OrderFailure& failure) const;
+    FailureSubject workSubject(const OrderFailure& failure) const;
     bool hasAnswered() const;
     void tellConnection(bool connected);
     void fail(const OrderFailure& failure, const QString& text);
@@ -114,6 +116,7 @@ private:
     std::unique_ptr<AppendFile> m_file; // null when the results go to no file
     std::unique_ptr<Renderer> m_rows; // for it
     std::unique_ptr<LiveView> m_view; // null when results go line by line
+    std::unique_ptr<ScanOrder> m_scan; // of the command "scan"
     std::unique_ptr<PointOrder> m_points; // of a request that takes more than one order
-    ParameterMap m_lastPoints; // what it told last, as results
+    ParameterMap m_lastResults; // of these two
 };

@@ -1,8 +1,8 @@
 #include "cli/command_line.h"
 
 #include "cli/module_description.h"
-#include "cli/scan_command.h"
 #include "cli/subcommand.h"
+#include "profile/scan_command.h"
 
 #include <common/number.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "output/renderer.h"
-#include "run/point_plan.h"
-#include "run/scan_order.h"
+#include "work/point_plan.h"
+#include "work/scan_order.h"
 
 #include <common/arguments.h>
 #include <plugin_management/types.h>

@@ -1,6 +1,6 @@
 #include "cli/module_file.h"
 
-#include "cli/module_profile.h"
+#include "profile/module_profile.h"
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <plugin_management/d_plugin_loader.h>

@@ -1,8 +1,8 @@
 #include "cli/module_info.h"
 
 #include "cli/module_description.h"
-#include "cli/profile_info.h"
 #include "output/value_text.h"
+#include "profile/profile_info.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

@@ -3,7 +3,7 @@
 #include "cli/command_line.h"
 #include "cli/module_description.h"
 #include "cli/option_text.h"
-#include "cli/point_options.h"
+#include "profile/point_options.h"
 
 #include <CLI/CLI.hpp>
 #include <QSet>

@@ -1,13 +1,13 @@
 #include "run/runner.h"
 
-#include "cli/parameter_rules.h"
 #include "output/console.h"
 #include "output/failure_text.h"
 #include "output/frame_trace.h"
 #include "output/message_log.h"
 #include "output/poll_statistics.h"
 #include "output/value_text.h"
-#include "run/confirmation.h"
+#include "profile/parameter_rules.h"
+#include "work/confirmation.h"
 
 #include <common/failure.h>
 #include <plugin_management/d_abstract_plugin.h>

@@ -1,6 +1,6 @@
-#include "run/point_order.h"
+#include "work/point_order.h"
 
-#include "run/confirmation.h"
+#include "work/confirmation.h"
 
 using Points::Role;
 using Code = OrderFailure::Code;

@@ -1,4 +1,4 @@
-#include "cli/scan_command.h"
+#include "profile/scan_command.h"
 
 CommandDescription scanCommand()
 {

@@ -1,4 +1,4 @@
-#include "cli/parameter_rules.h"
+#include "profile/parameter_rules.h"
 
 #include "cli/option_text.h"
 

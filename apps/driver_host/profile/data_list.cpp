@@ -1,4 +1,4 @@
-#include "cli/data_list.h"
+#include "profile/data_list.h"
 
 #include <points/value_codec.h>
 

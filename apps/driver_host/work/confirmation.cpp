@@ -1,4 +1,4 @@
-#include "run/confirmation.h"
+#include "work/confirmation.h"
 
 #include "output/value_text.h"
 

@@ -1,4 +1,4 @@
-#include "cli/module_profile.h"
+#include "profile/module_profile.h"
 
 #include <QFile>
 

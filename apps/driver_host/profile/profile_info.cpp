@@ -1,4 +1,4 @@
-#include "cli/profile_info.h"
+#include "profile/profile_info.h"
 
 #include <points/address.h>
 

@@ -1,4 +1,4 @@
-#include "run/scan_order.h"
+#include "work/scan_order.h"
 
 #include <points/address.h>
 

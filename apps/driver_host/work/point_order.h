@@ -1,6 +1,6 @@
 #pragma once
 
-#include "run/point_plan.h"
+#include "work/point_plan.h"
 
 #include <plugin_management/d_orders.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "cli/module_description.h"
-#include "run/scan_order.h"
+#include "work/scan_order.h"
 
 #include <optional>
 

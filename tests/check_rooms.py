@@ -5,7 +5,7 @@ import pathlib
 import re
 import sys
 
-VALUES = ("types order_failure reply_framing worker_statistics d_order plugin_management_global "
+VALUES = ("types link_options order_failure reply_framing worker_statistics d_order plugin_management_global "
           "fast_delegate").split()
 KIT = r"(plugin_management|utilities)/"
 QT = r"Q\w+$|QtCore/qglobal\.h$"

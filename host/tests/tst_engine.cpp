@@ -172,6 +172,7 @@ private slots:
     void keepAlivesThatAreRefused();
     void aKeepAliveThatSendsNothingIsToldOnce();
     void nothingIsToldOfWhatIsStopped();
+    void aFirstAttemptIsTriedAgain();
 };
 
 // A read of two registers was asked of unit 0. The hook believes everything, as hooks may.
@@ -377,6 +378,34 @@ void EngineTest::nothingIsToldOfWhatIsStopped()
     while (world.engine.next(action, world.nowUs)) {
         QVERIFY(action.kind != Kind::TellOutcome || action.id != id);
     }
+}
+
+// Whoever waits for the connection hears why there is none, once for each reason; orders do not
+// wait for later attempts.
+void EngineTest::aFirstAttemptIsTriedAgain()
+{
+    LinkOptions options;
+    options.keepTrying = true;
+    World world;
+    world.engine.setLinkOptions(options);
+    world.startConnect();
+    world.start("ask");
+    for (const char* why : {"refused", "refused", "no route"}) {
+        world.engine.linkFailed(QString::fromLatin1(why), world.nowUs);
+        world.run();
+        world.pass(30000);
+    }
+    world.start("ask");
+    QVERIFY2(world.failure.text.contains(QLatin1String("no route); it is being tried again")),
+             qPrintable(world.failure.text));
+    world.engine.linkOpened(world.nowUs);
+    world.pass(0);
+    world.start("ask");
+    QCOMPARE(world.done.join(QLatin1Char(' ')),
+             QStringLiteral("open close answer not_connected end not_connected open close open "
+                            "close answer not_connected open end not_connected up answer well "
+                            "request"));
+    QCOMPARE(world.engine.statistics().reconnects, 0u);
 }
 
 QTEST_GUILESS_MAIN(EngineTest)

@@ -6,6 +6,7 @@ void LinkKeeper::begin(const Endpoint& endpoint, qint64 nowUs)
 {
     end();
     m_endpoint = endpoint;
+    m_trouble.clear();
     m_wanted = true;
     attempt(State::Opening, nowUs);
 }
@@ -19,6 +20,7 @@ void LinkKeeper::end()
     m_wanted = false;
     m_reported = false;
     m_answered = false;
+    m_wasOpen = false;
 }
 
 bool LinkKeeper::release()
@@ -54,18 +56,27 @@ void LinkKeeper::lose(const QString& why, qint64 nowUs)
 bool LinkKeeper::opened()
 {
     m_state = State::Open;
+    m_wasOpen = true;
     m_dueUs = never;
     return !std::exchange(m_reported, true);
 }
 
 LinkKeeper::Failed LinkKeeper::attemptFailed(const QString& why, qint64 nowUs)
 {
-    if (m_state == State::Opening) {
+    const bool isFirst = m_state == State::Opening;
+    if (isFirst && !m_keepsTrying) {
         end();
         m_trouble = why;
         return Failed::First;
     }
+    const bool isNews = !m_wasOpen && why != m_trouble;
     retryLater(why, nowUs);
+    if (isFirst) {
+        m_retries = 1; // from here on nobody waits for an attempt
+    }
+    if (isNews) {
+        return Failed::Trying;
+    }
     return std::exchange(m_reported, false) ? Failed::Lost : Failed::Again;
 }
 

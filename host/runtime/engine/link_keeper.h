@@ -26,12 +26,15 @@ public:
     /// What the end of an attempt means.
     enum class Failed {
         First, ///< the connect has failed; there will be no other attempt
+        Trying, ///< there has been no link yet and it is tried again: whoever waits must hear why
         Again, ///< it is tried again later
         Lost, ///< so it is, and whoever believes the link to be open must hear that it is lost
     };
 
     explicit LinkKeeper(unsigned seed) : m_backoff(seed) { }
 
+    /// Whether a first attempt that fails is tried again, for ever. To be said before begin().
+    void setKeepTrying(bool keepTrying) { m_keepsTrying = keepTrying; }
     /// A connect begins its first attempt.
     void begin(const Endpoint& endpoint, qint64 nowUs);
     /// The link is closed for good.
@@ -55,6 +58,9 @@ public:
     void noteReply();
 
     bool isOpen() const { return m_state == State::Open; }
+    bool isClosed() const { return m_state == State::Closed; }
+    /// True when there has been a link since begin().
+    bool wasOpen() const { return m_wasOpen; }
     bool isAttempting() const { return m_state == State::Opening || m_state == State::Reopening; }
     /// True while the outcome of an attempt is worth waiting for: the first one, and the first one
     /// after a loss.
@@ -84,4 +90,6 @@ private:
     bool m_wanted = false;
     bool m_reported = false; ///< the owner believes that it is open
     bool m_answered = false; ///< the device has answered on this link
+    bool m_keepsTrying = false;
+    bool m_wasOpen = false;
 };

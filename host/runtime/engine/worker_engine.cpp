@@ -87,6 +87,11 @@ void WorkerEngine::setKeepAlive(const QString& function, const ParameterMap& par
     m_keepAlive.setDefault(function, parameters, intervalMs);
 }
 
+void WorkerEngine::setLinkOptions(const LinkOptions& options)
+{
+    m_link.setKeepTrying(options.keepTrying);
+}
+
 // --- what users ask for ---
 
 bool WorkerEngine::add(quint64 id, const QString& function, const ParameterMap& parameters,
@@ -183,9 +188,11 @@ void WorkerEngine::makeCurrent(WorkerInstructionPtr instruction, qint64 nowUs)
     if (m_current->needsLink && m_link.isDown()) {
         m_exchange.begin(nowUs);
         m_failedAtOnce = true;
-        const QString text = QStringLiteral("no connection to %1 (%2); it is being re-opened");
+        const QString text = QStringLiteral("no connection to %1 (%2); it is being %3");
         const OrderFailure why = m_exchange.failure(
-            Code::NotConnected, text.arg(m_link.endpoint().text(), m_link.trouble()));
+            Code::NotConnected,
+            text.arg(m_link.endpoint().text(), m_link.trouble(),
+                     QLatin1String(m_link.wasOpen() ? "re-opened" : "tried again")));
         settle(release(), why, why.toReply(), nowUs);
         return;
     }
@@ -537,6 +544,9 @@ void WorkerEngine::linkFailed(const QString& why, qint64 nowUs)
         reply.insert(QStringLiteral("connected"), false);
         m_actions.tell(Outcome::Error, std::exchange(m_connectId, 0), reply, failure);
     }
+    if (failed == LinkKeeper::Failed::Trying) {
+        tellConnectDown(why);
+    }
     if (failed == LinkKeeper::Failed::Lost) {
         m_actions.log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why),
                       false);
@@ -590,11 +600,16 @@ void WorkerEngine::declareLost(const QString& why, qint64 nowUs)
 void WorkerEngine::tellState(bool open, const QString& why)
 {
     m_actions.add(Kind::TellState, 0, open);
-    if (m_connectId == 0) {
-        return;
-    }
-    if (open) {
+    if (!open) {
+        tellConnectDown(why);
+    } else if (m_connectId != 0) {
         m_actions.tell(Outcome::Answer, m_connectId, {{QStringLiteral("connected"), true}}, {});
+    }
+}
+
+void WorkerEngine::tellConnectDown(const QString& why)
+{
+    if (m_connectId == 0) {
         return;
     }
     const OrderFailure failure = OrderFailure::of(Code::NotConnected, why);

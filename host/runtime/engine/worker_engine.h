@@ -7,6 +7,7 @@
 #include <runtime/engine/round_trips.h>
 #include <runtime/engine/worker_action.h>
 
+#include <plugin_management/link_options.h>
 #include <plugin_management/worker_statistics.h>
 
 /// What a worker decides: which instruction runs, which reply answers it, when it has failed, and
@@ -32,6 +33,8 @@ public:
     int declareFunction(const QString& name);
     void setKeepAlive(const QString& function, const ParameterMap& parameters, int intervalMs);
     void setFraming(const ReplyFraming& framing) { m_exchange.setFraming(framing); }
+    /// What lies below the worker. Not while a connect runs or the link is open.
+    void setLinkOptions(const LinkOptions& options);
 
     // What users ask for.
     /// Takes an instruction; false, with the reason, when it cannot be taken.
@@ -71,6 +74,8 @@ public:
     /// When to call timePassed().
     qint64 wakeAtUs() const;
 
+    /// True while no connect runs and there is no link.
+    bool isUnlinked() const { return m_connectId == 0 && m_link.isClosed(); }
     quint64 currentId() const { return m_current ? m_current->id : 0; }
     ParameterMap currentParameters() const;
     const LinkKeeper::Endpoint& endpoint() const { return m_link.endpoint(); }
@@ -108,6 +113,7 @@ private:
     void replaceLink(const QString& why, qint64 nowUs);
     void declareLost(const QString& why, qint64 nowUs);
     void tellState(bool open, const QString& why);
+    void tellConnectDown(const QString& why);
 
     // What an instruction touches, together.
     WorkerActions m_actions;

@@ -63,6 +63,16 @@ bool WorkerShell::stop(quint64 id)
     return stopped;
 }
 
+bool WorkerShell::setLinkOptions(const LinkOptions& options, QString& refusal)
+{
+    if (!m_engine.isUnlinked()) {
+        refusal = QStringLiteral("the connection is in use; disconnect first");
+        return false;
+    }
+    m_engine.setLinkOptions(options);
+    return true;
+}
+
 bool WorkerShell::connectLink(const ParameterMap& parameters, ParameterMap& result)
 {
     if (!m_engine.beginConnect(parameters, result, steadyNowUs())) {

@@ -35,6 +35,9 @@ public:
                QString& refusal);
     bool stop(quint64 id);
 
+    /// False, with the reason, when they cannot be taken now.
+    bool setLinkOptions(const LinkOptions& options, QString& refusal);
+
     bool connectLink(const ParameterMap& parameters, ParameterMap& result);
     bool disconnectLink(ParameterMap& result);
 

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <plugin_management/plugin_management_global.h>
+#include <plugin_management/types.h>
+
+#include <QList>
+#include <QString>
+
+/// What a host wants of the way between a worker and its device, below the module, which never
+/// learns of it: see DAbstractPlugin::setLinkOptions(). With all of it off, as it is here, every
+/// byte on the wire is the module's own. A value: copy it, use it on any thread.
+struct LinkOptions
+{
+    /// A first attempt to connect that fails does not end the "connect": it is tried again like a
+    /// lost connection, until it succeeds or the "connect" is stopped.
+    bool keepTrying = false;
+};
+
+/// How a link option is named and written, for programs that offer it to people.
+struct LinkOptionDescription
+{
+    QString name; ///< such as "keepTrying"
+    QString form; ///< what it takes, such as "0..255"; empty: true or false
+    QString description; ///< for people, one line
+};
+
+/// All there are, in the order in which to show them.
+HOST_PLUGIN_MANAGEMENT_EXPORT QList<LinkOptionDescription> linkOptionDescriptions();
+
+/// What is wrong with one link option.
+struct LinkOptionFault
+{
+    QString option; ///< its name
+    QString text; ///< such as "'300' is not a number 0 to 255"
+};
+
+/// Reads \a given, values by option names, as JSON or a command line has them (a number may be a
+/// text); what is not there is off. False, with \a fault, when there is no such option or a value
+/// is none that it takes.
+HOST_PLUGIN_MANAGEMENT_EXPORT bool readLinkOptions(const ParameterMap& given, LinkOptions& options,
+                                                   LinkOptionFault& fault);
+
+/// Why these options cannot be used together or here; empty when they can.
+HOST_PLUGIN_MANAGEMENT_EXPORT QString linkOptionsRefusal(const LinkOptions& options);

@@ -126,7 +126,8 @@ class Installed(unittest.TestCase):
         self.assertEqual(told - {""}, self.help("device-simulator"))
         page = self.manual("driver-host")
         shared = set().union(*(page[name] for name in ("OPTIONS", "GLOBAL OPTIONS",
-                                                       "CONNECTION OPTIONS", "COMMANDS")))
+                                                       "CONNECTION OPTIONS", "LINK OPTIONS",
+                                                       "COMMANDS")))
         listed = self.help("driver-host")
         for command in output(self.host, "--complete", "").split():
             about, *_ = [entry for entry in listed if entry.startswith(command)]

@@ -1,5 +1,6 @@
 #include "cli/subcommand.h"
 
+#include "cli/option_name.h"
 #include "cli/value_parser.h"
 #include "output/value_text.h"
 
@@ -27,18 +28,6 @@ constexpr std::array<std::pair<const char*, const char*>, 5> typeLabels{{
     {"varM", "JSON"},
     {"varL", "VALUE,..."},
 }};
-
-QString kebabCase(const QString& name)
-{
-    QString kebab;
-    for (const QChar c : name) {
-        if (c.isUpper() && !kebab.isEmpty()) {
-            kebab += QLatin1Char('-');
-        }
-        kebab += c.toLower();
-    }
-    return kebab;
-}
 
 QString optionName(const QString& parameter) { return QLatin1String("--") + kebabCase(parameter); }
 
@@ -105,8 +94,9 @@ Subcommand::Subcommand(CLI::App& root, const CommandDescription& command,
         m_app
             ->add_option("--connect-limit", m_connectLimitS, "Give up without a connection by then")
             ->transform(numberIn({1, longestConnectS}))
-            ->option_text("S, default 120")
+            ->option_text("S, default 120, none with --wait")
             ->group(connectGroup);
+        m_link.addTo(*m_app, m_takenNames);
     }
     if (takesRepetition()) {
         addRepetition();
@@ -183,6 +173,9 @@ QString Subcommand::fill(Request& request) const
     if (error.isEmpty()) {
         error = fillDefaults(request);
     }
+    if (error.isEmpty()) {
+        error = fillLink(request);
+    }
     return error.isEmpty() ? missing(request) : error;
 }
 
@@ -248,6 +241,15 @@ void Subcommand::fillNumbers(Request& request) const
     if (m_intervalMs > 0) {
         request.parameters.insert(QStringLiteral("recurrentInterval"), m_intervalMs);
     }
+}
+
+QString Subcommand::fillLink(Request& request) const
+{
+    QString error = m_link.fill(request.link);
+    if (request.link.keepTrying && m_app->count("--connect-limit") == 0) {
+        request.connectLimitS = 0;
+    }
+    return error;
 }
 
 QString Subcommand::fillDefaults(Request& request) const

@@ -148,6 +148,16 @@ QString connectFailureText(const QString& command, const OrderFailure& failure)
                            : advice(command, failure, {}));
 }
 
+QString noConnectionYetText(const OrderFailure& failure)
+{
+    return QStringLiteral("no connection yet (%1), trying again").arg(failure.text);
+}
+
+QString connectionLostText(const OrderFailure& failure)
+{
+    return QStringLiteral("connection lost: %1").arg(failure.text);
+}
+
 QString unconnectedFailureText(const QString& command, const OrderFailure& failure)
 {
     return failureText(command, failure, {}, {},

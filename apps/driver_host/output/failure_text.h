@@ -17,5 +17,10 @@ QString failureText(const QString& command, const OrderFailure& failure,
 /// The same for an order that never began because its device could not be reached.
 QString connectFailureText(const QString& command, const OrderFailure& failure);
 
+/// Why there is no connection yet, while it is tried for.
+QString noConnectionYetText(const OrderFailure& failure);
+/// Why the connection was lost, which is tried for again.
+QString connectionLostText(const OrderFailure& failure);
+
 /// The same for an order that never began because nobody keeps a connection to its device.
 QString unconnectedFailureText(const QString& command, const OrderFailure& failure);

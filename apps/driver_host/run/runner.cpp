@@ -110,6 +110,8 @@ QString Runner::carryOut(const OrderLine& line)
         return startOrder(line);
     case OrderLine::Kind::Stop:
         return stopOrder(line);
+    case OrderLine::Kind::Link:
+        return setLink(line);
     default:
         return tellStatistics(line);
     }
@@ -197,6 +199,20 @@ QString Runner::tellStatistics(const OrderLine& line)
     return {};
 }
 
+QString Runner::setLink(const OrderLine& line)
+{
+    LinkOptions options;
+    LinkOptionFault fault;
+    if (!readLinkOptions(line.parameters, options, fault)) {
+        return QStringLiteral("link option '%1': %2").arg(plainText(fault.option), fault.text);
+    }
+    Device* const target = device(line.device);
+    QString refusal = QStringLiteral("the module makes no more devices");
+    const bool taken =
+        target != nullptr && target->object.plugin->setLinkOptions(options, &refusal);
+    return taken ? QString() : refusal;
+}
+
 void Runner::refuse(const OrderLine& line, const QString& why)
 {
     const OrderFailure failure = OrderFailure::of(Code::Usage, why);
@@ -245,7 +261,7 @@ void Runner::enter(quint64 orderId, const OrderLine& line, Device& device)
 {
     const CommandDescription& command = *m_module.description.find(line.command);
     m_running.insert(orderId,
-                     {sourceOf(line), &device, command.recurrent, command.isConnect(),
+                     {sourceOf(line), &device, command.recurrent, command.isConnect(), false,
                       MessageLog::lastCritical()});
     device.connects += command.isConnect() ? 1 : 0;
     m_orderIds.insert(compactJson(line.id), orderId);
@@ -269,10 +285,12 @@ Runner::Running Runner::leave(quint64 orderId)
 
 void Runner::takeResult(quint64 orderId, const QString& name, const QVariant& value)
 {
-    const auto it = m_running.constFind(orderId);
-    if (it != m_running.constEnd()) {
-        m_console.write(EventJson::result(it->source, now(), name, value));
+    const auto it = m_running.find(orderId);
+    if (it == m_running.end()) {
+        return;
     }
+    it->wasConnected |= it->isConnect && name == QLatin1String("connected") && value.toBool();
+    m_console.write(EventJson::result(it->source, now(), name, value));
 }
 
 void Runner::takeTrouble(quint64 orderId, const OrderFailure& failure)
@@ -282,9 +300,10 @@ void Runner::takeTrouble(quint64 orderId, const OrderFailure& failure)
         return;
     }
     const DOrder* order = it->device->object.plugin->orders()->find(orderId);
-    const QString text = it->isConnect || order == nullptr
-        ? QStringLiteral("connection lost: %1").arg(failure.text)
-        : failureText(order->command, failure, order->parameters, MessageLog::lastCritical());
+    QString text = it->wasConnected ? connectionLostText(failure) : noConnectionYetText(failure);
+    if (!it->isConnect && order != nullptr) {
+        text = failureText(order->command, failure, order->parameters, MessageLog::lastCritical());
+    }
     m_console.write(EventJson::error(it->source, now(), failure, text));
 }
 

@@ -69,6 +69,7 @@ private:
         Device* device;
         bool recurrent;
         bool isConnect;
+        bool wasConnected; // it keeps a connection, and has had one
         QString moduleMessage; // what the module said when it took the order
     };
 
@@ -79,6 +80,7 @@ private:
     QString startOrder(const OrderLine& line);
     QString stopOrder(const OrderLine& line);
     QString tellStatistics(const OrderLine& line);
+    QString setLink(const OrderLine& line);
     void refuse(const OrderLine& line, const QString& why);
 
     Device* device(const QString& name);

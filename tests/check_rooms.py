@@ -20,7 +20,8 @@ ROOMS = {
     "host/runtime/engine": [rf"plugin_management/({'|'.join(VALUES)})\.h$", QT_VALUES, STANDARD],
     "host/runtime/loop": [r"plugin_management/fast_delegate\.h$", r"Q(BasicTimer|Event|Object|"
                           r"SocketNotifier)$", STANDARD, SYSTEM],
-    "host/runtime/link": [r"runtime/loop/", r"plugin_management/fast_delegate\.h$", QT,
+    "host/runtime/link": [r"runtime/loop/",
+                          r"plugin_management/(fast_delegate|link_options|reply_framing)\.h$", QT,
                           STANDARD, SYSTEM],
     "host/runtime/shell": [r"runtime/", KIT, r"Q(LoggingCategory|Object|Pointer|RandomGenerator|"
                            r"Thread|tGlobal)$", STANDARD],

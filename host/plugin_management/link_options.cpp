@@ -30,9 +30,26 @@ QString readFlag(const QVariant& given, LinkOptions& options)
     return {};
 }
 
-constexpr std::array<Option, 1> all{{
+constexpr int largestUnit = 255;
+
+QString readUnit(const QVariant& given, LinkOptions& options)
+{
+    const QString text = given.toString();
+    const QVariant unit = readNumber(text);
+    const bool isNumber = unit.userType() == QMetaType::Int;
+    if (!isNumber || unit.toInt() < 0 || unit.toInt() > largestUnit) {
+        return QStringLiteral("'%1' is not a number 0 to %2").arg(text).arg(largestUnit);
+    }
+    options.unit = unit.toInt();
+    return {};
+}
+
+constexpr std::array<Option, 3> all{{
     {"keepTrying", "", "Keep trying until there is a first connection",
      readFlag<&LinkOptions::keepTrying>},
+    {"unit", "0..255", "Ask this unit instead of unit 0", readUnit},
+    {"transactionIds", "", "Give each request an id of its own, and take no late reply for it",
+     readFlag<&LinkOptions::transactionIds>},
 }};
 
 QString unknown()

@@ -14,6 +14,17 @@ struct LinkOptions
     /// A first attempt to connect that fails does not end the "connect": it is tried again like a
     /// lost connection, until it succeeds or the "connect" is stopped.
     bool keepTrying = false;
+    /// The unit to ask, 0 to 255, whatever unit the worker's frames name; they get their own back.
+    /// A reply from another unit is dropped and counted (WorkerStatistics::droppedBytes). -1: off.
+    int unit = -1;
+    /// Each request gets a transaction id of its own on the wire, 1, 2, 3 and so on, and the worker
+    /// its own id back. A reply with another one is dropped and counted, and so never taken for
+    /// another's; a time-out then costs no new connection, unless the device has said nothing at
+    /// all to eight requests in a row. An id comes again after 65535 others.
+    bool transactionIds = false;
+
+    // unit and transactionIds are for workers whose framing is mbapFraming(): Modbus Messaging on
+    // TCP/IP V1.0b, section 3.1.3.
 };
 
 /// How a link option is named and written, for programs that offer it to people.

@@ -173,6 +173,7 @@ private slots:
     void aKeepAliveThatSendsNothingIsToldOnce();
     void nothingIsToldOfWhatIsStopped();
     void aFirstAttemptIsTriedAgain();
+    void numberedRequestsKeepTheLink();
 };
 
 // A read of two registers was asked of unit 0. The hook believes everything, as hooks may.
@@ -406,6 +407,27 @@ void EngineTest::aFirstAttemptIsTriedAgain()
                             "close answer not_connected open end not_connected up answer well "
                             "request"));
     QCOMPARE(world.engine.statistics().reconnects, 0u);
+}
+
+// A new link is worth a try only when the device says nothing at all any more.
+void EngineTest::numberedRequestsKeepTheLink()
+{
+    LinkOptions options;
+    options.transactionIds = true;
+    options.unit = 5;
+    World world;
+    world.engine.setLinkOptions(options);
+    world.connectNow();
+    for (int i = 0; i < 15; ++i) {
+        world.start("ask");
+        world.pass(limitMs);
+        QCOMPARE(world.failure.code, Code::Timeout);
+        QCOMPARE(world.failure.unitId, 5);
+        QCOMPARE(world.done.contains(QStringLiteral("down")), i == 14);
+        if (i == 6) {
+            world.engine.dropped(13); // a late reply: it lives
+        }
+    }
 }
 
 QTEST_GUILESS_MAIN(EngineTest)

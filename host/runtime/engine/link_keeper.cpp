@@ -93,8 +93,15 @@ bool LinkKeeper::retry(qint64 nowUs)
 void LinkKeeper::noteReply()
 {
     m_answered = true;
+    m_silences = 0;
     m_retries = 0;
     m_backoff.reset();
+}
+
+bool LinkKeeper::noteSilence()
+{
+    constexpr int mostSilences = 8;
+    return ++m_silences >= mostSilences;
 }
 
 bool LinkKeeper::isAwaited() const
@@ -115,6 +122,7 @@ void LinkKeeper::attempt(State state, qint64 nowUs)
 {
     m_state = state;
     m_answered = false;
+    m_silences = 0;
     m_dueUs = nowUs + qint64{m_endpoint.limitMs} * 1000;
 }
 

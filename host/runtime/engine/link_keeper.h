@@ -56,6 +56,10 @@ public:
     bool retry(qint64 nowUs);
     /// A reply came: the device lives.
     void noteReply();
+    /// A reply came that nobody waits for any more.
+    void noteLateReply() { m_silences = 0; }
+    /// A request got no reply. True when so many in a row got none that a new link is worth a try.
+    bool noteSilence();
 
     bool isOpen() const { return m_state == State::Open; }
     bool isClosed() const { return m_state == State::Closed; }
@@ -84,6 +88,7 @@ private:
     Endpoint m_endpoint;
     QString m_trouble;
     qint64 m_dueUs = never;
+    int m_silences = 0; ///< requests in a row that got no reply on this link
     int m_retries = 0; ///< attempts to re-open since the device last answered
     Backoff m_backoff;
     State m_state = State::Closed;

@@ -90,6 +90,8 @@ void WorkerEngine::setKeepAlive(const QString& function, const ParameterMap& par
 void WorkerEngine::setLinkOptions(const LinkOptions& options)
 {
     m_link.setKeepTrying(options.keepTrying);
+    m_exchange.setUnit(options.unit);
+    m_tellsRepliesApart = options.transactionIds;
 }
 
 // --- what users ask for ---
@@ -328,6 +330,12 @@ void WorkerEngine::received(const char* data, int size, qint64 nowUs)
     }
 }
 
+void WorkerEngine::dropped(int size)
+{
+    m_statistics.droppedBytes += static_cast<quint64>(size);
+    m_link.noteLateReply();
+}
+
 // Requests carry no number of their own, so from here on nobody can tell which reply answers which
 // request on this link.
 void WorkerEngine::unasked(int size, qint64 nowUs)
@@ -411,7 +419,7 @@ void WorkerEngine::timedOut(qint64 nowUs)
     const QString text = QStringLiteral("no answer within %1 ms").arg(instruction->limitMs);
     if (instruction->id == 0) {
         declareLost(QStringLiteral("the keep-alive got ") + text, nowUs);
-    } else {
+    } else if (!m_tellsRepliesApart || m_link.noteSilence()) {
         replaceLink(text, nowUs); // its reply may still come, and would look like the next one's
     }
     const OrderFailure why = m_exchange.failure(Code::Timeout, text);

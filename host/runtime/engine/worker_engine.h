@@ -62,6 +62,8 @@ public:
 
     // What the world does.
     void received(const char* data, int size, qint64 nowUs);
+    /// Replies that are another's have come, and were dropped.
+    void dropped(int size);
     void linkOpened(qint64 nowUs);
     void linkFailed(const QString& why, qint64 nowUs);
     void linkEnded(const QString& why, qint64 nowUs);
@@ -74,6 +76,9 @@ public:
     /// When to call timePassed().
     qint64 wakeAtUs() const;
 
+    /// True while nothing that comes can be the reply to a request.
+    bool awaitsNothing() const { return m_phase != Phase::InFlight && m_phase != Phase::Calling; }
+    const ReplyFraming& framing() const { return m_exchange.framing(); }
     /// True while no connect runs and there is no link.
     bool isUnlinked() const { return m_connectId == 0 && m_link.isClosed(); }
     quint64 currentId() const { return m_current ? m_current->id : 0; }
@@ -131,6 +136,7 @@ private:
 
     // What it does not.
     QString m_endedWhy;
+    bool m_tellsRepliesApart = false; ///< a late reply is never taken for the next one's
     bool m_opensFirst = false; ///< the next link is a connect's own
     quint64 m_connectId = 0; ///< the running connect
     std::vector<Function> m_functions; ///< by number

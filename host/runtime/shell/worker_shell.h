@@ -58,7 +58,8 @@ private:
     void handleReadable();
     void handleDue();
     void handleWritten(const char* data, int size);
-    void handleDrained(const char* data, int size);
+    void handleDrained(int size);
+    void handleDropped(int size);
 
     void noteEnd();
 

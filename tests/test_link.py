@@ -1,0 +1,136 @@
+#!/usr/bin/env python3
+"""What lies between the module and its device, end to end: every command of the module through each
+link option. CTest passes the programs in the environment."""
+
+import json
+import os
+import pathlib
+import socketserver
+import struct
+import subprocess
+import sys
+import threading
+import unittest
+
+from programs import PATIENCE, parse
+
+sys.path.append(str(pathlib.Path(__file__).parent / "devices"))
+import raw_device  # noqa: E402  its tables, and what it answers
+
+HOST = os.environ["DRIVER_HOST"]
+ORDERS = [  # command, its parameters, what comes of it
+    ("read", ("coilsRegister", 0, 9), [0x4900]),
+    ("read", ("inputStatus", 0, 16), [0x2180]),
+    ("read", ("holdingRegisters", 100, 63), [258, 772, 1286, 1800, 2314, 2828, 3342, 3856, 4370, 4884]
+     + [0] * 53),
+    ("read", ("inputRegisters", 200, 2), [7, 65535]),
+    ("read", ("holdingRegisters", 9999, 1), "device_exception 2"),
+    ("write", ("coilsRegister", 301, [1]), [1]),
+    ("write", ("singleRegister", 310, [4660]), [1]),
+    ("write", ("multipleCoils", 331, [0x0500, 0, 0]), "device_exception 3"),
+    ("write", ("multipleRegisters", 320, list(range(121))), [1]),
+    ("deviceInformation", (), b"\x01\xffraw device".hex()),
+    ("read", ("holdingRegisters", 310, 1), [4660]),
+    ("read", ("holdingRegisters", 439, 2), [119, 120]),
+]
+
+
+def order(number, device, command, values):
+    names = ("registerType", "register", "data" if command == "write" else "dataSize")
+    return {"id": number, "device": device, "command": command,
+            "parameters": dict(zip(names, values))}
+
+
+def connect(device, **parameters):
+    return {"id": "to " + device, "device": device, "command": "connect", "parameters": parameters}
+
+
+def run(lines):
+    """Exit code, and what has come of each order."""
+    done = subprocess.run([HOST, "run", "-"], input="".join(json.dumps(each) + "\n" for each in lines),
+                          capture_output=True, encoding="utf-8", timeout=PATIENCE)
+    came = {}
+    for event in map(parse, done.stdout.splitlines()):
+        if event["event"] == "result":
+            value = event["value"]
+            came[event["id"]] = value["info"][-24:] if isinstance(value, dict) else value
+        elif event["event"] == "error":
+            came[event["id"]] = f"{event['code']} {event.get('exceptionCode', event['message'])}"
+    return done.returncode, came
+
+
+class UnitDevice(socketserver.ThreadingTCPServer):
+    """Answers some units only; register 1000 holds the unit that is asked."""
+
+    daemon_threads = True
+    allow_reuse_address = True
+    request_queue_size = 300
+
+    def __init__(self, units):
+        self.units, self.ids = units, []
+        super().__init__(("127.0.0.1", 0), self.Client)
+        threading.Thread(target=self.serve_forever, daemon=True).start()
+
+    class Client(socketserver.StreamRequestHandler):
+        def handle(self):
+            while len(header := self.rfile.read(7)) == 7:
+                transaction, _, length, unit = struct.unpack(">HHHB", header)
+                pdu = self.rfile.read(length - 1)
+                self.server.ids.append(transaction)
+                if unit in self.server.units:
+                    reply = raw_device.answer(pdu[0], pdu[1:])
+                    if pdu == b"\x03\x03\xe8\x00\x01":
+                        reply = b"\x03\x02" + struct.pack(">H", unit)
+                    head = struct.pack(">HHHB", transaction, 0, len(reply) + 1, unit)
+                    self.wfile.write(head + reply)
+
+        def finish(self):
+            pass  # what is left to flush when the other side has gone is lost
+
+
+class Link(unittest.TestCase):
+    def check_orders(self, link, **endpoint):
+        """All commands of the module, one after the other."""
+        orders = [order(n, "d", command, values) for n, (command, values, _) in enumerate(ORDERS)]
+        code, came = run([{"device": "d", "link": link}, connect("d", **endpoint), *orders])
+        self.assertEqual(code, 1)  # as some are answered by exceptions
+        for number, (*given, expected) in enumerate(ORDERS):
+            with self.subTest(link=link, order=given):
+                self.assertEqual(came.get(number), expected)
+
+    def device(self, units):
+        device = UnitDevice(units)
+        self.addCleanup(device.server_close)
+        self.addCleanup(device.shutdown)
+        return device
+
+    def test_one_unit_only(self):
+        device = self.device({5})
+        port = device.server_address[1]
+        self.check_orders({"unit": 5}, host="127.0.0.1", port=port)
+        self.assertEqual(set(device.ids), {0xAABB})
+        device.ids.clear()
+        self.check_orders({"unit": 5, "transactionIds": True}, host="127.0.0.1", port=port)
+        self.assertEqual(device.ids, list(range(1, len(ORDERS) + 1)))
+
+    def test_every_unit(self):
+        port = self.device(range(248)).server_address[1]
+        lines = []
+        for unit in range(248):
+            name = str(unit)
+            lines += [{"device": name, "link": {"unit": unit}},
+                      connect(name, host="127.0.0.1", port=port),
+                      order(unit, name, "read", ("holdingRegisters", 1000, 1))]
+        code, came = run(lines)
+        self.assertEqual(code, 0)
+        self.assertEqual([came[unit] for unit in range(248)], [[unit] for unit in range(248)])
+
+    def test_a_module_without_units(self):
+        done = subprocess.run([HOST, "--plugin", os.environ["SAMPLE_MODULE"], "get", "--host=a",
+                               "--name=level", "--unit=1"], capture_output=True, encoding="utf-8")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn("this module does not speak", done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

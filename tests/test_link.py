@@ -6,15 +6,18 @@ import json
 import os
 import pathlib
 import socketserver
+import ssl
 import struct
 import subprocess
 import sys
+import tempfile
 import threading
 import unittest
 
 from programs import PATIENCE, parse
 
 sys.path.append(str(pathlib.Path(__file__).parent / "devices"))
+from certificates import AUTHORITY, USUAL, Certificates  # noqa: E402
 import raw_device  # noqa: E402  its tables, and what it answers
 
 HOST = os.environ["DRIVER_HOST"]
@@ -69,7 +72,7 @@ class UnitDevice(socketserver.ThreadingTCPServer):
     def __init__(self, units):
         self.units, self.ids = units, []
         super().__init__(("127.0.0.1", 0), self.Client)
-        threading.Thread(target=self.serve_forever, daemon=True).start()
+        threading.Thread(target=self.serve_forever, args=(0.02,), daemon=True).start()
 
     class Client(socketserver.StreamRequestHandler):
         def handle(self):
@@ -87,8 +90,34 @@ class UnitDevice(socketserver.ThreadingTCPServer):
         def finish(self):
             pass  # what is left to flush when the other side has gone is lost
 
+    def handle_error(self, request, client_address):
+        pass  # what the other side refuses is no fault of the device
 
-class Link(unittest.TestCase):
+
+class TlsDevice(UnitDevice):
+    """Answers unit 0 over TLS, with a certificate that it is given."""
+
+    def __init__(self, certificate, key, clients_of=None, newest=ssl.TLSVersion.TLSv1_3):
+        self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        self.context.set_ciphers("DEFAULT:@SECLEVEL=0")
+        self.context.maximum_version = newest
+        self.context.load_cert_chain(certificate, key)
+        if clients_of is not None:
+            self.context.verify_mode = ssl.CERT_REQUIRED
+            self.context.load_verify_locations(clients_of)
+        super().__init__({0})
+
+    class Client(UnitDevice.Client):
+        def setup(self):
+            self.request = self.server.context.wrap_socket(self.request, server_side=True)
+            super().setup()
+
+        def finish(self):
+            self.request.close()
+            super().finish()
+
+
+class LinkTest(unittest.TestCase):
     def check_orders(self, link, **endpoint):
         """All commands of the module, one after the other."""
         orders = [order(n, "d", command, values) for n, (command, values, _) in enumerate(ORDERS)]
@@ -98,11 +127,15 @@ class Link(unittest.TestCase):
             with self.subTest(link=link, order=given):
                 self.assertEqual(came.get(number), expected)
 
-    def device(self, units):
-        device = UnitDevice(units)
+    def serve(self, device):
         self.addCleanup(device.server_close)
         self.addCleanup(device.shutdown)
         return device
+
+
+class Units(LinkTest):
+    def device(self, units):
+        return self.serve(UnitDevice(units))
 
     def test_one_unit_only(self):
         device = self.device({5})
@@ -130,6 +163,85 @@ class Link(unittest.TestCase):
                                "--name=level", "--unit=1"], capture_output=True, encoding="utf-8")
         self.assertEqual(done.returncode, 2)
         self.assertIn("this module does not speak", done.stderr)
+
+
+class Tls(LinkTest):
+    BAD = [  # how it was issued, what is said of it
+        ({"end": "20200102000000Z"}, "has expired, on 2020-01-02T00:00:00Z; "),
+        ({"start": "20490101000000Z"}, "is not valid before 2049-01-01T00:00:00Z; "),
+        ({"subjectAltName": "DNS:other.example"}, "is for other.example; "),
+        ({"issuer": None}, "is signed by itself; "),
+        ({"issuer": "stranger"}, "comes from an authority that is not known here; "),
+        ({"issuer": "stranger", "shown": "chain"}, "is that of an authority that is not believed; "),
+        ({"issuer": "good", "shown": "chain"}, "is used as an authority's, and is none; "),
+        ({"extendedKeyUsage": "clientAuth"}, "is not meant for a server; "),
+        ({"size": 1024}, "has a key that is too weak \\(1024 bits\\); "),
+        ({"altered": True}, "has a wrong signature, it was altered; "),
+    ]
+    REFUSED = [  # what is wrong with both sides, what is said of it
+        ({"clients_of": "authority"}, {}, "wants a certificate of ours; "),
+        ({"clients_of": "stranger"}, {"tlsCert": "ours", "tlsKey": "ours"},
+         "does not know the authority of our certificate; "),
+        ({"clients_of": "authority"}, {"tlsCert": "ours", "tlsKey": "good"},
+         "private key does not belong to our certificate; "),
+        ({"newest": ssl.TLSVersion.TLSv1_1}, {}, "no TLS 1.2 or newer; "),
+    ]
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.files = Certificates(folder.name)
+        for name in ("authority", "stranger"):
+            cls.files.issue(name, **AUTHORITY)
+        cls.files.issue("good", "authority")
+        cls.files.issue("ours", "authority", extendedKeyUsage="clientAuth")
+
+    def device(self, name="good", shown="pem", clients_of=None, **options):
+        if clients_of:
+            options["clients_of"] = self.files.file(clients_of, "pem")
+        device = TlsDevice(self.files.file(name, shown), self.files.file(name, "key"), **options)
+        return self.serve(device).server_address[1]
+
+    def link(self, **options):
+        for option, kind in (("tlsCert", "pem"), ("tlsKey", "key")):
+            if option in options:
+                options[option] = self.files.file(options[option], kind)
+        return {"tls": True, "tlsCa": self.files.file("authority", "pem"), **options}
+
+    def read(self, port, host="127.0.0.1", **link):
+        code, came = run([{"device": "d", "link": self.link(**link)},
+                          connect("d", host=host, port=port),
+                          order(1, "d", "read", ("holdingRegisters", 100, 1))])
+        return f"{came['to d']}; {came[1]}"
+
+    def test_all_commands(self):
+        port = self.device()
+        self.check_orders(self.link(), host="127.0.0.1", port=port)
+        self.check_orders(self.link(transactionIds=True, tlsName="pump.example"), host="localhost",
+                          port=port)
+
+    def test_bad_certificates(self):
+        for number, (how, says) in enumerate(self.BAD):
+            how, name = {"issuer": "authority", **how}, f"bad{number}"
+            with self.subTest(how):
+                shown, altered = how.pop("shown", "pem"), how.pop("altered", False)
+                extensions = {key: how.pop(key) for key in set(how) & set(USUAL)}
+                self.files.issue(name, **how, **(USUAL | extensions))
+                if altered:
+                    self.files.alter(name)
+                came = self.read(self.device(name, shown))
+                self.assertRegex(came, f"cannot connect to .*certificate( of '\\w+')? {says}")
+
+    def test_what_the_device_refuses(self):
+        for device, link, says in self.REFUSED:
+            with self.subTest(device=device, link=link):
+                came = self.read(self.device(**device), **link)
+                self.assertIn(says, came)
+        known = self.device(clients_of="authority")
+        self.check_orders(self.link(tlsCert="ours", tlsKey="ours"), host="127.0.0.1", port=known)
+        plain = self.serve(UnitDevice({0})).server_address[1]
+        self.assertIn("check that TLS is what it speaks on this port", self.read(plain))
 
 
 if __name__ == "__main__":

@@ -44,12 +44,28 @@ QString readUnit(const QVariant& given, LinkOptions& options)
     return {};
 }
 
-constexpr std::array<Option, 3> all{{
+template <QString LinkOptions::*text>
+QString readText(const QVariant& given, LinkOptions& options)
+{
+    options.*text = given.toString();
+    const bool isText = given.userType() == QMetaType::QString && !(options.*text).isEmpty();
+    return isText ? QString() : QStringLiteral("'%1' is not a text").arg(given.toString());
+}
+
+constexpr std::array<Option, 8> all{{
     {"keepTrying", "", "Keep trying until there is a first connection",
      readFlag<&LinkOptions::keepTrying>},
     {"unit", "0..255", "Ask this unit instead of unit 0", readUnit},
     {"transactionIds", "", "Give each request an id of its own, and take no late reply for it",
      readFlag<&LinkOptions::transactionIds>},
+    {"tls", "", "Secure the connection by TLS, and check the device's certificate",
+     readFlag<&LinkOptions::tls>},
+    {"tlsCa", "FILE", "Believe these authorities (PEM) instead of the system's",
+     readText<&LinkOptions::tlsCa>},
+    {"tlsCert", "FILE", "Show this certificate (PEM)", readText<&LinkOptions::tlsCert>},
+    {"tlsKey", "FILE", "Its private key (PEM)", readText<&LinkOptions::tlsKey>},
+    {"tlsName", "NAME", "Name that the device's certificate must have, instead of the host's",
+     readText<&LinkOptions::tlsName>},
 }};
 
 QString unknown()
@@ -91,6 +107,14 @@ bool readLinkOptions(const ParameterMap& given, LinkOptions& options, LinkOption
 
 QString linkOptionsRefusal(const LinkOptions& options)
 {
-    Q_UNUSED(options)
+    const bool hasTlsOption = !options.tlsCa.isEmpty() || !options.tlsCert.isEmpty()
+        || !options.tlsKey.isEmpty() || !options.tlsName.isEmpty();
+    if (hasTlsOption && !options.tls) {
+        return QStringLiteral("options of TLS are given, but not TLS itself ('tls')");
+    }
+    if (options.tlsCert.isEmpty() != options.tlsKey.isEmpty()) {
+        return QStringLiteral("a certificate of one's own needs its private key as well ('tlsCert' "
+                              "and 'tlsKey')");
+    }
     return {};
 }

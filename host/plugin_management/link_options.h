@@ -23,6 +23,15 @@ struct LinkOptions
     /// all to eight requests in a row. An id comes again after 65535 others.
     bool transactionIds = false;
 
+    /// The connection is secured by TLS 1.2 or newer, and the device must show a certificate that
+    /// is valid, for a server, in its name, and from an authority that is believed. By custom such
+    /// devices listen on port 802.
+    bool tls = false;
+    QString tlsCa; ///< PEM file of the authorities to believe; empty: those of the system
+    QString tlsCert; ///< PEM file of our own certificate, and those up to its authority
+    QString tlsKey; ///< PEM file of its private key, without a passphrase
+    QString tlsName; ///< name or address that the device's certificate must have; empty: the host
+
     // unit and transactionIds are for workers whose framing is mbapFraming(): Modbus Messaging on
     // TCP/IP V1.0b, section 3.1.3.
 };

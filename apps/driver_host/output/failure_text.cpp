@@ -97,6 +97,9 @@ QString subject(const OrderFailure& failure, const ParameterMap& parameters,
         : QLatin1String(": ") + moduleMessage + allParameters(parameters);
 }
 
+// Whoever knows better has said what to do: that the device is on, for one, when it was refused.
+bool hasAdvice(const OrderFailure& failure) { return failure.text.contains(QLatin1String("; ")); }
+
 QString advice(const QString& command, const OrderFailure& failure, const QString& moduleMessage)
 {
     switch (failure.code) {
@@ -110,7 +113,8 @@ QString advice(const QString& command, const OrderFailure& failure, const QStrin
         }
         [[fallthrough]];
     case Code::NotConnected:
-        return QStringLiteral("; check that the device is on and reachable");
+        return hasAdvice(failure) ? QString()
+                                  : QStringLiteral("; check that the device is on and reachable");
     case Code::None:
     case Code::Usage:
         if (!moduleMessage.isEmpty()) {
@@ -141,7 +145,7 @@ QString failureText(const QString& command, const OrderFailure& failure,
 
 QString connectFailureText(const QString& command, const OrderFailure& failure)
 {
-    const bool unreachable = failure.code == Code::NotConnected;
+    const bool unreachable = failure.code == Code::NotConnected && !hasAdvice(failure);
     return failureText(command, failure, {}, {},
                        unreachable
                            ? QStringLiteral("; check host and port, and that the device is on")

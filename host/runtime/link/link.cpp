@@ -65,6 +65,14 @@ int connectTo(int descriptor, const QHostAddress& address, quint16 port)
     return ::connect(descriptor, reinterpret_cast<const sockaddr*>(&to), sizeof(to));
 }
 
+// It may be what is calling.
+void endStream(std::unique_ptr<TlsStream>& stream)
+{
+    if (stream) {
+        stream.release()->end();
+    }
+}
+
 } // namespace
 
 Link::Link(const Events& events, const LinkSocket::Watch& watch)
@@ -90,6 +98,7 @@ void Link::close()
     m_lookup.cancel();
     m_addresses.clear();
     m_socket.end();
+    endStream(m_tls);
     closeDescriptor();
 }
 
@@ -156,12 +165,44 @@ void Link::finishConnecting()
     }
     m_isConnecting = false;
     m_addresses.clear();
+    if (m_tlsSettings) {
+        secure();
+        return;
+    }
     m_socket.adopt(m_descriptor, m_host, m_address, m_port);
     m_events.opened();
 }
 
+// From here on the descriptor is the stream's.
+void Link::secure()
+{
+    m_reactor->unwatch(m_descriptor);
+    m_tls = std::make_unique<TlsStream>(
+        TlsStream::Events{{this, &Link::handleSecured}, {this, &Link::handleStream}});
+    m_tls->start(std::exchange(m_descriptor, -1), m_host, *m_tlsSettings);
+}
+
+void Link::handleSecured()
+{
+    m_socket.adopt(*m_tls, m_host, m_address, m_port);
+    m_events.opened();
+}
+
+void Link::handleStream()
+{
+    if (m_socket.state() == QAbstractSocket::ConnectedState) {
+        m_events.readable();
+    } else {
+        m_events.failed(m_tls->trouble());
+    }
+}
+
 void Link::look()
 {
+    if (m_tls) {
+        m_tls->look();
+        return;
+    }
     pollfd ready{m_descriptor, static_cast<short>(m_isConnecting ? POLLOUT : POLLIN), 0};
     if (m_descriptor >= 0 && ::poll(&ready, 1, 0) > 0) {
         handleReady(0);

@@ -27,6 +27,18 @@ void LinkSocket::adopt(int descriptor, const QString& peerName, const QHostAddre
                        quint16 port)
 {
     m_descriptor = descriptor;
+    begin(peerName, peer, port);
+}
+
+void LinkSocket::adopt(Stream& stream, const QString& peerName, const QHostAddress& peer,
+                       quint16 port)
+{
+    m_stream = &stream;
+    begin(peerName, peer, port);
+}
+
+void LinkSocket::begin(const QString& peerName, const QHostAddress& peer, quint16 port)
+{
     setPeerName(peerName);
     setPeerAddress(peer);
     setPeerPort(port);
@@ -47,6 +59,7 @@ void LinkSocket::setTranslation(std::unique_ptr<Translation> translation)
 void LinkSocket::end()
 {
     m_descriptor = -1;
+    m_stream = nullptr;
     setPeerAddress(QHostAddress());
     setSocketState(UnconnectedState);
 }
@@ -67,6 +80,9 @@ void LinkSocket::endRequest()
 
 qint64 LinkSocket::bytesAvailable() const
 {
+    if (m_stream != nullptr) {
+        return m_stream->waiting();
+    }
     int count = 0;
     const bool known = m_descriptor >= 0 && ::ioctl(m_descriptor, FIONREAD, &count) == 0;
     return known ? count : 0;
@@ -111,6 +127,9 @@ qint64 LinkSocket::receiveRaw(char* data, qint64 size)
 {
     if (state() != ConnectedState) {
         return -1;
+    }
+    if (m_stream != nullptr) {
+        return receiveFrom(*m_stream, data, size);
     }
     const ssize_t count = ::recv(m_descriptor, data, static_cast<std::size_t>(size), MSG_DONTWAIT);
     if (count > 0) {
@@ -190,6 +209,9 @@ qint64 LinkSocket::sendTranslated(const char* data, qint64 size)
 
 qint64 LinkSocket::sendRaw(const char* data, qint64 size)
 {
+    if (m_stream != nullptr) {
+        return sendBy(*m_stream, data, size);
+    }
     const ssize_t count =
         ::send(m_descriptor, data, static_cast<std::size_t>(size), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (count > 0) {
@@ -201,6 +223,28 @@ qint64 LinkSocket::sendRaw(const char* data, qint64 size)
     }
     failBySystem(errno);
     return -1;
+}
+
+qint64 LinkSocket::receiveFrom(Stream& stream, char* data, qint64 size)
+{
+    const qint64 count = stream.receive(data, size);
+    if (count > 0) {
+        m_watch.passed(false, data, static_cast<int>(count));
+    } else if (count < 0) {
+        fail(NetworkError, stream.trouble());
+    }
+    return count;
+}
+
+qint64 LinkSocket::sendBy(Stream& stream, const char* data, qint64 size)
+{
+    const qint64 count = stream.send(data, size);
+    if (count > 0) {
+        m_watch.passed(true, data, static_cast<int>(count));
+    } else if (count < 0) {
+        fail(NetworkError, stream.trouble());
+    }
+    return count;
 }
 
 void LinkSocket::failBySystem(int error)

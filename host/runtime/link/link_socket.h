@@ -1,5 +1,6 @@
 #pragma once
 
+#include <runtime/link/stream.h>
 #include <runtime/link/translation.h>
 
 #include <plugin_management/fast_delegate.h>
@@ -38,6 +39,9 @@ public:
     void setTranslation(std::unique_ptr<Translation> translation);
     /// Takes \a descriptor over, which is connected to \a peer.
     void adopt(int descriptor, const QString& peerName, const QHostAddress& peer, quint16 port);
+    /// Goes by \a stream from here on, to which the peer's descriptor was handed; it must outlive
+    /// the connection.
+    void adopt(Stream& stream, const QString& peerName, const QHostAddress& peer, quint16 port);
     /// Closes the connection; the object can adopt another.
     void end();
     /// A worker function begins: what it reads from here on answers nothing that it has written.
@@ -76,7 +80,12 @@ private:
     void failBySystem(int error);
     void fail(SocketError error, const QString& why);
 
+    void begin(const QString& peerName, const QHostAddress& peer, quint16 port);
+    qint64 receiveFrom(Stream& stream, char* data, qint64 size);
+    qint64 sendBy(Stream& stream, const char* data, qint64 size);
+
     int m_descriptor = -1;
+    Stream* m_stream = nullptr; ///< in the descriptor's place
     bool m_hasWritten = false;
     bool m_isStale = false;
     Watch m_watch;

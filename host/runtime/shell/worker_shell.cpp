@@ -73,9 +73,14 @@ bool WorkerShell::setLinkOptions(const LinkOptions& options, QString& refusal)
         return false;
     }
     refusal = Translation::refusal(options, m_engine.framing());
+    auto tls = options.tls ? std::make_unique<TlsSettings>() : nullptr;
+    if (refusal.isEmpty() && tls) {
+        refusal = tls->load(options);
+    }
     if (!refusal.isEmpty()) {
         return false;
     }
+    m_link.setTls(std::move(tls));
     m_engine.setLinkOptions(options);
     m_link.socket().setTranslation(Translation::make(options));
     return true;

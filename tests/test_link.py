@@ -5,6 +5,7 @@ link option. CTest passes the programs in the environment."""
 import json
 import os
 import pathlib
+import socket
 import socketserver
 import ssl
 import struct
@@ -175,15 +176,13 @@ class Tls(LinkTest):
         ({"issuer": "stranger", "shown": "chain"}, "is that of an authority that is not believed; "),
         ({"issuer": "good", "shown": "chain"}, "is used as an authority's, and is none; "),
         ({"extendedKeyUsage": "clientAuth"}, "is not meant for a server; "),
-        ({"size": 1024}, "has a key that is too weak \\(1024 bits\\); "),
+        ({"size": 1024}, "has a key that is too weak; "),
         ({"altered": True}, "has a wrong signature, it was altered; "),
     ]
     REFUSED = [  # what is wrong with both sides, what is said of it
         ({"clients_of": "authority"}, {}, "wants a certificate of ours; "),
         ({"clients_of": "stranger"}, {"tlsCert": "ours", "tlsKey": "ours"},
          "does not know the authority of our certificate; "),
-        ({"clients_of": "authority"}, {"tlsCert": "ours", "tlsKey": "good"},
-         "private key does not belong to our certificate; "),
         ({"newest": ssl.TLSVersion.TLSv1_1}, {}, "no TLS 1.2 or newer; "),
     ]
 
@@ -240,8 +239,17 @@ class Tls(LinkTest):
                 self.assertIn(says, came)
         known = self.device(clients_of="authority")
         self.check_orders(self.link(tlsCert="ours", tlsKey="ours"), host="127.0.0.1", port=known)
-        plain = self.serve(UnitDevice({0})).server_address[1]
-        self.assertIn("check that TLS is what it speaks on this port", self.read(plain))
+
+    def test_what_is_no_tls(self):
+        for answer, says in ((b"HTTP/1.0 400 Bad Request\r\n\r\n", "does not speak TLS; check the port"),
+                             (b"", "closed the connection in the TLS handshake; check that TLS is")):
+            with self.subTest(answer), socket.create_server(("127.0.0.1", 0)) as server:
+                def serve(server=server, answer=answer):
+                    with server.accept()[0] as client:
+                        client.recv(4096)
+                        client.sendall(answer)
+                threading.Thread(target=serve, daemon=True).start()
+                self.assertIn(says, self.read(server.getsockname()[1]))
 
 
 if __name__ == "__main__":

@@ -42,8 +42,8 @@ private:
     void finishConnecting();
     void closeDescriptor();
     void secure();
-    void handleSecured();
-    void handleStream();
+    void shakeHands();
+    void watchFor(bool more);
 
     Events m_events;
     LinkSocket m_socket;
@@ -58,4 +58,5 @@ private:
     QString m_trouble;
     int m_descriptor = -1;
     bool m_isConnecting = false;
+    bool m_isSecuring = false;
 };

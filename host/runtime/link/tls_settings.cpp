@@ -1,80 +1,85 @@
 #include <runtime/link/tls_settings.h>
 
 #include <QFile>
-#include <QSslCertificate>
-#include <QSslKey>
-#include <QSslSocket>
+
+#include <openssl/err.h>
 
 namespace {
 
-QString unreadable(const char* option, const QFile& file)
-{
-    return QStringLiteral("%1: cannot read '%2': %3")
-        .arg(QLatin1String(option), file.fileName(), file.errorString());
-}
+// Without it OpenSSL would ask at the terminal for the passphrase of a key.
+int giveNoPassphrase(char*, int, int, void*) { return 0; }
 
-QString readCertificates(const char* option, const QString& name, QList<QSslCertificate>& into)
+QString obstacle(const char* option, const QString& name)
 {
     QFile file(name);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return unreadable(option, file);
-    }
-    into = QSslCertificate::fromDevice(&file, QSsl::Pem);
-    return into.isEmpty() ? QStringLiteral("%1: '%2' holds no certificate in PEM form")
-                                .arg(QLatin1String(option), name)
-                          : QString();
+    return file.open(QIODevice::ReadOnly)
+        ? QString()
+        : QStringLiteral("%1: cannot read '%2': %3")
+              .arg(QLatin1String(option), name, file.errorString());
 }
 
-QString readKey(const QString& name, QSslKey& key)
+QString unusable(const char* option, const QString& name, const char* what)
 {
-    QFile file(name);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return unreadable("tlsKey", file);
-    }
-    const QByteArray pem = file.readAll();
-    for (const QSsl::KeyAlgorithm algorithm : {QSsl::Rsa, QSsl::Ec, QSsl::Dsa}) {
-        key = QSslKey(pem, algorithm);
-        if (!key.isNull()) {
-            return {};
-        }
-    }
-    const bool isLocked = pem.contains("ENCRYPTED");
-    return QStringLiteral("tlsKey: '%1' holds no private key in PEM form%2")
-        .arg(name, QLatin1String(isLocked ? " without a passphrase" : ""));
+    return QStringLiteral("%1: '%2' holds no %3")
+        .arg(QLatin1String(option), name, QLatin1String(what));
 }
 
-QString readIdentity(const LinkOptions& options, QSslConfiguration& configuration)
+QString loadAuthorities(SSL_CTX* context, const QString& name)
 {
-    QList<QSslCertificate> chain;
-    QSslKey key;
-    QString trouble = readCertificates("tlsCert", options.tlsCert, chain);
-    if (trouble.isEmpty()) {
-        trouble = readKey(options.tlsKey, key);
+    if (name.isEmpty()) {
+        SSL_CTX_set_default_verify_paths(context);
+        return {};
     }
-    configuration.setLocalCertificateChain(chain);
-    configuration.setPrivateKey(key);
+    QString trouble = obstacle("tlsCa", name);
+    if (trouble.isEmpty()
+        && SSL_CTX_load_verify_file(context, QFile::encodeName(name).constData()) != 1) {
+        trouble = unusable("tlsCa", name, "certificate in PEM form");
+    }
     return trouble;
+}
+
+QString loadIdentity(SSL_CTX* context, const QString& certificate, const QString& key)
+{
+    QString trouble = obstacle("tlsCert", certificate);
+    if (trouble.isEmpty()) {
+        trouble = obstacle("tlsKey", key);
+    }
+    if (!trouble.isEmpty()) {
+        return trouble;
+    }
+    const QByteArray certificateFile = QFile::encodeName(certificate);
+    const QByteArray keyFile = QFile::encodeName(key);
+    if (SSL_CTX_use_certificate_chain_file(context, certificateFile.constData()) != 1) {
+        return unusable("tlsCert", certificate, "certificate in PEM form");
+    }
+    const bool isTaken =
+        SSL_CTX_use_PrivateKey_file(context, keyFile.constData(), SSL_FILETYPE_PEM) == 1;
+    if (isTaken) {
+        return {};
+    }
+    const bool isAnothers = ERR_GET_LIB(ERR_peek_last_error()) == ERR_LIB_X509;
+    return isAnothers
+        ? QStringLiteral("tlsKey: '%1' is not the private key of '%2'").arg(key, certificate)
+        : unusable("tlsKey", key, "private key in PEM form without a passphrase");
 }
 
 } // namespace
 
 QString TlsSettings::load(const LinkOptions& options)
 {
-    if (!QSslSocket::supportsSsl()) {
-        return QStringLiteral("tls: no OpenSSL library is installed that fits this program");
+    ERR_clear_error();
+    context.reset(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+    if (!context) {
+        return QStringLiteral("tls: there is no memory for it");
     }
-    configuration = QSslConfiguration::defaultConfiguration();
-    configuration.setProtocol(QSsl::TlsV1_2OrLater);
-    configuration.setPeerVerifyMode(QSslSocket::VerifyPeer);
+    SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION);
+    SSL_CTX_set_options(context.get(), SSL_OP_IGNORE_UNEXPECTED_EOF);
+    SSL_CTX_set_default_passwd_cb(context.get(), giveNoPassphrase);
     name = options.tlsName;
-    QString trouble;
-    if (!options.tlsCa.isEmpty()) {
-        QList<QSslCertificate> authorities;
-        trouble = readCertificates("tlsCa", options.tlsCa, authorities);
-        configuration.setCaCertificates(authorities);
-    }
+    QString trouble = loadAuthorities(context.get(), options.tlsCa);
     if (trouble.isEmpty() && !options.tlsCert.isEmpty()) {
-        trouble = readIdentity(options, configuration);
+        trouble = loadIdentity(context.get(), options.tlsCert, options.tlsKey);
     }
+    ERR_clear_error();
     return trouble;
 }

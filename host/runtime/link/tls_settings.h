@@ -2,14 +2,17 @@
 
 #include <plugin_management/link_options.h>
 
-#include <QSslConfiguration>
 #include <QString>
+
+#include <openssl/ssl.h>
+
+#include <memory>
 
 /// What TLS needs to know before it begins: whom to believe, who we are, and how the other side is
 /// called. Read once, so that what is wrong with a file is told before anything is tried.
 struct TlsSettings
 {
-    QSslConfiguration configuration;
+    std::shared_ptr<SSL_CTX> context;
     QString name; ///< that the device's certificate must have; empty: the host's
 
     /// Reads what \a options name. Why that cannot be, with the option's name; empty when all is

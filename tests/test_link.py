@@ -95,6 +95,40 @@ class UnitDevice(socketserver.ThreadingTCPServer):
         pass  # what the other side refuses is no fault of the device
 
 
+def crc(frame):
+    """As shifts of a whole number: the remainder by the mirrored polynomial."""
+    rest = 0xFFFF
+    for byte in frame:
+        rest ^= byte
+        for _ in range(8):
+            rest = rest >> 1 ^ 0xA001 * (rest & 1)
+    return struct.pack("<H", rest)
+
+
+class RtuDevice(UnitDevice):
+    """The same as RTU frames. Each third reply is spoiled, if told to."""
+
+    spoils = False
+
+    class Client(UnitDevice.Client):
+        SIZES = {1: 6, 2: 6, 3: 6, 4: 6, 5: 6, 6: 6, 17: 2}
+
+        def handle(self):
+            while len(head := self.rfile.read(2)) == 2:
+                size = self.SIZES.get(head[1])
+                frame = head + self.rfile.read(size - 2 if size else 5)
+                frame += b"" if size else self.rfile.read(frame[6])
+                assert self.rfile.read(2) == crc(frame)
+                self.server.ids.append(frame[0])
+                reply = frame[:1] + raw_device.answer(frame[1], frame[2:])
+                if frame[0] not in self.server.units:
+                    continue
+                check = crc(reply)
+                if self.server.spoils and len(self.server.ids) % 3 == 0:
+                    check = check[::-1]
+                self.wfile.write(reply + check)
+
+
 class TlsDevice(UnitDevice):
     """Answers unit 0 over TLS, with a certificate that it is given."""
 
@@ -158,6 +192,17 @@ class Units(LinkTest):
         code, came = run(lines)
         self.assertEqual(code, 0)
         self.assertEqual([came[unit] for unit in range(248)], [[unit] for unit in range(248)])
+
+    def test_rtu(self):
+        device = self.serve(RtuDevice({7}))
+        port = device.server_address[1]
+        self.check_orders({"unit": 7, "rtu": True}, host="127.0.0.1", port=port)
+        device.spoils = True
+        orders = [order(n, "d", "read", ("holdingRegisters", 100, 1)) for n in range(9)]
+        came = run([{"device": "d", "link": {"unit": 7, "rtu": True}},
+                    connect("d", host="127.0.0.1", port=port), *orders])[1]
+        values = [came[n] if came[n] == [258] else came[n].split()[0] for n in range(9)]
+        self.assertEqual(values, [[258], [258], "bad_reply"] * 3)
 
     def test_a_module_without_units(self):
         done = subprocess.run([HOST, "--plugin", os.environ["SAMPLE_MODULE"], "get", "--host=a",

@@ -52,7 +52,7 @@ QString readText(const QVariant& given, LinkOptions& options)
     return isText ? QString() : QStringLiteral("'%1' is not a text").arg(given.toString());
 }
 
-constexpr std::array<Option, 8> all{{
+constexpr std::array<Option, 9> all{{
     {"keepTrying", "", "Keep trying until there is a first connection",
      readFlag<&LinkOptions::keepTrying>},
     {"unit", "0..255", "Ask this unit instead of unit 0", readUnit},
@@ -66,6 +66,8 @@ constexpr std::array<Option, 8> all{{
     {"tlsKey", "FILE", "Its private key (PEM)", readText<&LinkOptions::tlsKey>},
     {"tlsName", "NAME", "Name that the device's certificate must have, instead of the host's",
      readText<&LinkOptions::tlsName>},
+    {"rtu", "", "Frames of a serial line with their CRC, as serial servers pass them on",
+     readFlag<&LinkOptions::rtu>},
 }};
 
 QString unknown()
@@ -115,6 +117,14 @@ QString linkOptionsRefusal(const LinkOptions& options)
     if (options.tlsCert.isEmpty() != options.tlsKey.isEmpty()) {
         return QStringLiteral("a certificate of one's own needs its private key as well ('tlsCert' "
                               "and 'tlsKey')");
+    }
+    if (options.rtu && options.unit < 1) {
+        return QStringLiteral(
+            "'rtu' needs a 'unit', 1 to 255: on a serial line unit 0 is everybody, "
+            "and nobody answers");
+    }
+    if (options.rtu && options.transactionIds) {
+        return QStringLiteral("'rtu' leaves no place for 'transactionIds'");
     }
     return {};
 }

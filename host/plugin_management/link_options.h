@@ -31,9 +31,14 @@ struct LinkOptions
     QString tlsCert; ///< PEM file of our own certificate, and those up to its authority
     QString tlsKey; ///< PEM file of its private key, without a passphrase
     QString tlsName; ///< name or address that the device's certificate must have; empty: the host
+    /// RTU frames with their CRC go over the connection in the place of those of Modbus TCP, as
+    /// serial servers pass them on: Modbus over Serial Line V1.02, section 2.5.1. Needs a unit, 1
+    /// to 255, and leaves no place for transaction ids. Functions 1 to 6 and 15 to 17 are
+    /// understood; a reply to another one, or with a wrong CRC, is a bad reply.
+    bool rtu = false;
 
-    // unit and transactionIds are for workers whose framing is mbapFraming(): Modbus Messaging on
-    // TCP/IP V1.0b, section 3.1.3.
+    // unit, transactionIds and rtu are for workers whose framing is mbapFraming(): Modbus Messaging
+    // on TCP/IP V1.0b, section 3.1.3.
 };
 
 /// How a link option is named and written, for programs that offer it to people.

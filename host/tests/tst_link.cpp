@@ -72,7 +72,7 @@ void LinkTest::translation_data()
     QTest::addColumn<LinkOptions>("options");
     QTest::addColumn<QString>("talk");
     QTest::addColumn<int>("dropped");
-    const auto row = [](const char* name, const LinkOptions& options, const char* talk,
+    const auto row = [](const char* name, const LinkOptions& options, const QByteArray& talk,
                         int dropped = 0) {
         QTest::newRow(name) << options << QString::fromLatin1(talk) << dropped;
     };
@@ -123,6 +123,23 @@ void LinkTest::translation_data()
         "w aabb00000006000300640001 > 000100000006000300640001; "
         "d 485454502f312e31 > 485454502f312e31; "
         "d 0001000000050003020102 > 0001000000050003020102");
+    LinkOptions serial = linkOptions(0x11, false); // its frames: as serial analyzers show them
+    serial.rtu = true;
+    const QByteArray read = "w aabb000000060003006b0003 > 1103006b00037687; ";
+    row("RTU read", serial, read + "d 110306ae415652434049ad > aabb00000009000306ae4156524340");
+    row("RTU exception", serial, read + "d 118302c134 > aabb00000003008302");
+    row("RTU write", serial,
+        "w aabb00000006000600010003 > 1106000100039a9b; "
+        "d 1106000100039a9b > aabb00000006000600010003");
+    row("RTU identification in pieces", serial,
+        "w aabb000000020011 > 1111cdec; d 111104; d 4142; d 43446d; d ab > "
+        "aabb0000000700110441424344");
+    row("RTU from another unit", serial, read + "d 018302c0; d f1118302c134 > aabb00000003008302",
+        5);
+    row("RTU with a wrong CRC", serial, read + "d 118302c135 > 000000000000118302c135");
+    row("RTU function that nobody knows", serial, read + "d 1155000000 > 0000000000001155000000");
+    row("RTU surplus", serial, read + "d 118302c13400 > aabb0000000300830200");
+    row("RTU unasked", serial, read + "e ; d 118302c134 > 118302c134");
     row("a request that is no frame", ids, "w 474554202f3a > 474554202f3a");
 }
 

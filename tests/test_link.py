@@ -152,6 +152,40 @@ class TlsDevice(UnitDevice):
             super().finish()
 
 
+def half_records(context, server):
+    """Answers requests with their number, as a value; behind the first reply comes a half of a
+    stale one, and its other half behind the second request."""
+    number, rest = 0, b""
+    while True:
+        client = server.accept()[0]
+        arrived, leaving = ssl.MemoryBIO(), ssl.MemoryBIO()
+        tls = context.wrap_bio(arrived, leaving, server_side=True)
+
+        def call(function, *values, client=client, arrived=arrived, leaving=leaving):
+            while True:
+                try:
+                    return function(*values)
+                except ssl.SSLWantReadError:
+                    client.sendall(leaving.read())
+                    arrived.write(client.recv(4096)) or arrived.write_eof()
+                except ssl.SSLError:
+                    return None
+
+        def reply(value, tls=tls, leaving=leaving):
+            tls.write(bytes.fromhex("aabb000000050003020000")[:-2] + struct.pack(">H", value))
+            return leaving.read()
+
+        call(tls.do_handshake)
+        while call(tls.read, 12):
+            number += 1
+            whole = reply(number)
+            stale = reply(999) if number == 1 else b""
+            client.sendall(rest + whole + stale[:10])
+            rest = stale[10:]
+        client.close()
+        rest = b""
+
+
 class LinkTest(unittest.TestCase):
     def check_orders(self, link, **endpoint):
         """All commands of the module, one after the other."""
@@ -284,6 +318,16 @@ class Tls(LinkTest):
                 self.assertIn(says, came)
         known = self.device(clients_of="authority")
         self.check_orders(self.link(tlsCert="ours", tlsKey="ours"), host="127.0.0.1", port=known)
+
+    def test_half_a_record_answers_nothing(self):
+        device = TlsDevice(self.files.file("good", "pem"), self.files.file("good", "key"))
+        device.server_close()
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            threading.Thread(target=half_records, args=(device.context, server), daemon=True).start()
+            orders = [order(n, "d", "read", ("holdingRegisters", 5, 1)) for n in (1, 2, 3)]
+            came = run([{"device": "d", "link": self.link()},
+                        connect("d", host="127.0.0.1", port=server.getsockname()[1]), *orders])[1]
+        self.assertEqual([came[n] for n in (1, 2, 3)], [[1], [2], [3]])
 
     def test_what_is_no_tls(self):
         for answer, says in ((b"HTTP/1.0 400 Bad Request\r\n\r\n", "does not speak TLS; check the port"),

@@ -84,6 +84,12 @@ void LinkTest::translation_data()
         "d aabb000000050503020102 > aabb000000050003020102");
     row("exception of the unit", five,
         "w aabb000000020011 > aabb000000020511; d aabb00000003059101 > aabb00000003009101");
+    row("unit, and a part of a copy", five,
+        "w aabb00000006000300640001 > aabb00000006050300640001; "
+        "d aabb000000050503020102aabb00000005 > aabb000000050003020102aabb00000005");
+    row("unit, and a part that nobody waits for", five,
+        "w aabb00000006000300640001 > aabb00000006050300640001; e ; "
+        "d aabb00000005 > aabb00000005");
     row("another unit's", five,
         "w aabb00000006000300640001 > aabb00000006050300640001; d aabb000000050603020102; "
         "d aabb00000003008302; d aabb000000050503020304 > aabb000000050003020304",

@@ -87,7 +87,10 @@ QByteArray MbapTranslation::fromWire(const char* data, int size)
 {
     QByteArray forWorker;
     m_reply.append(data, size);
-    while (!m_isLost) {
+    // Without numbers nothing may be kept that nobody waits for: its rest would come behind the
+    // next request, and look like its reply. The worker's side is to see it, and ends the
+    // connection.
+    while (!m_isLost && (m_numbers || m_isPending)) {
         const int length = frameSize(m_reply);
         if (length == ReplyFraming::NeedMore) {
             return forWorker;
@@ -108,7 +111,7 @@ void MbapTranslation::takeReply(QByteArray frame, QByteArray& forWorker)
         return;
     }
     noteReply();
-    m_isPending = m_isPending && !m_numbers; // a copy is another's
+    m_isPending = false;
     if (m_numbers) {
         qToBigEndian(m_workersId, frame.data());
     }

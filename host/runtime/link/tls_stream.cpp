@@ -138,6 +138,10 @@ qint64 TlsStream::receive(char* data, qint64 size)
 
 qint64 TlsStream::send(const char* data, qint64 size)
 {
+    if (SSL_has_pending(m_ssl.get()) != 0) { // its rest would look like this request's reply
+        m_trouble = QStringLiteral("a part of something came unasked");
+        return -1;
+    }
     ERR_clear_error();
     const int count = SSL_write(m_ssl.get(), data, static_cast<int>(size));
     if (count > 0) {

@@ -32,8 +32,9 @@ public:
     virtual void endRequest() = 0;
     /// What is to leave for these bytes of the worker; nothing while its frame is not whole.
     virtual QByteArray toWire(const char* data, int size) = 0;
-    /// What the worker is to get for these bytes off the wire: whole frames. When nobody can tell
-    /// any more where a frame begins, it gets all that comes from then on, as it is.
+    /// What the worker is to get for these bytes off the wire: whole frames. What nobody waits for
+    /// it gets as it is, unless it can be told from every reply; and all that comes from then on,
+    /// when nobody can tell any more where a frame begins.
     virtual QByteArray fromWire(const char* data, int size) = 0;
     /// The bytes dropped since this was asked last.
     int takeDropped() { return std::exchange(m_dropped, 0); }

@@ -87,7 +87,7 @@ class Installed(unittest.TestCase):
         output("cmake", "--build", build)
         module = build + "/libsample_module.so"
         self.assertIn("get: ", output(self.host, "--plugin", module, "info"))
-        for words, expected in ((["g"], "get\n"), (["get", "--t"], "--times\n")):
+        for words, expected in ((["g"], "get\n"), (["get", "--tim"], "--times\n")):
             found = output(self.host, "--complete", "--plugin", module, *words)
             self.assertEqual(found, expected)
 

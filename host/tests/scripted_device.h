@@ -102,6 +102,8 @@ private:
             if (clock != nullptr) {
                 attempts.append({client->localAddress().toString(), clock->elapsed()});
             }
+            // Else a reply behind a late one waits until the host acknowledges that: 40 ms.
+            client->setSocketOption(QAbstractSocket::LowDelayOption, 1);
             m_clients.insert(client, {});
             mostConnections = qMax(mostConnections, liveConnections());
             connect(client, &QTcpSocket::readyRead, this, [this, client] { read(client); });

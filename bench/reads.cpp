@@ -1,5 +1,5 @@
 // The same reads through one client after another's manner:
-//   bench_reads KIND PORT QUANTITY COUNT [MODULE]
+//   bench_reads KIND PORT QUANTITY COUNT [MODULE [LINK_OPTION=VALUE]...]
 // KIND is socket (a bare blocking socket), libmodbus, qtserialbus or driver (an order through the
 // loaded module and the host runtime, from its start to its end). Every read is checked. Prints the
 // nanoseconds per read. Counts for callgrind: see instrumentation.h.
@@ -35,6 +35,7 @@ struct Job
     int quantity = 1;
     int count = 0;
     QString module;
+    QStringList link;
 };
 
 constexpr int firstRegister = 100;
@@ -150,6 +151,20 @@ void readByQtSerialBus(const Job& job)
     QCoreApplication::exec();
 }
 
+void setLinkOptions(DAbstractPlugin& device, const QStringList& given)
+{
+    ParameterMap values;
+    for (const QString& each : given) {
+        values.insert(each.section(QLatin1Char('='), 0, 0), each.section(QLatin1Char('='), 1));
+    }
+    LinkOptions options;
+    LinkOptionFault fault;
+    QString refusal;
+    if (!readLinkOptions(values, options, fault) || !device.setLinkOptions(options, &refusal)) {
+        fail(qPrintable(fault.option + fault.text + refusal));
+    }
+}
+
 void readByDriver(const Job& job)
 {
     const DPluginLoader::Result module = DPluginLoader::load(job.module);
@@ -159,6 +174,7 @@ void readByDriver(const Job& job)
     const std::unique_ptr<DAbstractPlugin> device(
         dynamic_cast<DAbstractPlugin*>(module.root->createInstance(QUuid::createUuid())));
     device->initPluginCommands();
+    setLinkOptions(*device, job.link);
     DOrders* orders = device->orders();
     const QString read = QStringLiteral("read");
     const ParameterMap parameters{
@@ -202,10 +218,11 @@ int main(int argc, char** argv)
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     const Job job{arguments.value(2).toUShort(), arguments.value(3).toInt(),
-                  arguments.value(4).toInt(), arguments.value(5)};
+                  arguments.value(4).toInt(), arguments.value(5), arguments.mid(6)};
     const QString kind = arguments.value(1);
     if (job.port == 0 || job.quantity < 1 || job.quantity > 125 || job.count < 1) {
-        fail("usage: bench_reads socket|libmodbus|qtserialbus|driver PORT QUANTITY COUNT [MODULE]");
+        fail("usage: bench_reads socket|libmodbus|qtserialbus|driver PORT QUANTITY COUNT [MODULE "
+             "[LINK_OPTION=VALUE]...]");
     }
     if (kind == QLatin1String("socket")) {
         readBySocket(job);

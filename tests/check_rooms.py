@@ -5,7 +5,7 @@ import pathlib
 import re
 import sys
 
-VALUES = ("types order_failure reply_framing worker_statistics d_order plugin_management_global "
+VALUES = ("types link_options order_failure reply_framing worker_statistics d_order plugin_management_global "
           "fast_delegate").split()
 KIT = r"(plugin_management|utilities)/"
 POINTS = r"points/"
@@ -21,7 +21,9 @@ ROOMS = {
     "host/runtime/engine": [rf"plugin_management/({'|'.join(VALUES)})\.h$", QT_VALUES, STANDARD],
     "host/runtime/loop": [r"plugin_management/fast_delegate\.h$", r"Q(BasicTimer|Event|Object|"
                           r"SocketNotifier)$", STANDARD, SYSTEM],
-    "host/runtime/link": [r"runtime/loop/", r"plugin_management/fast_delegate\.h$", QT,
+    "host/runtime/link": [r"runtime/loop/",
+                          r"plugin_management/(fast_delegate|link_options|reply_framing)\.h$", QT,
+                          r"openssl/",
                           STANDARD, SYSTEM],
     "host/runtime/shell": [r"runtime/", KIT, r"Q(LoggingCategory|Object|Pointer|Thread|tGlobal)$",
                            r"sys/random\.h$", STANDARD],

@@ -89,7 +89,7 @@ class Installed(unittest.TestCase):
         output("cmake", "--build", build)
         module = build + "/libsample_module.so"
         self.assertIn("get: ", output(self.host, "--plugin", module, "info"))
-        for words, expected in ((["g"], "get\n"), (["get", "--t"], "--times\n")):
+        for words, expected in ((["g"], "get\n"), (["get", "--tim"], "--times\n")):
             found = output(self.host, "--complete", "--plugin", module, *words)
             self.assertEqual(found, expected)
 
@@ -128,7 +128,8 @@ class Installed(unittest.TestCase):
         self.assertEqual(told - {""}, self.help("device-simulator"))
         page = self.manual("driver-host")
         shared = set().union(*(page[name] for name in ("OPTIONS", "GLOBAL OPTIONS",
-                                                       "CONNECTION OPTIONS", "COMMANDS")))
+                                                       "CONNECTION OPTIONS", "LINK OPTIONS",
+                                                       "COMMANDS")))
         listed = self.help("driver-host")
         for command in output(self.host, "--complete", "").split():
             about, *_ = [entry for entry in listed if entry.startswith(command)]

@@ -137,6 +137,11 @@ class Play:
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGCONT):
             self.host.send_signal(number)
 
+    def waiting(self):
+        """It has told on standard error that it waits for its device."""
+        while b"trying again" not in os.pread(self.errors.fileno(), 4096, 0):
+            pass
+
     def revive(self):
         self.device.close()
         self.device = raw_device(self.device.port)

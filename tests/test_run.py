@@ -9,7 +9,7 @@ import sys
 import tempfile
 import unittest
 
-from programs import PATIENCE, Program, parse
+from programs import PATIENCE, Program, free_port, parse
 
 EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "examples", "")
 HOST, SIMULATOR = os.environ["DRIVER_HOST"], os.environ["DEVICE_SIMULATOR"]
@@ -116,6 +116,17 @@ class Run(unittest.TestCase):
         counted = self.wait_for(host, 3, "result")["value"]
         self.assertEqual((counted["done"], counted["reconnects"], counted["timeouts"]), (2, 1, 0))
         self.wait_for(host, 3, "finished", True)
+
+    def test_waits_for_a_device(self):
+        port = free_port()
+        link = {"device": "d", "link": {"keepTrying": True}}
+        host = self.begin(link, connect("d", port))
+        told = self.wait_for(host, "to d", "error", "not_connected")["message"]
+        self.assertEqual(told, "no connection yet (Connection refused), trying again")
+        self.give(host, link)
+        self.assertIn("disconnect first", self.wait_for(host, None, "error", "usage")["message"])
+        self.device(port=port)
+        self.wait_for(host, "to d", "result", True)
 
     def test_examples(self):
         ports = [str(self.device()[1]) for _ in range(2)]

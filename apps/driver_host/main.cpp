@@ -41,6 +41,11 @@ int execute(AnySession& session, Console& console)
 int runOrder(const Module& module, const Request& request, Console& console)
 {
     DAbstractPlugin& device = *module.object.plugin;
+    QString refusal;
+    if (!device.setLinkOptions(request.link, &refusal)) {
+        console.error(failureLine(refusal));
+        return ExitUsage;
+    }
     if (request.verbose && device.worker() != nullptr) {
         traceFrames(*device.worker(), QString());
     }

@@ -3,6 +3,7 @@
 #include <plugin_management/d_abstract_command.h>
 #include <plugin_management/d_abstract_worker.h>
 #include <plugin_management/d_orders.h>
+#include <runtime/shell/worker_shell.h>
 
 #include <algorithm>
 
@@ -20,6 +21,7 @@ public:
     ParameterMap pluginConfig;
     QList<const DAbstractCommand*> commands;
     std::unique_ptr<ILocalWorker> worker;
+    LinkOptions linkOptions;
     DOrders orders;
 };
 
@@ -144,6 +146,20 @@ DAbstractWorker* DAbstractPlugin::worker() const
     return dynamic_cast<DAbstractWorker*>(d->worker.get());
 }
 
+bool DAbstractPlugin::setLinkOptions(const LinkOptions& options, QString* refusal)
+{
+    QString why = linkOptionsRefusal(options);
+    if (why.isEmpty() && worker() != nullptr) {
+        worker()->m_shell->setLinkOptions(options, why);
+    }
+    if (why.isEmpty()) {
+        d->linkOptions = options;
+    } else if (refusal != nullptr) {
+        *refusal = why;
+    }
+    return why.isEmpty();
+}
+
 void DAbstractPlugin::setProperty(const QString& name, const QVariant& value, bool notify)
 {
     const bool changed = storeValue(name, value);
@@ -171,4 +187,5 @@ void DAbstractPlugin::initLocalDestination(ILocalWorker* worker)
 {
     d->orders.setWorker(worker);
     d->worker.reset(worker);
+    setLinkOptions(d->linkOptions);
 }

@@ -2,6 +2,7 @@
 
 #include <plugin_management/d_data_storage.h>
 #include <plugin_management/i_plugin.h>
+#include <plugin_management/link_options.h>
 
 #include <memory>
 
@@ -71,6 +72,10 @@ public:
     /// The worker, owned by this object; null before initPluginCommands(), or when it does not
     /// derive from DAbstractWorker.
     DAbstractWorker* worker() const;
+    /// What lies between the worker and its device from the next "connect" on; it replaces what was
+    /// set before. False, with the reason in \a refusal, which may be null, when it cannot be: a
+    /// connection is in use, or the options do not fit each other, the module or what there is.
+    bool setLinkOptions(const LinkOptions& options, QString* refusal = nullptr);
     /// Stores a property; with \a notify a change is told by sigPropertyChanged(). Not a property
     /// of QObject.
     void setProperty(const QString& name, const QVariant& value, bool notify);

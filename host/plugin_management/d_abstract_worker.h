@@ -128,6 +128,7 @@ protected:
     ParameterMap m_connectionSettings; ///< the parameters of the last "connect" that was accepted
 
 private:
+    friend class DAbstractPlugin;
     friend class ForeignCalls;
     friend class OrderShell;
     friend class WorkerShell;

@@ -26,6 +26,7 @@ public:
         Twice, ///< the reply and a copy of it in one write
         OtherFunction,
         OtherUnit,
+        OtherId,
         WrongLength, ///< the length field tells one byte less than there is
         Exception2,
         ImplausibleHeader,
@@ -101,6 +102,8 @@ private:
             if (clock != nullptr) {
                 attempts.append({client->localAddress().toString(), clock->elapsed()});
             }
+            // Else a reply behind a late one waits until the host acknowledges that: 40 ms.
+            client->setSocketOption(QAbstractSocket::LowDelayOption, 1);
             m_clients.insert(client, {});
             mostConnections = qMax(mostConnections, liveConnections());
             connect(client, &QTcpSocket::readyRead, this, [this, client] { read(client); });
@@ -189,11 +192,15 @@ private:
         case OtherUnit:
             client->write(QByteArray(good).replace(6, 1, "\x07"));
             break;
+        case OtherId:
+            client->write(QByteArray(good).replace(0, 2, "\x7f\x7f"));
+            break;
         case WrongLength:
             client->write(QByteArray(good).replace(5, 1, "\x04"));
             break;
         case Exception2:
-            client->write(request.left(2) + QByteArray::fromHex("00000003008302"));
+            client->write(request.left(2) + QByteArray::fromHex("00000003") + request.mid(6, 1)
+                          + QByteArray::fromHex("8302"));
             break;
         case ImplausibleHeader:
             client->write("HTTP/1.0 400");

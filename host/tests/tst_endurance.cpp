@@ -8,6 +8,7 @@
 
 using Code = OrderFailure::Code;
 using Step = ScriptedDevice::Step;
+Q_DECLARE_METATYPE(QList<ScriptedDevice::Step>)
 
 /// What must hold over many orders, many workers and any sequence of events.
 class EnduranceTest : public QObject
@@ -15,25 +16,41 @@ class EnduranceTest : public QObject
     Q_OBJECT
 
 private slots:
+    void noOrderEndsWithAnothersValue_data();
     void noOrderEndsWithAnothersValue();
     void aListenSurvivesARebootOfTheDevice();
     void aHundredWorkersComeBackWithoutAStorm();
     void everyOrderOfAStormEndsOnce();
 };
 
+void EnduranceTest::noOrderEndsWithAnothersValue_data()
+{
+    QTest::addColumn<bool>("transactionIds");
+    QTest::addColumn<QList<Step>>("faults");
+    QTest::newRow("by a new connection") << false << QList<Step>{Step::Late};
+    QTest::newRow("by ids") << true
+                            << QList<Step>{Step::Late, Step::Twice, Step::OtherId, Step::OtherUnit};
+}
+
 void EnduranceTest::noOrderEndsWithAnothersValue()
 {
+    QFETCH(bool, transactionIds);
+    QFETCH(QList<Step>, faults);
     constexpr int orders = 10000;
     constexpr int limitMs = 8;
     QRandomGenerator random(20240917);
     ScriptedDevice device;
     device.beforeStep = [&] {
         if (random.bounded(10) == 0) {
-            device.script.prepend(Step::Late);
+            device.script.prepend(faults.at(random.bounded(faults.size())));
             device.lateMs = limitMs + 1 + random.bounded(3 * limitMs);
         }
     };
     RecordedObject object;
+    LinkOptions options;
+    options.transactionIds = transactionIds;
+    options.unit = transactionIds ? 9 : -1;
+    QVERIFY(object.plugin->setLinkOptions(options));
     object.connectTo(device.port());
     bool connected = true;
     QObject::connect(object.plugin->worker(), &DAbstractWorker::sigStatusChanged, this,
@@ -57,6 +74,7 @@ void EnduranceTest::noOrderEndsWithAnothersValue()
           static_cast<unsigned long long>(statistics.reconnects + 1));
     QVERIFY(right > orders / 2);
     QVERIFY(statistics.timeouts > orders / 20);
+    QVERIFY(!transactionIds || statistics.reconnects < statistics.timeouts / 20);
     QCOMPARE(device.mostConnections, 1);
 }
 

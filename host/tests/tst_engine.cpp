@@ -175,6 +175,8 @@ private slots:
     void aLinkThatNobodyWantsEndsWithABadReply();
     void theEndOfALinkIsToldToWhomItWasTold_data();
     void theEndOfALinkIsToldToWhomItWasTold();
+    void aFirstAttemptIsTriedAgain();
+    void numberedRequestsKeepTheLink();
 };
 
 // A read of two registers was asked of unit 0. The hook believes everything, as hooks may.
@@ -433,6 +435,55 @@ void EngineTest::theEndOfALinkIsToldToWhomItWasTold()
         world.start("disconnect");
     }
     QTEST(world.done.join(QLatin1Char(' ')), "decided");
+}
+
+// Whoever waits for the connection hears why there is none, once for each reason; orders do not
+// wait for later attempts.
+void EngineTest::aFirstAttemptIsTriedAgain()
+{
+    LinkOptions options;
+    options.keepTrying = true;
+    World world;
+    world.engine.setLinkOptions(options);
+    world.startConnect();
+    world.start("ask");
+    for (const char* why : {"refused", "refused", "no route"}) {
+        world.engine.linkFailed(QString::fromLatin1(why), world.nowUs);
+        world.run();
+        world.pass(30000);
+    }
+    world.start("ask");
+    QVERIFY2(world.failure.text.contains(QLatin1String("no route); it is being tried again")),
+             qPrintable(world.failure.text));
+    world.engine.linkOpened(world.nowUs);
+    world.pass(0);
+    world.start("ask");
+    QCOMPARE(world.done.join(QLatin1Char(' ')),
+             QStringLiteral("open close answer not_connected end not_connected open close open "
+                            "close answer not_connected open end not_connected up answer well "
+                            "request"));
+    QCOMPARE(world.engine.statistics().reconnects, 0u);
+}
+
+// A new link is worth a try only when the device says nothing at all any more.
+void EngineTest::numberedRequestsKeepTheLink()
+{
+    LinkOptions options;
+    options.transactionIds = true;
+    options.unit = 5;
+    World world;
+    world.engine.setLinkOptions(options);
+    world.connectNow();
+    for (int i = 0; i < 15; ++i) {
+        world.start("ask");
+        world.pass(limitMs);
+        QCOMPARE(world.failure.code, Code::Timeout);
+        QCOMPARE(world.failure.unitId, 5);
+        QCOMPARE(world.done.contains(QStringLiteral("down")), i == 14);
+        if (i == 6) {
+            world.engine.dropped(13); // a late reply: it lives
+        }
+    }
 }
 
 QTEST_GUILESS_MAIN(EngineTest)

@@ -13,7 +13,7 @@ HOLDING = [0] * COUNT
 HOLDING[100:110] = [(2 * n + 1) * 256 + 2 * n + 2 for n in range(10)]
 INPUT = [0] * COUNT
 INPUT[200:202] = [7, 65535]
-SERVER_ID = bytes.fromhex(sys.argv[2]) if len(sys.argv) > 2 else b"\x01\xffraw device"
+SERVER_ID = b"\x01\xffraw device"
 
 
 class Refused(Exception):
@@ -110,6 +110,13 @@ class Server(socketserver.ThreadingTCPServer):
         pass  # a client that goes away in the middle is no fault of the device
 
 
-with Server(("127.0.0.1", int(sys.argv[1]) if len(sys.argv) > 1 else 0), Client) as server:
-    print(f"listening on 127.0.0.1:{server.server_address[1]}", flush=True)
-    server.serve_forever()
+def serve(port):
+    with Server(("127.0.0.1", port), Client) as server:
+        print(f"listening on 127.0.0.1:{server.server_address[1]}", flush=True)
+        server.serve_forever()
+
+
+if __name__ == "__main__":
+    if len(sys.argv) > 2:
+        SERVER_ID = bytes.fromhex(sys.argv[2])
+    serve(int(sys.argv[1]) if len(sys.argv) > 1 else 0)

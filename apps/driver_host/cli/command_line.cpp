@@ -25,6 +25,7 @@ constexpr const char* runLines =
     "{\"id\":\"r1\",\"device\":\"pump1\",\"command\":\"NAME\",\"parameters\":{...}}\n"
     "  to stop it:    {\"id\":\"r1\",\"stop\":true}\n"
     "  counters:      {\"id\":\"s1\",\"device\":\"pump1\",\"statistics\":true}\n"
+    "  link options:  {\"device\":\"pump1\",\"link\":{\"keepTrying\":true}}, before 'connect'\n"
     "A device takes orders while its order 'connect' runs. 'driver-host info' lists "
     "parameters.\n\n";
 constexpr int helpColumn = 46;

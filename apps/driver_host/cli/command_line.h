@@ -5,6 +5,7 @@
 #include "work/scan_order.h"
 
 #include <common/arguments.h>
+#include <plugin_management/link_options.h>
 #include <plugin_management/types.h>
 
 #include <QString>
@@ -35,7 +36,9 @@ struct Request
     bool plain = false; ///< lines one below the other, on a terminal as well
     QString append; ///< a CSV file for the results; empty: none
     int count = 0; ///< end after so many results; 0: go on
-    int connectLimitS = 120; ///< how long the order that makes the connection may take for it
+    LinkOptions link;
+    /// How long the order that makes the connection may take for it; 0: for ever.
+    int connectLimitS = 120;
 };
 
 /// A request, or what to say instead of doing something.

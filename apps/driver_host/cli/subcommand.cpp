@@ -1,6 +1,7 @@
 #include "cli/subcommand.h"
 
 #include "cli/option_label.h"
+#include "cli/option_text.h"
 #include "cli/value_parser.h"
 #include "output/value_text.h"
 #include "profile/parameter_rules.h"
@@ -72,8 +73,9 @@ Subcommand::Subcommand(CLI::App& root, const CommandDescription& command,
         m_app
             ->add_option("--connect-limit", m_connectLimitS, "Give up without a connection by then")
             ->transform(numberIn({1, longestConnectS}))
-            ->option_text("S, default 120")
+            ->option_text("S, default 120, none with --wait")
             ->group(connectGroup);
+        m_link.addTo(*m_app, m_takenNames);
     }
     if (takesRepetition()) {
         addRepetition();
@@ -182,6 +184,9 @@ QString Subcommand::fill(Request& request) const
     }
     if (error.isEmpty()) {
         error = fillDefaults(request);
+    }
+    if (error.isEmpty()) {
+        error = fillLink(request);
     }
     if (error.isEmpty()) {
         error = missing(request);
@@ -303,6 +308,15 @@ void Subcommand::fillNumbers(Request& request) const
     if (m_intervalMs > 0) {
         request.parameters.insert(QStringLiteral("recurrentInterval"), m_intervalMs);
     }
+}
+
+QString Subcommand::fillLink(Request& request) const
+{
+    QString error = m_link.fill(request.link);
+    if (request.link.keepTrying && m_app->count("--connect-limit") == 0) {
+        request.connectLimitS = 0;
+    }
+    return error;
 }
 
 QString Subcommand::fillDefaults(Request& request) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/command_line.h"
+#include "cli/link_arguments.h"
 #include "cli/module_description.h"
 #include "cli/option_text.h"
 #include "profile/point_options.h"
@@ -74,6 +75,7 @@ private:
     QString fillParams(Request& request) const;
     QString fillParam(const QString& given, Request& request) const;
     void fillNumbers(Request& request) const;
+    QString fillLink(Request& request) const;
     QString missing(const Request& request) const;
     QString fillDefaults(Request& request) const;
 
@@ -88,6 +90,7 @@ private:
         QStringLiteral("no-color"), QStringLiteral("connect-limit"), QStringLiteral("plain"),
         QStringLiteral("append")};
     std::deque<ParameterOption> m_options; // a deque, as the parser keeps references into it
+    LinkArguments m_link;
     std::vector<std::string> m_params;
     int m_intervalMs = 0; // 0: not given, as is the count
     int m_count = 0;

@@ -79,6 +79,9 @@ QString subjectText(const OrderFailure& failure, const FailureSubject& subject)
         : QLatin1String(": ") + subject.moduleMessage + allParameters(subject.parameters);
 }
 
+// Whoever knows better has said what to do: that the device is on, for one, when it was refused.
+bool hasAdvice(const OrderFailure& failure) { return failure.text.contains(QLatin1String("; ")); }
+
 // A device that has answered serves its unit.
 QString timeoutAdvice(const OrderFailure& failure, const FailureSubject& subject)
 {
@@ -103,7 +106,8 @@ QString advice(const QString& command, const OrderFailure& failure, const Failur
     case Code::Timeout:
         return timeoutAdvice(failure, subject);
     case Code::NotConnected:
-        return QStringLiteral("; check that the device is on and reachable");
+        return hasAdvice(failure) ? QString()
+                                  : QStringLiteral("; check that the device is on and reachable");
     case Code::None:
     case Code::Usage:
         if (!subject.moduleMessage.isEmpty()) {
@@ -132,10 +136,15 @@ QString failureText(const QString& command, const OrderFailure& failure,
 
 QString connectFailureText(const QString& command, const OrderFailure& failure)
 {
-    const bool unreachable = failure.code == Code::NotConnected;
+    const bool unreachable = failure.code == Code::NotConnected && !hasAdvice(failure);
     return line(command, failure, {},
                 unreachable ? QStringLiteral("; check host and port, and that the device is on")
                             : advice(command, failure, {}));
+}
+
+QString noConnectionYetText(const OrderFailure& failure)
+{
+    return QStringLiteral("no connection yet (%1), trying again").arg(failure.text);
 }
 
 QString unconnectedFailureText(const QString& command, const OrderFailure& failure)

@@ -14,6 +14,8 @@ QString connectFailureText(const QString& command, const OrderFailure& failure);
 
 /// The text for a connection that was lost, with what to do about it.
 QString lossText(const Points::Profile& profile, const OrderFailure& failure);
+/// Why there is no connection yet, while it is tried for.
+QString noConnectionYetText(const OrderFailure& failure);
 
 /// The same for an order that never began because nobody keeps a connection to its device.
 QString unconnectedFailureText(const QString& command, const OrderFailure& failure);

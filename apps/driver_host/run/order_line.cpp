@@ -22,11 +22,15 @@ QString commandKey() { return QStringLiteral("command"); }
 QString parametersKey() { return QStringLiteral("parameters"); }
 QString statisticsKey() { return QStringLiteral("statistics"); }
 QString stopKey() { return QStringLiteral("stop"); }
+QString linkKey() { return QStringLiteral("link"); }
 
 Kind kindOf(const QJsonObject& object)
 {
     if (object.contains(stopKey())) {
         return Kind::Stop;
+    }
+    if (object.contains(linkKey()) && !object.contains(commandKey())) {
+        return Kind::Link;
     }
     return object.contains(statisticsKey()) ? Kind::Statistics : Kind::Order;
 }
@@ -38,6 +42,8 @@ QStringList keysOf(Kind kind)
         return {idKey(), stopKey()};
     case Kind::Statistics:
         return {idKey(), deviceKey(), statisticsKey()};
+    case Kind::Link:
+        return {idKey(), deviceKey(), linkKey()};
     default:
         return {idKey(), deviceKey(), commandKey(), parametersKey()};
     }
@@ -46,6 +52,9 @@ QStringList keysOf(Kind kind)
 QString readId(const QJsonObject& object, OrderLine& line)
 {
     const QJsonValue id = object.value(idKey());
+    if (id.isUndefined() && kindOf(object) == Kind::Link) {
+        return {};
+    }
     if (id.isUndefined()) {
         return QStringLiteral("'id' is missing");
     }
@@ -98,6 +107,8 @@ QString readCommand(const QJsonObject& object, OrderLine& line)
     case Kind::Statistics:
         line.command = statisticsKey();
         return readFlag(object, statisticsKey());
+    case Kind::Link:
+        return {};
     default:
         return readText(object, commandKey(), line.command);
     }
@@ -105,9 +116,10 @@ QString readCommand(const QJsonObject& object, OrderLine& line)
 
 QString readParameters(const QJsonObject& object, OrderLine& line)
 {
-    const QJsonValue parameters = object.value(parametersKey());
+    const QString key = line.kind == Kind::Link ? linkKey() : parametersKey();
+    const QJsonValue parameters = object.value(key);
     if (!parameters.isUndefined() && !parameters.isObject()) {
-        return QStringLiteral("'parameters' is no object");
+        return QStringLiteral("'%1' is no object").arg(key);
     }
     line.parameters = jsonVariant(parameters.toObject()).toMap();
     return {};

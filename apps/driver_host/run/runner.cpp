@@ -119,6 +119,8 @@ QString Runner::carryOut(const OrderLine& line)
         return startOrder(line);
     case OrderLine::Kind::Stop:
         return stopOrder(line);
+    case OrderLine::Kind::Link:
+        return setLink(line);
     default:
         return tellStatistics(line);
     }
@@ -230,6 +232,20 @@ QString Runner::tellStatistics(const OrderLine& line)
     return {};
 }
 
+QString Runner::setLink(const OrderLine& line)
+{
+    LinkOptions options;
+    LinkOptionFault fault;
+    if (!readLinkOptions(line.parameters, options, fault)) {
+        return QStringLiteral("link option '%1': %2").arg(plainText(fault.option), fault.text);
+    }
+    Device* const target = device(line.device);
+    QString refusal = QStringLiteral("the module makes no more devices");
+    const bool taken =
+        target != nullptr && target->object.plugin->setLinkOptions(options, &refusal);
+    return taken ? QString() : refusal;
+}
+
 void Runner::refuse(const OrderLine& line, const QString& why)
 {
     const OrderFailure failure = OrderFailure::of(Code::Usage, why);
@@ -278,7 +294,7 @@ void Runner::enter(quint64 orderId, const OrderLine& line, Device& device)
 {
     const CommandDescription& command = *m_module.description.find(line.command);
     m_running.insert(orderId,
-                     {sourceOf(line), &device, command.recurrent, command.isConnect(),
+                     {sourceOf(line), &device, command.recurrent, command.isConnect(), false,
                       MessageLog::lastCritical()});
     device.connects += command.isConnect() ? 1 : 0;
     m_orderIds.insert(compactJson(line.id), orderId);
@@ -302,10 +318,12 @@ Runner::Running Runner::leave(quint64 orderId)
 
 void Runner::takeResult(quint64 orderId, const QString& name, const QVariant& value)
 {
-    const auto it = m_running.constFind(orderId);
-    if (it != m_running.constEnd()) {
-        m_console.write(EventJson::result(it->source, now(), name, value));
+    const auto it = m_running.find(orderId);
+    if (it == m_running.end()) {
+        return;
     }
+    it->wasConnected |= it->isConnect && name == QLatin1String("connected") && value.toBool();
+    m_console.write(EventJson::result(it->source, now(), name, value));
 }
 
 void Runner::takeTrouble(quint64 orderId, const OrderFailure& failure)
@@ -315,10 +333,12 @@ void Runner::takeTrouble(quint64 orderId, const OrderFailure& failure)
         return;
     }
     const DOrder* order = it->device->object.plugin->orders()->find(orderId);
-    const QString text = it->isConnect || order == nullptr
-        ? lossText(m_module.description.profile, failure)
-        : failureText(order->command, failure,
-                      subject(*it, *order, failure, MessageLog::lastCritical()));
+    const bool isOfLink = it->isConnect || order == nullptr;
+    const QString text = !isOfLink
+        ? failureText(order->command, failure,
+                      subject(*it, *order, failure, MessageLog::lastCritical()))
+        : it->wasConnected ? lossText(m_module.description.profile, failure)
+                           : noConnectionYetText(failure);
     m_console.write(EventJson::error(it->source, now(), failure, text));
 }
 

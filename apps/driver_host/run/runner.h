@@ -71,6 +71,7 @@ private:
         Device* device;
         bool recurrent;
         bool isConnect;
+        bool wasConnected; // it keeps a connection, and has had one
         QString moduleMessage; // what the module said when it took the order
     };
 
@@ -81,6 +82,7 @@ private:
     QString startOrder(const OrderLine& line);
     QString stopOrder(const OrderLine& line);
     QString tellStatistics(const OrderLine& line);
+    QString setLink(const OrderLine& line);
     void refuse(const OrderLine& line, const QString& why);
 
     Device* device(const QString& name);

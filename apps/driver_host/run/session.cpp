@@ -124,7 +124,7 @@ void Session::start()
         end();
         return;
     }
-    if (m_needsConnection || m_isConnect) {
+    if ((m_needsConnection || m_isConnect) && m_request.connectLimitS > 0) {
         m_connectLimit.start(m_request.connectLimitS * 1000);
     }
     if (m_needsConnection) {
@@ -254,6 +254,7 @@ void Session::takeConnectionState(bool connected)
         return; // still not connected is no news: the order's end or its trouble tells the reason
     }
     m_connected = connected;
+    m_wasConnected = true;
     m_connectLimit.stop();
     if (m_state == State::Connecting) {
         startOrder();
@@ -273,8 +274,12 @@ void Session::takeTrouble(quint64 orderId, const OrderFailure& failure)
 {
     if (orderId == m_connectId) {
         m_whyLost = failure.text;
+        if (m_state == State::Connecting) {
+            m_console.note(noConnectionYetText(failure));
+        }
     } else if (orderId == m_orderId && m_isConnect) {
-        showTrouble(failure, lossText(m_profile, failure));
+        showTrouble(failure,
+                    m_wasConnected ? lossText(m_profile, failure) : noConnectionYetText(failure));
     } else if (orderId == m_orderId) {
         showTrouble(
             failure,
@@ -315,10 +320,11 @@ void Session::giveUpConnecting()
         m_connectId = std::exchange(m_orderId, 0); // from here on it is only to be closed
     }
     const QString text = QStringLiteral("%1 failed: 'connect' has told of no connection within "
-                                        "%2 s; --connect-limit gives it longer");
+                                        "%2 s%3; --connect-limit gives it longer");
+    const QString why = m_whyLost.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(m_whyLost);
     m_exitCode = ExitNoConnection;
     fail(OrderFailure::of(Code::NotConnected, {}),
-         text.arg(m_request.command, QString::number(m_request.connectLimitS)));
+         text.arg(m_request.command, QString::number(m_request.connectLimitS), why));
     close();
 }
 

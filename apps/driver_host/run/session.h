@@ -101,6 +101,7 @@ private:
     bool m_needsConnection;
     bool m_recurrent;
     bool m_connected = false;
+    bool m_wasConnected = false; // at some time
     QString m_whyLost;
     quint64 m_connectId = 0;
     quint64 m_orderId = 0;

@@ -49,7 +49,7 @@ OrderFailure Exchange::verdict(const ParameterMap& judgement) const
     const int exception = m_framing->exceptionCode(reply.constData(), reply.size());
     if (exception != 0) {
         OrderFailure why = OrderFailure::exception(exception, m_framing->exceptionName(exception));
-        why.unitId = m_framing->unit(reply.constData(), reply.size());
+        why.unitId = m_unit >= 0 ? m_unit : m_framing->unit(reply.constData(), reply.size());
         return why;
     }
     const QVariant* done = findValue(judgement, QStringLiteral("doneOk"));
@@ -75,5 +75,5 @@ OrderFailure Exchange::failure(Code code, const QString& text) const
 
 int Exchange::requestUnit() const
 {
-    return m_framing->unit(m_requestHead.data(), m_requestHeadSize);
+    return m_unit >= 0 ? m_unit : m_framing->unit(m_requestHead.data(), m_requestHeadSize);
 }

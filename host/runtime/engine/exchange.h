@@ -17,6 +17,9 @@ public:
     Exchange() : m_cutter(mbapFraming()) { }
 
     void setFraming(const ReplyFraming& framing);
+    const ReplyFraming& framing() const { return *m_framing; }
+    /// The unit that is really asked, whatever the frames say; -1: the one that they name.
+    void setUnit(int unit) { m_unit = unit; }
 
     // While the worker's function runs.
     void begin(qint64 nowUs);
@@ -62,4 +65,5 @@ private:
     bool m_isWhole = false;
     ReplyCutter m_cutter;
     const ReplyFraming* m_framing = &mbapFraming();
+    int m_unit = -1;
 };

@@ -6,6 +6,7 @@ void LinkKeeper::begin(const Endpoint& endpoint, qint64 nowUs)
 {
     end();
     m_endpoint = endpoint;
+    m_trouble.clear();
     m_wanted = true;
     attempt(State::Opening, nowUs);
 }
@@ -19,6 +20,7 @@ void LinkKeeper::end()
     m_wanted = false;
     m_reported = false;
     m_answered = false;
+    m_wasOpen = false;
 }
 
 bool LinkKeeper::release()
@@ -54,18 +56,27 @@ void LinkKeeper::lose(const QString& why, qint64 nowUs)
 bool LinkKeeper::opened()
 {
     m_state = State::Open;
+    m_wasOpen = true;
     m_dueUs = never;
     return !std::exchange(m_reported, true);
 }
 
 LinkKeeper::Failed LinkKeeper::attemptFailed(const QString& why, qint64 nowUs)
 {
-    if (m_state == State::Opening) {
+    const bool isFirst = m_state == State::Opening;
+    if (isFirst && !m_keepsTrying) {
         end();
         m_trouble = why;
         return Failed::First;
     }
+    const bool isNews = !m_wasOpen && why != m_trouble;
     retryLater(why, nowUs);
+    if (isFirst) {
+        m_retries = 1; // from here on nobody waits for an attempt
+    }
+    if (isNews) {
+        return Failed::Trying;
+    }
     return std::exchange(m_reported, false) ? Failed::Lost : Failed::Again;
 }
 
@@ -82,8 +93,15 @@ bool LinkKeeper::retry(qint64 nowUs)
 void LinkKeeper::noteReply()
 {
     m_answered = true;
+    m_silences = 0;
     m_retries = 0;
     m_backoff.reset();
+}
+
+bool LinkKeeper::noteSilence()
+{
+    constexpr int mostSilences = 8;
+    return ++m_silences >= mostSilences;
 }
 
 bool LinkKeeper::isAwaited() const
@@ -104,6 +122,7 @@ void LinkKeeper::attempt(State state, qint64 nowUs)
 {
     m_state = state;
     m_answered = false;
+    m_silences = 0;
     m_dueUs = nowUs + qint64{m_endpoint.limitMs} * 1000;
 }
 

@@ -26,12 +26,15 @@ public:
     /// What the end of an attempt means.
     enum class Failed {
         First, ///< the connect has failed; there will be no other attempt
+        Trying, ///< there has been no link yet and it is tried again: whoever waits must hear why
         Again, ///< it is tried again later
         Lost, ///< so it is, and whoever believes the link to be open must hear that it is lost
     };
 
     explicit LinkKeeper(unsigned seed) : m_backoff(seed) { }
 
+    /// Whether a first attempt that fails is tried again, for ever. To be said before begin().
+    void setKeepTrying(bool keepTrying) { m_keepsTrying = keepTrying; }
     /// A connect begins its first attempt.
     void begin(const Endpoint& endpoint, qint64 nowUs);
     /// The link is closed for good.
@@ -53,10 +56,17 @@ public:
     bool retry(qint64 nowUs);
     /// A reply came: the device lives.
     void noteReply();
+    /// A reply came that nobody waits for any more.
+    void noteLateReply() { m_silences = 0; }
+    /// A request got no reply. True when so many in a row got none that a new link is worth a try.
+    bool noteSilence();
 
     bool isOpen() const { return m_state == State::Open; }
     /// Its users believe that it is open: it is, or is being replaced without a word to them.
     bool isReported() const { return m_reported; }
+    bool isClosed() const { return m_state == State::Closed; }
+    /// True when there has been a link since begin().
+    bool wasOpen() const { return m_wasOpen; }
     bool isAttempting() const { return m_state == State::Opening || m_state == State::Reopening; }
     /// True while the outcome of an attempt is worth waiting for: the first one, and the first one
     /// after a loss.
@@ -80,10 +90,13 @@ private:
     Endpoint m_endpoint;
     QString m_trouble;
     qint64 m_dueUs = never;
+    int m_silences = 0; ///< requests in a row that got no reply on this link
     int m_retries = 0; ///< attempts to re-open since the device last answered
     Backoff m_backoff;
     State m_state = State::Closed;
     bool m_wanted = false;
     bool m_reported = false; ///< the owner believes that it is open
     bool m_answered = false; ///< the device has answered on this link
+    bool m_keepsTrying = false;
+    bool m_wasOpen = false;
 };

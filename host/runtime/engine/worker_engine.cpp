@@ -87,6 +87,13 @@ void WorkerEngine::setKeepAlive(const QString& function, const ParameterMap& par
     m_keepAlive.setDefault(function, parameters, intervalMs);
 }
 
+void WorkerEngine::setLinkOptions(const LinkOptions& options)
+{
+    m_link.setKeepTrying(options.keepTrying);
+    m_exchange.setUnit(options.unit);
+    m_tellsRepliesApart = options.transactionIds;
+}
+
 // --- what users ask for ---
 
 bool WorkerEngine::add(quint64 id, const QString& function, const ParameterMap& parameters,
@@ -187,9 +194,11 @@ void WorkerEngine::makeCurrent(WorkerInstructionPtr instruction, qint64 nowUs)
     if (m_current->needsLink && m_link.isDown()) {
         m_exchange.begin(nowUs);
         m_failedAtOnce = true;
-        const QString text = QStringLiteral("no connection to %1 (%2); it is being re-opened");
+        const QString text = QStringLiteral("no connection to %1 (%2); it is being %3");
         const OrderFailure why = m_exchange.failure(
-            Code::NotConnected, text.arg(m_link.endpoint().text(), m_link.trouble()));
+            Code::NotConnected,
+            text.arg(m_link.endpoint().text(), m_link.trouble(),
+                     QLatin1String(m_link.wasOpen() ? "re-opened" : "tried again")));
         settle(release(), why, why.toReply(), nowUs);
         return;
     }
@@ -325,6 +334,12 @@ void WorkerEngine::received(const char* data, int size, qint64 nowUs)
     }
 }
 
+void WorkerEngine::dropped(int size)
+{
+    m_statistics.droppedBytes += static_cast<quint64>(size);
+    m_link.noteLateReply();
+}
+
 // Requests carry no number of their own, so from here on nobody can tell which reply answers which
 // request on this link.
 void WorkerEngine::unasked(int size, qint64 nowUs)
@@ -409,7 +424,7 @@ void WorkerEngine::timedOut(qint64 nowUs)
     const QString text = QStringLiteral("no answer within %1 ms").arg(instruction->limitMs);
     if (instruction->id == 0) {
         declareLost(QStringLiteral("the keep-alive got ") + text, nowUs);
-    } else {
+    } else if (!m_tellsRepliesApart || m_link.noteSilence()) {
         replaceLink(text, nowUs); // its reply may still come, and would look like the next one's
     }
     const OrderFailure why = m_exchange.failure(Code::Timeout, text);
@@ -545,6 +560,9 @@ void WorkerEngine::linkFailed(const QString& why, qint64 nowUs)
         reply.insert(QStringLiteral("connected"), false);
         m_actions.tell(Outcome::Error, std::exchange(m_connectId, 0), reply, failure);
     }
+    if (failed == LinkKeeper::Failed::Trying) {
+        tellConnectDown(why);
+    }
     if (failed == LinkKeeper::Failed::Lost) {
         m_actions.log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why),
                       false);
@@ -598,11 +616,16 @@ void WorkerEngine::declareLost(const QString& why, qint64 nowUs)
 void WorkerEngine::tellState(bool open, const QString& why)
 {
     m_actions.add(Kind::TellState, 0, open);
-    if (m_connectId == 0) {
-        return;
-    }
-    if (open) {
+    if (!open) {
+        tellConnectDown(why);
+    } else if (m_connectId != 0) {
         m_actions.tell(Outcome::Answer, m_connectId, {{QStringLiteral("connected"), true}}, {});
+    }
+}
+
+void WorkerEngine::tellConnectDown(const QString& why)
+{
+    if (m_connectId == 0) {
         return;
     }
     const OrderFailure failure = OrderFailure::of(Code::NotConnected, why);

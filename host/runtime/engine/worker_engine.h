@@ -7,6 +7,7 @@
 #include <runtime/engine/round_trips.h>
 #include <runtime/engine/worker_action.h>
 
+#include <plugin_management/link_options.h>
 #include <plugin_management/worker_statistics.h>
 
 /// What a worker decides: which instruction runs, which reply answers it, when it has failed, and
@@ -32,6 +33,8 @@ public:
     int declareFunction(const QString& name);
     void setKeepAlive(const QString& function, const ParameterMap& parameters, int intervalMs);
     void setFraming(const ReplyFraming& framing) { m_exchange.setFraming(framing); }
+    /// What lies below the worker. Not while a connect runs or the link is open.
+    void setLinkOptions(const LinkOptions& options);
 
     // What users ask for.
     /// Takes an instruction; false, with the reason, when it cannot be taken.
@@ -59,6 +62,8 @@ public:
 
     // What the world does.
     void received(const char* data, int size, qint64 nowUs);
+    /// Replies that are another's have come, and were dropped.
+    void dropped(int size);
     void linkOpened(qint64 nowUs);
     void linkFailed(const QString& why, qint64 nowUs);
     void linkEnded(const QString& why, qint64 nowUs);
@@ -71,6 +76,11 @@ public:
     /// When to call timePassed().
     qint64 wakeAtUs() const;
 
+    /// True while nothing that comes can be the reply to a request.
+    bool awaitsNothing() const { return m_phase != Phase::InFlight && m_phase != Phase::Calling; }
+    const ReplyFraming& framing() const { return m_exchange.framing(); }
+    /// True while no connect runs and there is no link.
+    bool isUnlinked() const { return m_connectId == 0 && m_link.isClosed(); }
     quint64 currentId() const { return m_current ? m_current->id : 0; }
     ParameterMap currentParameters() const;
     const LinkKeeper::Endpoint& endpoint() const { return m_link.endpoint(); }
@@ -108,6 +118,7 @@ private:
     void replaceLink(const QString& why, qint64 nowUs);
     void declareLost(const QString& why, qint64 nowUs);
     void tellState(bool open, const QString& why);
+    void tellConnectDown(const QString& why);
 
     // What an instruction touches, together.
     WorkerActions m_actions;
@@ -125,6 +136,7 @@ private:
 
     // What it does not.
     QString m_endedWhy;
+    bool m_tellsRepliesApart = false; ///< a late reply is never taken for the next one's
     bool m_opensFirst = false; ///< the next link is a connect's own
     quint64 m_connectId = 0; ///< the running connect
     std::vector<Function> m_functions; ///< by number

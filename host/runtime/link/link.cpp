@@ -135,6 +135,8 @@ void Link::handleReady(quint32 events)
     Q_UNUSED(events)
     if (m_isConnecting) {
         finishConnecting();
+    } else if (m_isSecuring) {
+        shakeHands();
     } else {
         m_events.readable();
     }
@@ -156,13 +158,48 @@ void Link::finishConnecting()
     }
     m_isConnecting = false;
     m_addresses.clear();
+    if (m_tlsSettings) {
+        secure();
+        return;
+    }
     m_socket.adopt(m_descriptor, m_host, m_address, m_port);
+    m_events.opened();
+}
+
+void Link::secure()
+{
+    m_tls = std::make_unique<TlsStream>(m_descriptor, m_host, *m_tlsSettings,
+                                        TlsStream::More{this, &Link::watchFor});
+    m_isSecuring = true;
+    shakeHands();
+}
+
+// A loop waits for room to write as a way to come back at once.
+void Link::watchFor(bool more)
+{
+    m_reactor->change(m_descriptor, more ? EPOLLIN | EPOLLOUT : EPOLLIN);
+}
+
+void Link::shakeHands()
+{
+    const TlsStream::Handshake state = m_tls->shakeHands();
+    if (state == TlsStream::Handshake::Under) {
+        return;
+    }
+    m_isSecuring = false;
+    if (state == TlsStream::Handshake::Failed) {
+        m_events.failed(m_tls->trouble());
+        return;
+    }
+    m_socket.adopt(*m_tls, m_host, m_address, m_port);
     m_events.opened();
 }
 
 void Link::look()
 {
-    pollfd ready{m_descriptor, static_cast<short>(m_isConnecting ? POLLOUT : POLLIN), 0};
+    const bool hasMore = m_tls && m_tls->hasMore();
+    const int wanted = m_isConnecting || hasMore ? POLLIN | POLLOUT : POLLIN;
+    pollfd ready{m_descriptor, static_cast<short>(wanted), 0};
     if (m_descriptor >= 0 && ::poll(&ready, 1, 0) > 0) {
         handleReady(0);
     }
@@ -173,8 +210,13 @@ void Link::closeDescriptor()
     if (m_descriptor < 0) {
         return;
     }
+    if (m_tls) {
+        m_tls->end();
+        m_tls.reset();
+    }
     m_reactor->unwatch(m_descriptor);
     ::close(m_descriptor);
     m_descriptor = -1;
     m_isConnecting = false;
+    m_isSecuring = false;
 }

@@ -2,6 +2,7 @@
 
 #include <runtime/link/link_socket.h>
 #include <runtime/link/name_lookup.h>
+#include <runtime/link/tls_stream.h>
 #include <runtime/loop/reactor.h>
 
 /// The way to one device: looks its name up, connects, and tells what comes of it. At most one
@@ -22,6 +23,8 @@ public:
     ~Link();
     Q_DISABLE_COPY(Link)
 
+    /// Secures every connection from the next attempt on; null: none.
+    void setTls(std::unique_ptr<TlsSettings> settings) { m_tlsSettings = std::move(settings); }
     /// Begins an attempt; what there is of a link is closed first. It ends in opened or failed, or
     /// in close().
     void open(const QString& host, quint16 port);
@@ -38,11 +41,16 @@ private:
     void handleReady(quint32 events);
     void finishConnecting();
     void closeDescriptor();
+    void secure();
+    void shakeHands();
+    void watchFor(bool more);
 
     Events m_events;
     LinkSocket m_socket;
     NameLookup m_lookup;
     std::shared_ptr<Reactor> m_reactor;
+    std::unique_ptr<TlsSettings> m_tlsSettings;
+    std::unique_ptr<TlsStream> m_tls;
     QString m_host;
     quint16 m_port = 0;
     QList<QHostAddress> m_addresses; ///< not tried yet
@@ -50,4 +58,5 @@ private:
     QString m_trouble;
     int m_descriptor = -1;
     bool m_isConnecting = false;
+    bool m_isSecuring = false;
 };

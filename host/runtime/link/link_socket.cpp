@@ -6,12 +6,16 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
+#include <utility>
 
 namespace {
 
 constexpr std::size_t drainSize = 4096;
+constexpr std::size_t rawSize = 1536; // what becomes of it fits into what readers bring along
 
 } // namespace
 
@@ -23,17 +27,39 @@ void LinkSocket::adopt(int descriptor, const QString& peerName, const QHostAddre
                        quint16 port)
 {
     m_descriptor = descriptor;
+    begin(peerName, peer, port);
+}
+
+void LinkSocket::adopt(Stream& stream, const QString& peerName, const QHostAddress& peer,
+                       quint16 port)
+{
+    m_stream = &stream;
+    begin(peerName, peer, port);
+}
+
+void LinkSocket::begin(const QString& peerName, const QHostAddress& peer, quint16 port)
+{
     setPeerName(peerName);
     setPeerAddress(peer);
     setPeerPort(port);
     setOpenMode(ReadWrite | Unbuffered);
     setSocketState(ConnectedState);
+    if (m_translation) {
+        m_translation->begin();
+        m_translated.clear();
+    }
     beginRequest();
+}
+
+void LinkSocket::setTranslation(std::unique_ptr<Translation> translation)
+{
+    m_translation = std::move(translation);
 }
 
 void LinkSocket::end()
 {
     m_descriptor = -1;
+    m_stream = nullptr;
     setPeerAddress(QHostAddress());
     setSocketState(UnconnectedState);
 }
@@ -42,10 +68,21 @@ void LinkSocket::beginRequest()
 {
     m_hasWritten = false;
     m_isStale = false;
+    endRequest();
+}
+
+void LinkSocket::endRequest()
+{
+    if (m_translation) {
+        m_translation->endRequest();
+    }
 }
 
 qint64 LinkSocket::bytesAvailable() const
 {
+    if (m_stream != nullptr) {
+        return m_stream->waiting();
+    }
     int count = 0;
     const bool known = m_descriptor >= 0 && ::ioctl(m_descriptor, FIONREAD, &count) == 0;
     return known ? count : 0;
@@ -53,17 +90,56 @@ qint64 LinkSocket::bytesAvailable() const
 
 qint64 LinkSocket::receive(char* data, qint64 size)
 {
+    return m_translation ? receiveTranslated(data, size) : receiveRaw(data, size);
+}
+
+qint64 LinkSocket::receiveTranslated(char* data, qint64 size)
+{
+    if (m_translated.isEmpty() && !translateMore()) {
+        return -1;
+    }
+    const auto taken = static_cast<int>(std::min<qint64>(size, m_translated.size()));
+    std::memcpy(data, m_translated.constData(), static_cast<std::size_t>(taken));
+    m_translated.remove(0, taken);
+    return taken;
+}
+
+// False when the connection has ended.
+bool LinkSocket::translateMore()
+{
+    std::array<char, rawSize> raw;
+    const qint64 count = receiveRaw(raw.data(), raw.size());
+    if (count <= 0) {
+        return count == 0;
+    }
+    m_translated = m_translation->fromWire(raw.data(), static_cast<int>(count));
+    const int dropped = m_translation->takeDropped();
+    if (dropped > 0) {
+        m_watch.dropped(dropped);
+    }
+    if (m_translation->isFlooded()) {
+        fail(NetworkError, QStringLiteral("the device sends replies that nobody asked for"));
+    }
+    return state() == ConnectedState;
+}
+
+qint64 LinkSocket::receiveRaw(char* data, qint64 size)
+{
     if (state() != ConnectedState) {
         return -1;
     }
+    if (m_stream != nullptr) {
+        return receiveFrom(*m_stream, data, size);
+    }
     const ssize_t count = ::recv(m_descriptor, data, static_cast<std::size_t>(size), MSG_DONTWAIT);
     if (count > 0) {
+        m_watch.passed(false, data, static_cast<int>(count));
         return count;
     }
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
         return 0;
     }
-    fail(count == 0 ? ECONNRESET : errno);
+    failBySystem(count == 0 ? ECONNRESET : errno);
     return -1;
 }
 
@@ -73,12 +149,18 @@ qint64 LinkSocket::readData(char* data, qint64 size)
     if (m_isStale || size == 0) { // readAll() asks for nothing when size() has told of nothing
         return 0;
     }
-    const qint64 count = receive(data, size);
+    const qint64 count = mustFindNothing() ? receiveRaw(data, size) : receive(data, size);
     if (count > 0 && !m_hasWritten) {
         m_isStale = true;
-        m_watch.drained(data, static_cast<int>(count));
+        m_watch.drained(static_cast<int>(count));
     }
     return count;
+}
+
+// Before a request, where a late reply could be taken for its own.
+bool LinkSocket::mustFindNothing() const
+{
+    return !m_hasWritten && !(m_translation && m_translation->tellsRepliesApart());
 }
 
 qint64 LinkSocket::size() const
@@ -103,28 +185,75 @@ qint64 LinkSocket::writeData(const char* data, qint64 size)
     if (m_isStale) {
         return size;
     }
+    const qint64 count = m_translation ? sendTranslated(data, size) : sendRaw(data, size);
+    if (count > 0) {
+        m_hasWritten = true;
+        m_watch.written(data, static_cast<int>(count));
+    }
+    return count;
+}
+
+// A frame leaves whole or not at all.
+qint64 LinkSocket::sendTranslated(const char* data, qint64 size)
+{
+    const QByteArray wire = m_translation->toWire(data, static_cast<int>(size));
+    const qint64 count = wire.isEmpty() ? 0 : sendRaw(wire.constData(), wire.size());
+    return count > 0 && count == wire.size() ? size : std::min<qint64>(count, 0);
+}
+
+qint64 LinkSocket::sendRaw(const char* data, qint64 size)
+{
+    if (m_stream != nullptr) {
+        return sendBy(*m_stream, data, size);
+    }
     const ssize_t count =
         ::send(m_descriptor, data, static_cast<std::size_t>(size), MSG_DONTWAIT | MSG_NOSIGNAL);
     const int error = count < 0 ? errno : EAGAIN;
     if (count > 0) {
-        m_hasWritten = true;
-        m_watch.written(data, static_cast<int>(count));
+        m_watch.passed(true, data, static_cast<int>(count));
     }
     if (count == size) {
         return count;
     }
     // With one request out at a time the system always has room for it, unless the device has
     // stopped reading. What is left of it will never leave.
-    fail(error);
-    return -1;
+    failBySystem(error);
+    return count > 0 ? count : -1;
 }
 
-void LinkSocket::fail(int error)
+qint64 LinkSocket::receiveFrom(Stream& stream, char* data, qint64 size)
+{
+    const qint64 count = stream.receive(data, size);
+    if (count > 0) {
+        m_watch.passed(false, data, static_cast<int>(count));
+    } else if (count < 0) {
+        fail(NetworkError, stream.trouble());
+    }
+    return count;
+}
+
+qint64 LinkSocket::sendBy(Stream& stream, const char* data, qint64 size)
+{
+    const qint64 count = stream.send(data, size);
+    if (count > 0) {
+        m_watch.passed(true, data, static_cast<int>(count));
+    } else if (count < 0) {
+        fail(NetworkError, stream.trouble());
+    }
+    return count;
+}
+
+void LinkSocket::failBySystem(int error)
 {
     const bool closed = error == ECONNRESET || error == EPIPE;
-    setSocketError(closed ? RemoteHostClosedError : NetworkError);
-    setErrorString(closed ? QStringLiteral("the device closed the connection")
-                          : qt_error_string(error));
+    fail(closed ? RemoteHostClosedError : NetworkError,
+         closed ? QStringLiteral("the device closed the connection") : qt_error_string(error));
+}
+
+void LinkSocket::fail(SocketError error, const QString& why)
+{
+    setSocketError(error);
+    setErrorString(why);
     setSocketState(UnconnectedState);
 }
 

@@ -1,8 +1,13 @@
 #pragma once
 
+#include <runtime/link/stream.h>
+#include <runtime/link/translation.h>
+
 #include <plugin_management/fast_delegate.h>
 
 #include <QAbstractSocket>
+
+#include <memory>
 
 /// A connected TCP socket without buffers: what is written leaves within the write, what has
 /// arrived is fetched by the read. One object serves all connections of a link, one after the
@@ -17,22 +22,32 @@ class LinkSocket : public QAbstractSocket
     Q_OBJECT
 
 public:
-    /// What a worker function has done: bytes that it wrote, or that it read before.
+    /// What passes the socket.
     struct Watch
     {
-        fastdelegate::Delegate<void, const char*, int> written;
-        fastdelegate::Delegate<void, const char*, int> drained;
+        fastdelegate::Delegate<void, const char*, int> written; ///< by a worker function, and left
+        fastdelegate::Delegate<void, int> drained; ///< bytes that it read before
+        fastdelegate::Delegate<void, int> dropped; ///< bytes of replies that are another's
+        /// What leaves (true) or arrives, as it goes over the wire.
+        fastdelegate::Delegate<void, bool, const char*, int> passed;
     };
 
     explicit LinkSocket(const Watch& watch);
     ~LinkSocket() override;
 
+    /// What stands between the worker and the wire; null: nothing. Not while there is a connection.
+    void setTranslation(std::unique_ptr<Translation> translation);
     /// Takes \a descriptor over, which is connected to \a peer.
     void adopt(int descriptor, const QString& peerName, const QHostAddress& peer, quint16 port);
+    /// Goes by \a stream from here on, to which the peer's descriptor was handed; it must outlive
+    /// the connection.
+    void adopt(Stream& stream, const QString& peerName, const QHostAddress& peer, quint16 port);
     /// Closes the connection; the object can adopt another.
     void end();
     /// A worker function begins: what it reads from here on answers nothing that it has written.
     void beginRequest();
+    /// Nobody waits for a reply any more.
+    void endRequest();
     /// Takes what has arrived, for whoever runs the link.
     qint64 receive(char* data, qint64 size);
 
@@ -56,10 +71,24 @@ protected:
     qint64 writeData(const char* data, qint64 size) override;
 
 private:
-    void fail(int error);
+    qint64 receiveRaw(char* data, qint64 size);
+    qint64 receiveTranslated(char* data, qint64 size);
+    bool translateMore();
+    qint64 sendRaw(const char* data, qint64 size);
+    qint64 sendTranslated(const char* data, qint64 size);
+    bool mustFindNothing() const;
+    void failBySystem(int error);
+    void fail(SocketError error, const QString& why);
+
+    void begin(const QString& peerName, const QHostAddress& peer, quint16 port);
+    qint64 receiveFrom(Stream& stream, char* data, qint64 size);
+    qint64 sendBy(Stream& stream, const char* data, qint64 size);
 
     int m_descriptor = -1;
+    Stream* m_stream = nullptr; ///< in the descriptor's place
     bool m_hasWritten = false;
     bool m_isStale = false;
     Watch m_watch;
+    std::unique_ptr<Translation> m_translation;
+    QByteArray m_translated; ///< not taken yet
 };

@@ -31,7 +31,10 @@ WorkerShell::WorkerShell(DAbstractWorker& worker)
       m_link({{this, &WorkerShell::handleOpened},
               {this, &WorkerShell::handleFailed},
               {this, &WorkerShell::handleReadable}},
-             {{this, &WorkerShell::handleWritten}, {this, &WorkerShell::handleDrained}}),
+             {{this, &WorkerShell::handleWritten},
+              {this, &WorkerShell::handleDrained},
+              {this, &WorkerShell::handleDropped},
+              {this, &WorkerShell::trace}}),
       m_due({this, &WorkerShell::handleDue})
 {
 }
@@ -72,6 +75,26 @@ bool WorkerShell::stop(quint64 id)
     return stopped;
 }
 
+bool WorkerShell::setLinkOptions(const LinkOptions& options, QString& refusal)
+{
+    if (!m_engine.isUnlinked()) {
+        refusal = QStringLiteral("the connection is in use; disconnect first");
+        return false;
+    }
+    refusal = Translation::refusal(options, m_engine.framing());
+    auto tls = options.tls ? std::make_unique<TlsSettings>() : nullptr;
+    if (refusal.isEmpty() && tls) {
+        refusal = tls->load(options);
+    }
+    if (!refusal.isEmpty()) {
+        return false;
+    }
+    m_link.setTls(std::move(tls));
+    m_engine.setLinkOptions(options);
+    m_link.socket().setTranslation(Translation::make(options));
+    return true;
+}
+
 bool WorkerShell::connectLink(const ParameterMap& parameters, ParameterMap& result)
 {
     if (!m_engine.beginConnect(parameters, result, steadyNowUs())) {
@@ -106,11 +129,13 @@ void WorkerShell::handleFailed(const QString& why)
 
 void WorkerShell::handleReadable()
 {
+    if (m_engine.awaitsNothing()) {
+        m_link.socket().endRequest();
+    }
     std::array<char, readSize> bytes;
     const auto size = static_cast<int>(m_link.socket().receive(bytes.data(), bytes.size()));
     m_nowUs = steadyNowUs();
     if (size > 0) {
-        trace(false, bytes.data(), size);
         m_engine.received(bytes.data(), size, m_nowUs);
     }
     noteEnd();
@@ -124,17 +149,11 @@ void WorkerShell::handleDue()
     perform();
 }
 
-void WorkerShell::handleWritten(const char* data, int size)
-{
-    m_engine.requestLeft(data, size);
-    trace(true, data, size);
-}
+void WorkerShell::handleWritten(const char* data, int size) { m_engine.requestLeft(data, size); }
 
-void WorkerShell::handleDrained(const char* data, int size)
-{
-    m_engine.drained(size);
-    trace(false, data, size);
-}
+void WorkerShell::handleDrained(int size) { m_engine.drained(size); }
+
+void WorkerShell::handleDropped(int size) { m_engine.dropped(size); }
 
 // Reading and writing find the end of a link without a word.
 void WorkerShell::noteEnd()

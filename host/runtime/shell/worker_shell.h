@@ -35,6 +35,9 @@ public:
                QString& refusal);
     bool stop(quint64 id);
 
+    /// False, with the reason, when they cannot be taken now.
+    bool setLinkOptions(const LinkOptions& options, QString& refusal);
+
     bool connectLink(const ParameterMap& parameters, ParameterMap& result);
     bool disconnectLink(ParameterMap& result);
 
@@ -55,7 +58,8 @@ private:
     void handleReadable();
     void handleDue();
     void handleWritten(const char* data, int size);
-    void handleDrained(const char* data, int size);
+    void handleDrained(int size);
+    void handleDropped(int size);
 
     void noteEnd();
 

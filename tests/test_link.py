@@ -1,0 +1,345 @@
+#!/usr/bin/env python3
+"""What lies between the module and its device, end to end: every command of the module through each
+link option. CTest passes the programs in the environment."""
+
+import json
+import os
+import pathlib
+import socket
+import socketserver
+import ssl
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+
+from programs import PATIENCE, parse
+
+sys.path.append(str(pathlib.Path(__file__).parent / "devices"))
+from certificates import AUTHORITY, USUAL, Certificates  # noqa: E402
+import raw_device  # noqa: E402  its tables, and what it answers
+
+HOST = os.environ["DRIVER_HOST"]
+ORDERS = [  # command, its parameters, what comes of it
+    ("read", ("coilsRegister", 0, 9), [0x4900]),
+    ("read", ("inputStatus", 0, 16), [0x2180]),
+    ("read", ("holdingRegisters", 100, 63), [258, 772, 1286, 1800, 2314, 2828, 3342, 3856, 4370, 4884]
+     + [0] * 53),
+    ("read", ("inputRegisters", 200, 2), [7, 65535]),
+    ("read", ("holdingRegisters", 9999, 1), "device_exception 2"),
+    ("write", ("coilsRegister", 301, [1]), [1]),
+    ("write", ("singleRegister", 310, [4660]), [1]),
+    ("write", ("multipleCoils", 331, [0x0500, 0, 0]), "device_exception 3"),
+    ("write", ("multipleRegisters", 320, list(range(121))), [1]),
+    ("deviceInformation", (), b"\x01\xffraw device".hex()),
+    ("read", ("holdingRegisters", 310, 1), [4660]),
+    ("read", ("holdingRegisters", 439, 2), [119, 120]),
+]
+
+
+def order(number, device, command, values):
+    names = ("registerType", "register", "data" if command == "write" else "dataSize")
+    return {"id": number, "device": device, "command": command,
+            "parameters": dict(zip(names, values))}
+
+
+def connect(device, **parameters):
+    return {"id": "to " + device, "device": device, "command": "connect", "parameters": parameters}
+
+
+def run(lines):
+    """Exit code, and what has come of each order."""
+    done = subprocess.run([HOST, "run", "-"], input="".join(json.dumps(each) + "\n" for each in lines),
+                          capture_output=True, encoding="utf-8", timeout=PATIENCE)
+    came = {}
+    for event in map(parse, done.stdout.splitlines()):
+        if event["event"] == "result":
+            value = event["value"]
+            came[event["id"]] = value["info"][-24:] if isinstance(value, dict) else value
+        elif event["event"] == "error":
+            came[event["id"]] = f"{event['code']} {event.get('exceptionCode', event['message'])}"
+    return done.returncode, came
+
+
+class UnitDevice(socketserver.ThreadingTCPServer):
+    """Answers some units only; register 1000 holds the unit that is asked."""
+
+    daemon_threads = True
+    allow_reuse_address = True
+    request_queue_size = 300
+
+    def __init__(self, units):
+        self.units, self.ids = units, []
+        super().__init__(("127.0.0.1", 0), self.Client)
+        threading.Thread(target=self.serve_forever, args=(0.02,), daemon=True).start()
+
+    class Client(socketserver.StreamRequestHandler):
+        def handle(self):
+            while len(header := self.rfile.read(7)) == 7:
+                transaction, _, length, unit = struct.unpack(">HHHB", header)
+                pdu = self.rfile.read(length - 1)
+                self.server.ids.append(transaction)
+                if unit in self.server.units:
+                    reply = raw_device.answer(pdu[0], pdu[1:])
+                    if pdu == b"\x03\x03\xe8\x00\x01":
+                        reply = b"\x03\x02" + struct.pack(">H", unit)
+                    head = struct.pack(">HHHB", transaction, 0, len(reply) + 1, unit)
+                    self.wfile.write(head + reply)
+
+        def finish(self):
+            pass  # what is left to flush when the other side has gone is lost
+
+    def handle_error(self, request, client_address):
+        pass  # what the other side refuses is no fault of the device
+
+
+def crc(frame):
+    """As shifts of a whole number: the remainder by the mirrored polynomial."""
+    rest = 0xFFFF
+    for byte in frame:
+        rest ^= byte
+        for _ in range(8):
+            rest = rest >> 1 ^ 0xA001 * (rest & 1)
+    return struct.pack("<H", rest)
+
+
+class RtuDevice(UnitDevice):
+    """The same as RTU frames. Each third reply is spoiled, if told to."""
+
+    spoils = False
+
+    class Client(UnitDevice.Client):
+        SIZES = {1: 6, 2: 6, 3: 6, 4: 6, 5: 6, 6: 6, 17: 2}
+
+        def handle(self):
+            while len(head := self.rfile.read(2)) == 2:
+                size = self.SIZES.get(head[1])
+                frame = head + self.rfile.read(size - 2 if size else 5)
+                frame += b"" if size else self.rfile.read(frame[6])
+                assert self.rfile.read(2) == crc(frame)
+                self.server.ids.append(frame[0])
+                reply = frame[:1] + raw_device.answer(frame[1], frame[2:])
+                if frame[0] not in self.server.units:
+                    continue
+                check = crc(reply)
+                if self.server.spoils and len(self.server.ids) % 3 == 0:
+                    check = check[::-1]
+                self.wfile.write(reply + check)
+
+
+class TlsDevice(UnitDevice):
+    """Answers unit 0 over TLS, with a certificate that it is given."""
+
+    def __init__(self, certificate, key, clients_of=None, newest=ssl.TLSVersion.TLSv1_3):
+        self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        self.context.set_ciphers("DEFAULT:@SECLEVEL=0")
+        self.context.maximum_version = newest
+        self.context.load_cert_chain(certificate, key)
+        if clients_of is not None:
+            self.context.verify_mode = ssl.CERT_REQUIRED
+            self.context.load_verify_locations(clients_of)
+        super().__init__({0})
+
+    class Client(UnitDevice.Client):
+        def setup(self):
+            self.request = self.server.context.wrap_socket(self.request, server_side=True)
+            super().setup()
+
+        def finish(self):
+            self.request.close()
+            super().finish()
+
+
+def half_records(context, server):
+    """Answers requests with their number, as a value; behind the first reply comes a half of a
+    stale one, and its other half behind the second request."""
+    number, rest = 0, b""
+    while True:
+        client = server.accept()[0]
+        arrived, leaving = ssl.MemoryBIO(), ssl.MemoryBIO()
+        tls = context.wrap_bio(arrived, leaving, server_side=True)
+
+        def call(function, *values, client=client, arrived=arrived, leaving=leaving):
+            while True:
+                try:
+                    return function(*values)
+                except ssl.SSLWantReadError:
+                    client.sendall(leaving.read())
+                    arrived.write(client.recv(4096)) or arrived.write_eof()
+                except ssl.SSLError:
+                    return None
+
+        def reply(value, tls=tls, leaving=leaving):
+            tls.write(bytes.fromhex("aabb000000050003020000")[:-2] + struct.pack(">H", value))
+            return leaving.read()
+
+        call(tls.do_handshake)
+        while call(tls.read, 12):
+            number += 1
+            whole = reply(number)
+            stale = reply(999) if number == 1 else b""
+            client.sendall(rest + whole + stale[:10])
+            rest = stale[10:]
+        client.close()
+        rest = b""
+
+
+class LinkTest(unittest.TestCase):
+    def check_orders(self, link, **endpoint):
+        """All commands of the module, one after the other."""
+        orders = [order(n, "d", command, values) for n, (command, values, _) in enumerate(ORDERS)]
+        code, came = run([{"device": "d", "link": link}, connect("d", **endpoint), *orders])
+        self.assertEqual(code, 1)  # as some are answered by exceptions
+        for number, (*given, expected) in enumerate(ORDERS):
+            with self.subTest(link=link, order=given):
+                self.assertEqual(came.get(number), expected)
+
+    def serve(self, device):
+        self.addCleanup(device.server_close)
+        self.addCleanup(device.shutdown)
+        return device
+
+
+class Units(LinkTest):
+    def device(self, units):
+        return self.serve(UnitDevice(units))
+
+    def test_one_unit_only(self):
+        device = self.device({5})
+        port = device.server_address[1]
+        self.check_orders({"unit": 5}, host="127.0.0.1", port=port)
+        self.assertEqual(set(device.ids), {0xAABB})
+        device.ids.clear()
+        self.check_orders({"unit": 5, "transactionIds": True}, host="127.0.0.1", port=port)
+        self.assertEqual(device.ids, list(range(1, len(ORDERS) + 1)))
+
+    def test_every_unit(self):
+        port = self.device(range(248)).server_address[1]
+        lines = []
+        for unit in range(248):
+            name = str(unit)
+            lines += [{"device": name, "link": {"unit": unit}},
+                      connect(name, host="127.0.0.1", port=port),
+                      order(unit, name, "read", ("holdingRegisters", 1000, 1))]
+        code, came = run(lines)
+        self.assertEqual(code, 0)
+        self.assertEqual([came[unit] for unit in range(248)], [[unit] for unit in range(248)])
+
+    def test_rtu(self):
+        device = self.serve(RtuDevice({7}))
+        port = device.server_address[1]
+        self.check_orders({"unit": 7, "rtu": True}, host="127.0.0.1", port=port)
+        device.spoils = True
+        orders = [order(n, "d", "read", ("holdingRegisters", 100, 1)) for n in range(9)]
+        came = run([{"device": "d", "link": {"unit": 7, "rtu": True}},
+                    connect("d", host="127.0.0.1", port=port), *orders])[1]
+        values = [came[n] if came[n] == [258] else came[n].split()[0] for n in range(9)]
+        self.assertEqual(values, [[258], [258], "bad_reply"] * 3)
+
+    def test_a_module_without_units(self):
+        done = subprocess.run([HOST, "--plugin", os.environ["SAMPLE_MODULE"], "get", "--host=a",
+                               "--name=level", "--unit=1"], capture_output=True, encoding="utf-8")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn("this module does not speak", done.stderr)
+
+
+class Tls(LinkTest):
+    BAD = [  # how it was issued, what is said of it
+        ({"end": "20200102000000Z"}, "has expired, on 2020-01-02T00:00:00Z; "),
+        ({"start": "20490101000000Z"}, "is not valid before 2049-01-01T00:00:00Z; "),
+        ({"subjectAltName": "DNS:other.example"}, "is for other.example; "),
+        ({"issuer": None}, "is signed by itself; "),
+        ({"issuer": "stranger"}, "comes from an authority that is not known here; "),
+        ({"issuer": "stranger", "shown": "chain"}, "is that of an authority that is not believed; "),
+        ({"issuer": "good", "shown": "chain"}, "is used as an authority's, and is none; "),
+        ({"extendedKeyUsage": "clientAuth"}, "is not meant for a server; "),
+        ({"size": 1024}, "has a key that is too weak; "),
+        ({"altered": True}, "has a wrong signature, it was altered; "),
+    ]
+    REFUSED = [  # what is wrong with both sides, what is said of it
+        ({"clients_of": "authority"}, {}, "wants a certificate of ours; "),
+        ({"clients_of": "stranger"}, {"tlsCert": "ours", "tlsKey": "ours"},
+         "does not know the authority of our certificate; "),
+        ({"newest": ssl.TLSVersion.TLSv1_1}, {}, "no TLS 1.2 or newer; "),
+    ]
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.files = Certificates(folder.name)
+        for name in ("authority", "stranger"):
+            cls.files.issue(name, **AUTHORITY)
+        cls.files.issue("good", "authority")
+        cls.files.issue("ours", "authority", extendedKeyUsage="clientAuth")
+
+    def device(self, name="good", shown="pem", clients_of=None, **options):
+        if clients_of:
+            options["clients_of"] = self.files.file(clients_of, "pem")
+        device = TlsDevice(self.files.file(name, shown), self.files.file(name, "key"), **options)
+        return self.serve(device).server_address[1]
+
+    def link(self, **options):
+        for option, kind in (("tlsCert", "pem"), ("tlsKey", "key")):
+            if option in options:
+                options[option] = self.files.file(options[option], kind)
+        return {"tls": True, "tlsCa": self.files.file("authority", "pem"), **options}
+
+    def read(self, port, host="127.0.0.1", **link):
+        code, came = run([{"device": "d", "link": self.link(**link)},
+                          connect("d", host=host, port=port),
+                          order(1, "d", "read", ("holdingRegisters", 100, 1))])
+        return f"{came['to d']}; {came[1]}"
+
+    def test_all_commands(self):
+        port = self.device()
+        self.check_orders(self.link(), host="127.0.0.1", port=port)
+        self.check_orders(self.link(transactionIds=True, tlsName="pump.example"), host="localhost",
+                          port=port)
+
+    def test_bad_certificates(self):
+        for number, (how, says) in enumerate(self.BAD):
+            how, name = {"issuer": "authority", **how}, f"bad{number}"
+            with self.subTest(how):
+                shown, altered = how.pop("shown", "pem"), how.pop("altered", False)
+                extensions = {key: how.pop(key) for key in set(how) & set(USUAL)}
+                self.files.issue(name, **how, **(USUAL | extensions))
+                if altered:
+                    self.files.alter(name)
+                came = self.read(self.device(name, shown))
+                self.assertRegex(came, f"cannot connect to .*certificate( of '\\w+')? {says}")
+
+    def test_what_the_device_refuses(self):
+        for device, link, says in self.REFUSED:
+            with self.subTest(device=device, link=link):
+                came = self.read(self.device(**device), **link)
+                self.assertIn(says, came)
+        known = self.device(clients_of="authority")
+        self.check_orders(self.link(tlsCert="ours", tlsKey="ours"), host="127.0.0.1", port=known)
+
+    def test_half_a_record_answers_nothing(self):
+        device = TlsDevice(self.files.file("good", "pem"), self.files.file("good", "key"))
+        device.server_close()
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            threading.Thread(target=half_records, args=(device.context, server), daemon=True).start()
+            orders = [order(n, "d", "read", ("holdingRegisters", 5, 1)) for n in (1, 2, 3)]
+            came = run([{"device": "d", "link": self.link()},
+                        connect("d", host="127.0.0.1", port=server.getsockname()[1]), *orders])[1]
+        self.assertEqual([came[n] for n in (1, 2, 3)], [[1], [2], [3]])
+
+    def test_what_is_no_tls(self):
+        for answer, says in ((b"HTTP/1.0 400 Bad Request\r\n\r\n", "does not speak TLS; check the port"),
+                             (b"", "closed the connection in the TLS handshake; check that TLS is")):
+            with self.subTest(answer), socket.create_server(("127.0.0.1", 0)) as server:
+                def serve(server=server, answer=answer):
+                    with server.accept()[0] as client:
+                        client.recv(4096)
+                        client.sendall(answer)
+                threading.Thread(target=serve, daemon=True).start()
+                self.assertIn(says, self.read(server.getsockname()[1]))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -62,8 +62,8 @@ bool couldBe(const Asked& asked, quint8 function, const QByteArray& data, const 
 
 } // namespace
 
-Book::Book(int object, quint16 port, Device& device)
-    : m_object(object), m_port(port), m_device(device)
+Book::Book(int object, quint16 port, const LinkOptions& options, Device& device)
+    : m_object(object), m_port(port), m_options(options), m_device(device)
 {
 }
 
@@ -136,6 +136,7 @@ void Book::objectMade()
 {
     m_isThere = true;
     m_isLeaving = false;
+    m_lastTransaction.clear();
 }
 
 void Book::objectLeaving()
@@ -242,7 +243,7 @@ void Book::checkRead(Open& open, const QVariant& value)
                 || (said.request != open.request
                     && couldBe(open.asked, said.sentFunction, said.sentData, value)));
     };
-    if (!m_device.hasSaid(isStale)) {
+    if (m_options.transactionIds || !m_device.hasSaid(isStale)) {
         fail(QStringLiteral("a value that was not said to this request"));
     }
     ++m_staleCopies;
@@ -328,7 +329,8 @@ void Book::noteAnswer(int number) { m_isAnswered = m_isAnswered || number == m_l
 void Book::noteTaint(const Open& open, const OrderFailure& failure)
 {
     using Code = OrderFailure::Code;
-    if (failure.code == Code::BadReply || failure.code == Code::Timeout) {
+    const bool isTimeout = failure.code == Code::Timeout && !m_options.transactionIds;
+    if (failure.code == Code::BadReply || isTimeout) {
         m_tainted = open.link;
     }
 }
@@ -430,11 +432,28 @@ int Book::numberOf(const QByteArray& request) const
     return it != m_open.end() ? it->first : 0;
 }
 
+void Book::checkHeader(const QByteArray& request)
+{
+    const QByteArray id = request.left(2);
+    const int unit = static_cast<uchar>(request.at(functionOffset - 1));
+    if (unit != std::max(0, m_options.unit)) {
+        fail(QStringLiteral("a request to unit %1").arg(unit));
+    }
+    if (m_options.transactionIds ? id == m_lastTransaction : id != QByteArray("\xaa\xbb")) {
+        fail(QStringLiteral("a request with a wrong transaction id"));
+    }
+    m_lastTransaction = id;
+}
+
 void Book::sends(quint64 link, const QByteArray& bytes)
 {
     const int number = numberOf(bytes);
     note("request", number, bytes);
-    if (m_flight && m_flight->link == link) {
+    checkHeader(bytes);
+    // With ids the link stays after a time-out, that of a stopped order and of the keep-alive too.
+    const bool mayBeOver = m_options.transactionIds && m_flight
+        && (m_flight->order == 0 || World::current()->nowUs() - m_flight->leftUs >= limitUs);
+    if (m_flight && m_flight->link == link && !mayBeOver) {
         fail(QStringLiteral("a request left while another one was out"));
     }
     if (number < 0) {
@@ -446,7 +465,7 @@ void Book::sends(quint64 link, const QByteArray& bytes)
     }
     m_lastAsked = number;
     m_isAnswered = false;
-    m_flight = Flight{link, number, awakeUs()};
+    m_flight = Flight{link, number, awakeUs(), World::current()->nowUs()};
     m_trafficUs = awakeUs();
     if (number == 0) {
         return;
@@ -484,7 +503,8 @@ void Book::receives(quint64 link, const QByteArray& bytes)
     note("receive", bytes.size(), bytes);
     m_trafficUs = awakeUs();
     m_hasReceived = true;
-    if (m_isAnswered) { // nothing asked for it, so it may answer what is asked next
+    if (m_isAnswered
+        && !m_options.transactionIds) { // nothing asked for it, so it may answer what is asked next
         m_tainted = link;
     }
     m_isVainKnown = m_isVainKnown && m_hasAnswered;
@@ -539,7 +559,8 @@ void Book::look()
     if (!m_isThere) {
         return;
     }
-    if (m_flight && m_flight->order != 0 && awakeUs() - m_flight->sinceUs > limitUs + turnUs) {
+    const bool isOut = m_flight && m_flight->order != 0 && m_open.count(m_flight->order) > 0;
+    if (isOut && awakeUs() - m_flight->sinceUs > limitUs + turnUs) {
         fail(QStringLiteral("order %1 has outlived its limit").arg(m_flight->order));
     }
     const bool isKept = connectOrder() != 0;

@@ -4,6 +4,7 @@
 #include "network.h"
 
 #include <plugin_management/d_orders.h>
+#include <plugin_management/link_options.h>
 #include <plugin_management/types.h>
 
 #include <map>
@@ -28,7 +29,7 @@ struct Asked
 class Book final : public Network::Watcher
 {
 public:
-    Book(int object, quint16 port, Device& device);
+    Book(int object, quint16 port, const LinkOptions& options, Device& device);
 
     // What the user does.
     /// An order is about to be started; gives back what begun() wants.
@@ -94,7 +95,8 @@ private:
     {
         quint64 link = 0;
         int order = 0; ///< 0: the keep-alive
-        qint64 sinceUs = 0;
+        qint64 sinceUs = 0; ///< while the process was awake
+        qint64 leftUs = 0;
     };
 
     void fail(const QString& rule) const;
@@ -108,6 +110,7 @@ private:
     void noteAnswer(int number);
     void noteTaint(const Open& open, const OrderFailure& failure);
     void checkEnd(const Open& open, const DOrder& order) const;
+    void checkHeader(const QByteArray& request);
     void checkTurn(const Open& open) const;
     void tick(Open& open);
     void checkDelay() const;
@@ -116,6 +119,7 @@ private:
 
     int m_object;
     quint16 m_port;
+    const LinkOptions& m_options;
     Device& m_device;
     bool m_isThere = false;
     bool m_isLeaving = false;
@@ -132,6 +136,7 @@ private:
 
     // The link.
     quint64 m_link = 0; ///< being tried or open
+    QByteArray m_lastTransaction; ///< its id
     int m_lastAsked = 0; ///< the order of the last request
     bool m_isAnswered = false; ///< that it has been told so
     quint64 m_tainted = 0; ///< nothing more may leave on it

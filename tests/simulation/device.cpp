@@ -177,8 +177,11 @@ void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
         return;
     }
     Wire& wire = m_wires[link];
+    const bool hasUnit = m_plan.links.at(static_cast<std::size_t>(m_number)).unit >= 0;
     const MisbehaviourKind* kind = drawKind(reply, wire);
-    said.isNeverGood = kind != nullptr && neverGood.count(kind->name) > 0;
+    said.isNeverGood = kind != nullptr
+        && (neverGood.count(kind->name) > 0
+            || (hasUnit && kind->name == std::string("other-unit")));
     const QByteArray now = kind != nullptr ? kind->now(reply, wire.lastReply) : reply;
     if (now.size() > dataOffset) {
         said.sentFunction = static_cast<quint8>(now.at(functionOffset));

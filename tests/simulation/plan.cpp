@@ -19,6 +19,15 @@ constexpr std::array<int, 5> nested{0, 1, 10, 50, 200};
 
 constexpr std::array<int, deedCount> usual{400, 30, 120, 20, 20, 1, 60, 12, 6, 10, 30, 10, 4};
 
+LinkOptions drawLink(Random& random)
+{
+    LinkOptions options;
+    options.keepTrying = random.oneIn(3);
+    options.unit = random.oneIn(3) ? random.below(256) : -1;
+    options.transactionIds = random.oneIn(3);
+    return options;
+}
+
 } // namespace
 
 const std::array<const char*, deedCount> deedNames{
@@ -43,6 +52,9 @@ Plan::Plan(quint64 givenSeed) : seed(givenSeed)
             kinds.push_back(&kind);
         }
     }
+    for (LinkOptions& link : links) {
+        link = drawLink(random);
+    }
     weights = usual;
     for (int& weight : weights) { // some do one thing most of the time, and another one never
         const int turn = random.below(10);
@@ -64,7 +76,7 @@ Plan Plan::quiet(quint64 seed, int days)
 
 std::vector<std::string> Plan::parts() const
 {
-    std::vector<std::string> names{"inside", "away", "cuts"};
+    std::vector<std::string> names{"inside", "away", "cuts", "link-options"};
     names.insert(names.end(), deedNames.begin(), deedNames.end());
     for (const MisbehaviourKind* kind : kinds) {
         names.emplace_back(kind->name);
@@ -81,6 +93,8 @@ bool Plan::leaveOut(const std::string& part)
         nestedPerMille = 0;
     } else if (part == "away") {
         upUs = 1000 * hour;
+    } else if (part == "link-options") {
+        links.fill({});
     } else if (part == "cuts") {
         cuts = false;
     } else {

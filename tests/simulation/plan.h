@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QtGlobal>
+#include <plugin_management/link_options.h>
 
 #include <array>
 #include <string>
@@ -35,7 +35,8 @@ struct Plan
     /// One device that does nothing wrong, read once a second for so long.
     static Plan quiet(quint64 seed, int days);
 
-    /// What can be left out: names of misbehaviours and deeds, "inside", "away" and "cuts".
+    /// What can be left out: names of misbehaviours and deeds, "inside", "away", "cuts" and
+    /// "link-options".
     std::vector<std::string> parts() const;
     /// False when there is no such part.
     bool leaveOut(const std::string& part);
@@ -45,6 +46,7 @@ struct Plan
     qint64 busyUs; ///< how long users and devices do what they like
     qint64 calmUs; ///< how long all is well after that
     int calmIntervalMs = 60000; ///< of the reads then
+    std::array<LinkOptions, 3> links; ///< of each object
     bool cuts = true; ///< the wire cuts what is sent
     int spoiledPerMille; ///< of the replies
     int nestedPerMille; ///< of the reports, in which something is done

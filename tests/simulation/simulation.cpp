@@ -24,7 +24,8 @@ constexpr quint16 firstPort = 502;
 struct Station
 {
     Station(const Plan& plan, int number, DAbstractPlugin* root)
-        : device(plan, number), book(number, static_cast<quint16>(firstPort + number), device),
+        : device(plan, number), book(number, static_cast<quint16>(firstPort + number),
+                                     plan.links.at(static_cast<std::size_t>(number)), device),
           user(plan, number, root, book)
     {
         Network::current()->listen(static_cast<quint16>(firstPort + number), &device, &book);

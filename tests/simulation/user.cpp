@@ -123,6 +123,7 @@ void User::make()
         m_root->createInstance(QUuid(static_cast<uint>(m_number), 0, 0, 0, 0, 0, 0, 0, 0, 0, 1)));
     m_object->setObjectName(text("object %1").arg(m_number));
     m_object->initPluginCommands();
+    m_object->setLinkOptions(m_plan.links.at(static_cast<std::size_t>(m_number)));
     m_book.objectMade();
     World::current()->note(m_number, "made");
     m_isTraced = false;

@@ -13,6 +13,7 @@ constexpr qint64 keepAliveUs = 5000 * ms;
 constexpr qint64 firstDelayUs = 250 * ms;
 constexpr qint64 longestDelayUs = 15000 * ms;
 constexpr qint64 longestLookUpUs = 8100 * ms;
+constexpr int fewBytes = 2048; // less than any flood brings
 constexpr int functionOffset = 7;
 constexpr int startOffset = 8;
 constexpr quint8 identify = 17;
@@ -325,10 +326,24 @@ void Book::ended(const DOrder& order)
 
 void Book::noteAnswer(int number) { m_isAnswered = m_isAnswered || number == m_lastAsked; }
 
+// Neither early, nor without a look at what had come.
+void Book::checkTimeout(const Open& open) const
+{
+    if (open.link == 0 || World::current()->nowUs() - open.leftUs < limitUs) {
+        fail(QStringLiteral("an order timed out before its time"));
+    }
+    if (open.link == m_leftUnread) {
+        fail(QStringLiteral("an order timed out while its reply was there"));
+    }
+}
+
 // Whatever comes next on that link could be what this order did not get.
 void Book::noteTaint(const Open& open, const OrderFailure& failure)
 {
     using Code = OrderFailure::Code;
+    if (failure.code == Code::Timeout) {
+        checkTimeout(open);
+    }
     const bool isTimeout = failure.code == Code::Timeout && !m_options.transactionIds;
     if (failure.code == Code::BadReply || isTimeout) {
         m_tainted = open.link;
@@ -401,6 +416,7 @@ void Book::attempts(quint64 link)
     m_link = link;
     m_isOpen = false;
     m_hasReceived = false;
+    m_receivedBytes = 0;
     m_hasAnswered = false;
     m_goneUs.reset();
     if (std::exchange(m_beginsAtOnce, false)) {
@@ -479,6 +495,7 @@ void Book::sends(quint64 link, const QByteArray& bytes)
     }
     open.request = m_device.lastRequest();
     open.link = link;
+    open.leftUs = World::current()->nowUs();
     open.leftAt = World::current()->moment();
     checkTurn(open);
 }
@@ -503,6 +520,7 @@ void Book::receives(quint64 link, const QByteArray& bytes)
     note("receive", bytes.size(), bytes);
     m_trafficUs = awakeUs();
     m_hasReceived = true;
+    m_receivedBytes += bytes.size();
     if (m_isAnswered
         && !m_options.transactionIds) { // nothing asked for it, so it may answer what is asked next
         m_tainted = link;
@@ -536,8 +554,10 @@ void Book::loses(quint64 link)
     linkGone();
 }
 
-void Book::closes(quint64 link)
+void Book::closes(quint64 link, int unread)
 {
+    const bool isFlooded = m_receivedBytes > fewBytes || unread > fewBytes;
+    m_leftUnread = unread > 0 && !isFlooded ? link : 0;
     note("close", static_cast<qint64>(link));
     linkGone();
     m_flight.reset();

@@ -54,7 +54,7 @@ public:
     void sends(quint64 link, const QByteArray& bytes) override;
     void receives(quint64 link, const QByteArray& bytes) override;
     void loses(quint64 link) override;
-    void closes(quint64 link) override;
+    void closes(quint64 link, int unread) override;
     void looksUp() override;
 
     /// What may be wrong without anything happening.
@@ -78,6 +78,7 @@ private:
         quint64 id = 0; ///< 0 until start() has returned it
         quint64 request = 0; ///< the last one that left for it
         quint64 link = 0; ///< on which it left
+        qint64 leftUs = 0;
         quint64 leftAt = 0; ///< the moment
         qint64 sinceUs = 0;
         quint64 idsBefore = 0; ///< the largest one that was known when it was started
@@ -108,6 +109,7 @@ private:
     void checkRead(Open& open, const QVariant& value);
     void checkWrite(Open& open, const QVariant& value);
     void noteAnswer(int number);
+    void checkTimeout(const Open& open) const;
     void noteTaint(const Open& open, const OrderFailure& failure);
     void checkEnd(const Open& open, const DOrder& order) const;
     void checkHeader(const QByteArray& request);
@@ -139,6 +141,8 @@ private:
     QByteArray m_lastTransaction; ///< its id
     int m_lastAsked = 0; ///< the order of the last request
     bool m_isAnswered = false; ///< that it has been told so
+    qint64 m_receivedBytes = 0; ///< on this link
+    quint64 m_leftUnread = 0; ///< the link that was closed last with bytes on it
     quint64 m_tainted = 0; ///< nothing more may leave on it
     bool m_isOpen = false;
     bool m_isTold = false; ///< connected, as told by the object

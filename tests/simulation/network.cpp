@@ -254,7 +254,7 @@ void Network::close(int descriptor)
         return;
     }
     const Port& there = portOf(*closed);
-    there.watcher->closes(closed->link);
+    there.watcher->closes(closed->link, closed->inbox.size());
     if (m_links.erase(closed->link) > 0) {
         there.listener->left(closed->link);
     }

@@ -35,7 +35,7 @@ public:
         virtual void sends(quint64 link, const QByteArray& bytes) = 0;
         virtual void receives(quint64 link, const QByteArray& bytes) = 0;
         virtual void loses(quint64 link) = 0; ///< the process has been told so
-        virtual void closes(quint64 link) = 0;
+        virtual void closes(quint64 link, int unread) = 0;
         virtual void looksUp() = 0; ///< the name of the device, which is an attempt too
     };
 

@@ -343,6 +343,7 @@ void Book::noteTaint(const Open& open, const OrderFailure& failure)
     using Code = OrderFailure::Code;
     if (failure.code == Code::Timeout) {
         checkTimeout(open);
+        m_flight.reset();
     }
     const bool isTimeout = failure.code == Code::Timeout && !m_options.transactionIds;
     if (failure.code == Code::BadReply || isTimeout) {

@@ -42,7 +42,7 @@ Plan::Plan(quint64 givenSeed) : seed(givenSeed)
     calmUs = random.oneIn(8) ? hour : 3 * minute;
     spoiledPerMille = spoiled[static_cast<std::size_t>(random.below(spoiled.size()))];
     nestedPerMille = nested[static_cast<std::size_t>(random.below(nested.size()))];
-    thinkUs = qMax(busyUs / random.between(20, 400), 2 * ms);
+    thinkUs = qMax(busyUs / random.between(10, 200), 2 * ms);
     upUs = random.oneIn(3) ? 10 * busyUs : qMax(busyUs / random.between(1, 20), 50 * ms);
     awayUs = random.spread(20 * ms, 5 * minute);
     latencyUs = random.spread(100, 200 * ms);

@@ -199,7 +199,7 @@ void User::connectIt()
     const QString name = text("device%1-%2").arg(m_plan.seed).arg(m_number);
     asked.parameters = {{text("host"), named ? name : text("10.0.0.1")},
                         {text("port"), firstPort + m_number},
-                        {text("timeout"), m_random.between(100, 3000)}};
+                        {text("timeout"), m_isCalm ? 3000 : m_random.between(100, 3000)}};
     start(asked);
 }
 

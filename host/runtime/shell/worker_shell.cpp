@@ -27,7 +27,7 @@ unsigned systemSeed()
 } // namespace
 
 WorkerShell::WorkerShell(DAbstractWorker& worker)
-    : m_worker(&worker), m_engine(systemSeed()),
+    : m_worker(&worker), m_engine(systemSeed()), // so that many do not come back at once
       m_link({{this, &WorkerShell::handleOpened},
               {this, &WorkerShell::handleFailed},
               {this, &WorkerShell::handleReadable}},

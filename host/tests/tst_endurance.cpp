@@ -36,7 +36,7 @@ void EnduranceTest::noOrderEndsWithAnothersValue()
 {
     QFETCH(bool, transactionIds);
     QFETCH(QList<Step>, faults);
-    constexpr int orders = 10000;
+    constexpr int orders = 4000; // simulated plants try millions
     constexpr int limitMs = 8;
     QRandomGenerator random(20240917);
     ScriptedDevice device;

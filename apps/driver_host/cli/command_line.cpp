@@ -154,8 +154,9 @@ QString Parser::fillCommand(const Subcommand& subcommand, Request& request) cons
 {
     QString error = subcommand.fill(request);
     if (m_scan && subcommand.name() == scanCommand().name) {
-        request.scan = m_scan;
-        request.scan->parameters = request.parameters;
+        ScanPlan plan = *m_scan;
+        plan.parameters = request.parameters;
+        request.scan = plan;
     }
     return error;
 }

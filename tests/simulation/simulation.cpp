@@ -65,7 +65,7 @@ public:
         each([](Station& one) { one.device.calmDown(); });
         each([](Station& one) { one.user.calmDown(); });
         pass(m_plan.calmUs);
-        each([](Station& one) { one.book.expectCalm(User::calmOrders); });
+        each([](Station& one) { one.book.expectCalm(User::calmOrders, one.user.statistics()); });
         each([](Station& one) { one.user.probe(); });
         pass(probeUs);
         each([this](Station& one) {

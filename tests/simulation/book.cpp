@@ -463,6 +463,12 @@ void Book::attempts(quint64 link)
     const auto connects = std::count_if(m_open.begin(), m_open.end(), [](const auto& one) {
         return one.second.asked.command == QLatin1String("connect");
     });
+    const bool isWanted = std::any_of(m_open.begin(), m_open.end(), [](const auto& one) {
+        return one.second.asked.command == QLatin1String("connect") && !one.second.isStopped;
+    });
+    if (!isWanted) {
+        fail(QStringLiteral("a link is tried that nobody wants"));
+    }
     if (m_goneUs && m_isVainKnown && m_vain > 0 && !m_beginsAtOnce && connects == 1
         && connectOrder() != 0) {
         const qint64 passedUs = World::current()->nowUs() - *m_goneUs;

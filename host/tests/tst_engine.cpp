@@ -77,6 +77,7 @@ public:
     ParameterMap reply; ///< of the last outcome
     bool hookAccepts = true;
     bool writes = true; ///< functions write a request and wait for its reply
+    bool stopsWhenDown = false; ///< who hears that the link is down stops the last instruction
     int waiting = 0; ///< bytes that a function finds on the link
     QByteArray inTime; ///< what has arrived when the shell looks once more
 
@@ -97,6 +98,9 @@ private:
             break;
         case Kind::TellState:
             done.append(action.flag ? QStringLiteral("up") : QStringLiteral("down"));
+            if (stopsWhenDown) {
+                engine.stop(lastId, nowUs);
+            }
             break;
         case Kind::OpenLink:
             waiting = 0;
@@ -175,6 +179,7 @@ private slots:
     void aLinkThatNobodyWantsEndsWithABadReply();
     void theEndOfALinkIsToldToWhomItWasTold_data();
     void theEndOfALinkIsToldToWhomItWasTold();
+    void aConnectThatIsStoppedInAReportOpensNothing();
     void aFirstAttemptIsTriedAgain();
     void numberedRequestsKeepTheLink();
 };
@@ -435,6 +440,17 @@ void EngineTest::theEndOfALinkIsToldToWhomItWasTold()
         world.start("disconnect");
     }
     QTEST(world.done.join(QLatin1Char(' ')), "decided");
+}
+
+void EngineTest::aConnectThatIsStoppedInAReportOpensNothing()
+{
+    World world;
+    world.connectNow();
+    world.engine.stop(1, world.nowUs);
+    world.run();
+    world.stopsWhenDown = true;
+    world.startConnect();
+    QCOMPARE(world.done.join(QLatin1Char(' ')), QStringLiteral("down close"));
 }
 
 // Whoever waits for the connection hears why there is none, once for each reason; orders do not

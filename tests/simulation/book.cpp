@@ -289,13 +289,9 @@ void Book::tick(Open& open)
     ++open.outcomes;
     const qint64 nowUs = World::current()->nowUs();
     open.lastUs = nowUs;
-    if (!open.asked.repeats() || open.firstUs < 0) {
-        open.firstUs = nowUs;
-        return;
-    }
-    // The first outcome may have come late in its own interval.
-    if (open.outcomes
-        > (nowUs - open.firstUs) / open.asked.intervalUs + 2 + limitUs / open.asked.intervalUs) {
+    // It may have been started while the process was late, so that its time is a little before.
+    if (open.asked.repeats()
+        && open.outcomes > (nowUs - open.sinceUs) / open.asked.intervalUs + 2) {
         fail(QStringLiteral("more repetitions than fell due"));
     }
 }
@@ -670,7 +666,7 @@ void Book::expectCalm(int openOrders, const WorkerStatistics& counted)
                  .arg(openOrders));
     }
     for (const auto& [number, open] : m_open) {
-        const qint64 passedUs = World::current()->nowUs() - open.firstUs;
+        const qint64 passedUs = World::current()->nowUs() - open.sinceUs;
         if (open.asked.repeats() && open.outcomes < passedUs / open.asked.intervalUs) {
             fail(QStringLiteral("all is well, and only %1 repetitions came").arg(open.outcomes));
         }

@@ -21,11 +21,13 @@ private slots:
     void refusals();
     void nothingIsReportedBeforeStartReturns();
     void aLoopInsideStartReportsOthersOnly();
+    void whatIsGivenInsideALoopOfAReportIsCarriedOut();
     void whatFailsAtOnce_data();
     void whatFailsAtOnce();
     void connectFails_data();
     void connectFails();
     void theLinkIsSetUpForTheField();
+    void aFloodOfRepliesEndsTheConnection();
 };
 
 void RuntimeTest::noOrderStopsAnothersInstruction()
@@ -92,6 +94,21 @@ void RuntimeTest::aLoopInsideStartReportsOthersOnly()
     QVERIFY(!object.results.contains(id) && object.ends.value(id) == 0);
     QCOMPARE(object.valueOf(id), QVariant(2));
     QCOMPARE(object.valueOf(within), QVariant(3));
+}
+
+void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
+{
+    EchoDevice device;
+    RecordedObject object;
+    object.connectTo(device.serverPort());
+    bool carriedOut = false;
+    connect(object.plugin->orders(), &DOrders::sigOrderFinished, this, [&](const DOrder& order) {
+        if (order.parameters == value(1)) {
+            carriedOut = object.valueOf(object.start(ask, value(2))) == QVariant(2);
+        }
+    });
+    object.finish(object.start(ask, value(1)));
+    QVERIFY(carriedOut);
 }
 
 void RuntimeTest::whatFailsAtOnce_data()
@@ -178,6 +195,21 @@ void RuntimeTest::theLinkIsSetUpForTheField()
     QCOMPARE(option(SOL_SOCKET, SO_KEEPALIVE), 1);
     QCOMPARE(option(IPPROTO_TCP, TCP_USER_TIMEOUT), 10000);
     QCOMPARE(::fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+}
+
+// With transaction ids, which let all the rest go by.
+void RuntimeTest::aFloodOfRepliesEndsTheConnection()
+{
+    EchoDevice device;
+    RecordedObject object;
+    LinkOptions options;
+    options.transactionIds = true;
+    QVERIFY(object.plugin->setLinkOptions(options));
+    object.connectTo(device.serverPort());
+    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
+    const QByteArray stray = QByteArray::fromHex("7777000000050003020000");
+    device.findChild<QTcpSocket*>()->write(stray.repeated(20000));
+    QTRY_COMPARE(object.plugin->worker()->statistics().reconnects, 1u);
 }
 
 QTEST_GUILESS_MAIN(RuntimeTest)

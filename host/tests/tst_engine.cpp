@@ -1,3 +1,4 @@
+#include <runtime/engine/backoff.h>
 #include <runtime/engine/worker_engine.h>
 
 #include <QtTest>
@@ -182,6 +183,10 @@ private slots:
     void aConnectThatIsStoppedInAReportOpensNothing();
     void aFirstAttemptIsTriedAgain();
     void numberedRequestsKeepTheLink();
+    void aReplyThatNobodyWantsHoldsUpNoDisconnect();
+    void aKeepAliveTakesAnyReplyAsLife();
+    void theQueueIsBounded();
+    void delaysAreSpread();
 };
 
 // A read of two registers was asked of unit 0. The hook believes everything, as hooks may.
@@ -500,6 +505,56 @@ void EngineTest::numberedRequestsKeepTheLink()
             world.engine.dropped(13); // a late reply: it lives
         }
     }
+}
+
+void EngineTest::aReplyThatNobodyWantsHoldsUpNoDisconnect()
+{
+    World world;
+    world.connectNow();
+    world.engine.stop(world.start("ask"), world.nowUs);
+    world.engine.stop(1, world.nowUs);
+    world.start("disconnect");
+    QCOMPARE(world.done.join(QLatin1Char(' ')), QStringLiteral("request close down end well"));
+}
+
+void EngineTest::aKeepAliveTakesAnyReplyAsLife()
+{
+    World world;
+    world.engine.setKeepAlive(QStringLiteral("ask"), {}, 5000);
+    world.connectNow();
+    world.pass(5000);
+    world.receive(bytes("aabb00000003008302"));
+    QCOMPARE(world.done, QStringList(QStringLiteral("request")));
+    world.pass(5000);
+    world.pass(limitMs);
+    QCOMPARE(world.done.mid(1, 2),
+             (QStringList{QStringLiteral("request"), QStringLiteral("close")}));
+}
+
+void EngineTest::theQueueIsBounded()
+{
+    World world;
+    for (int i = 0; i < 1024; ++i) {
+        QVERIFY(world.engine.add(1, QStringLiteral("ask"), {}, limitMs, 0, world.failure.text));
+    }
+    QVERIFY(!world.engine.add(1, QStringLiteral("ask"), {}, limitMs, 0, world.failure.text));
+    QVERIFY(world.failure.text.contains(QLatin1String("queue is full (1024 orders)")));
+}
+
+// So that many workers which lose a device at once do not come back at once.
+void EngineTest::delaysAreSpread()
+{
+    constexpr int workers = 100;
+    QMap<int, int> firstTenths;
+    for (int seed = 1; seed <= workers; ++seed) {
+        Backoff backoff(static_cast<unsigned>(seed) * 2654435761U);
+        for (const int most : {375, 750, 1500, 3000, 6000, 12000, 22500, 22500}) {
+            const int delayMs = backoff.nextDelayMs();
+            QVERIFY(delayMs >= most / 3 && delayMs <= most);
+            firstTenths[delayMs * 10 / most] += most == 375 ? 1 : 0;
+        }
+    }
+    QVERIFY(*std::max_element(firstTenths.cbegin(), firstTenths.cend()) < workers / 4);
 }
 
 QTEST_GUILESS_MAIN(EngineTest)

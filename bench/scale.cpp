@@ -191,16 +191,27 @@ public:
     }
 
 private:
-    void start()
+    static ParameterMap parametersFor(int intervalMs)
     {
-        static const ParameterMap parameters{
+        ParameterMap parameters{
             {QStringLiteral("register"), firstRegister},
             {QStringLiteral("registerType"), QStringLiteral("holdingRegisters")},
-            {QStringLiteral("dataSize"), registers},
-            {QStringLiteral("recurrentInterval"), m_job.intervalMs}};
+            {QStringLiteral("dataSize"), registers}};
+        if (intervalMs > 0) {
+            parameters.insert(QStringLiteral("recurrentInterval"), intervalMs);
+        }
+        return parameters;
+    }
+
+    void start()
+    {
+        static const ParameterMap parameters = parametersFor(m_job.intervalMs);
         static const QString listen = QStringLiteral("listen");
         static const QString read = QStringLiteral("read");
-        m_orders->start(m_job.intervalMs > 0 ? listen : read, parameters);
+        QString refusal;
+        if (m_orders->start(m_job.intervalMs > 0 ? listen : read, parameters, &refusal) == 0) {
+            fail(refusal);
+        }
     }
 
     void finished(const DOrder& order)

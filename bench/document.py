@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Puts the figures of a benchmark run into the documentation: document.py RESULTS_FILE DOCS_FOLDER.
 
-Replaces what stands between "<!-- table: NAME -->" and "<!-- end -->" in performance.md by that
+Refuses a run that was disturbed. Replaces what stands between "<!-- table: NAME -->" and "<!-- end -->" in performance.md by that
 table, and draws the plots. The same data make the same files, byte for byte."""
 
 import json
@@ -21,7 +21,8 @@ matplotlib.rcParams.update({
 from matplotlib import pyplot  # noqa: E402  the backend is chosen before
 
 COLOURS = {"socket": "#999999", "libmodbus": "#d98c3f", "qtserialbus": "#4b9b5f",
-           "driver": "#2b6cb0"}
+           "driver": "#2b6cb0", "driver-text": "#7fa8d6", "driver-glib": "#7fa8d6",
+           "epoll_reads": "#999999", "goburrow_reads": "#8b5fbf", "libmodbus_reads": "#d98c3f"}
 
 
 def save(figure, docs, name):
@@ -35,15 +36,16 @@ def draw_reads(results, docs):
     figure, axes = pyplot.subplots(figsize=(7, 3))
     us = {(one["registers"], one["client"]): one["us"] for one in results["reads"]}
     quantities = sorted({quantity for quantity, _ in us})
-    width = 0.8 / len(tables.CLIENTS)
-    for i, (client, name) in enumerate(tables.CLIENTS.items()):
+    clients = ("socket", "libmodbus", "qtserialbus", "driver")
+    width = 0.8 / len(clients)
+    for i, client in enumerate(clients):
         places = [n for n, q in enumerate(quantities) if (q, client) in us]
         runs = [us[quantities[n], client] for n in places]
         middle = [tables.median(run) for run in runs]
         spread = [[m - min(run) for m, run in zip(middle, runs)],
                   [max(run) - m for m, run in zip(middle, runs)]]
         axes.bar([n + (i - 1.5) * width for n in places], middle, width * 0.9, yerr=spread,
-                 error_kw={"elinewidth": 0.8}, label=name, color=COLOURS[client])
+                 error_kw={"elinewidth": 0.8}, label=tables.CLIENTS[client], color=COLOURS[client])
     axes.set_xticks(range(len(quantities)), quantities)
     axes.set(xlabel="registers in a read", ylabel="round trip, us")
     axes.legend(ncols=4, loc="upper center", bbox_to_anchor=(0.5, 1.2))
@@ -51,12 +53,12 @@ def draw_reads(results, docs):
 
 
 def draw_over_devices(axes, scale, work, key, factor):
-    for client in scale.clients:
-        axes.plot(scale.devices,
-                  [scale.median(key, client, work, n) * factor for n in scale.devices],
+    devices = tables.READ_DEVICES
+    for client in scale.clients(work):
+        axes.plot(devices, [scale.median(key, client, work, n) * factor for n in devices],
                   marker="o", label=tables.CLIENTS[client], color=COLOURS[client])
     axes.set(xscale="log", xlabel="devices")
-    axes.set_xticks(scale.devices, scale.devices)
+    axes.set_xticks(devices, devices)
     axes.minorticks_off()
     axes.set_ylim(bottom=0)
 
@@ -105,6 +107,10 @@ def fill(path, results):
 def main():
     with open(sys.argv[1], encoding="utf-8") as file:
         results = json.load(file)
+    disturbances = tables.disturbances(results)
+    if disturbances:
+        sys.exit("This run was disturbed and is not documented: " + "; ".join(disturbances)
+                 + ". Run it again when nothing else uses the machine.")
     fill(os.path.join(sys.argv[2], "performance.md"), results)
     for draw in (draw_reads, draw_scale, draw_codec):
         draw(results, sys.argv[2])

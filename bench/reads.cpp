@@ -1,8 +1,10 @@
 // The same reads through one client after another's manner:
 //   bench_reads KIND PORT QUANTITY COUNT [MODULE [LINK_OPTION=VALUE]...]
-// KIND is socket (a bare blocking socket), libmodbus, qtserialbus or driver (an order through the
-// loaded module and the host runtime, from its start to its end). Every read is checked. Prints the
-// nanoseconds per read. Counts for callgrind: see instrumentation.h.
+// KIND is socket (a bare blocking socket), libmodbus, qtserialbus, driver (an order through the
+// loaded module and the host runtime, from its start to its end) or driver-text (such an order as
+// people type it: its numbers are texts, and what has a default is left out). Every read is
+// checked. Prints the median of their times in microseconds. Counts for callgrind: see
+// instrumentation.h.
 
 #include "instrumentation.h"
 
@@ -21,11 +23,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 namespace {
 
@@ -36,6 +40,7 @@ struct Job
     int count = 0;
     QString module;
     QStringList link;
+    bool isText = false;
 };
 
 constexpr int firstRegister = 100;
@@ -46,21 +51,40 @@ constexpr int firstRegister = 100;
     std::exit(1);
 }
 
+/// The time of each read, of which it prints the median: one that was disturbed does not count.
 class Stopwatch
 {
 public:
-    Stopwatch() { startCounting(); }
+    explicit Stopwatch(int count) : m_isCounted(runsOnValgrind())
+    {
+        m_us.reserve(static_cast<std::size_t>(count));
+        startCounting();
+        m_last = Clock::now();
+    }
 
-    void print(int count) const
+    void lap()
+    {
+        if (!m_isCounted) {
+            const auto now = Clock::now();
+            m_us.push_back(std::chrono::duration<double, std::micro>(now - m_last).count());
+            m_last = now;
+        }
+    }
+
+    void print()
     {
         stopCounting();
-        const auto spent = std::chrono::steady_clock::now() - m_start;
-        const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(spent).count();
-        std::printf("%lld\n", static_cast<long long>(ns / count));
+        const auto middle = m_us.begin() + static_cast<std::ptrdiff_t>(m_us.size() / 2);
+        std::nth_element(m_us.begin(), middle, m_us.end());
+        std::printf("%.3f\n", m_us.empty() ? 0 : *middle);
     }
 
 private:
-    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+    using Clock = std::chrono::steady_clock;
+
+    bool m_isCounted;
+    std::vector<double> m_us;
+    Clock::time_point m_last;
 };
 
 void readBySocket(const Job& job)
@@ -82,15 +106,16 @@ void readBySocket(const Job& job)
                                                 0,    firstRegister,
                                                 0,    static_cast<unsigned char>(job.quantity)};
     std::array<unsigned char, 300> reply;
-    const Stopwatch watch;
+    Stopwatch watch(job.count);
     for (int i = 0; i < job.count; ++i) {
         if (::send(fd, request.data(), request.size(), 0) != 12
             || ::recv(fd, reply.data(), reply.size(), 0) != 9 + 2 * job.quantity
             || reply[10] != firstRegister) {
             fail("a wrong reply");
         }
+        watch.lap();
     }
-    watch.print(job.count);
+    watch.print();
     ::close(fd);
 }
 
@@ -102,15 +127,16 @@ void readByLibmodbus(const Job& job)
         fail("no connection");
     }
     std::array<quint16, 125> values;
-    const Stopwatch watch;
+    Stopwatch watch(job.count);
     for (int i = 0; i < job.count; ++i) {
         if (modbus_read_registers(context, firstRegister, job.quantity, values.data())
                 != job.quantity
             || values[0] != firstRegister) {
             fail("a wrong reply");
         }
+        watch.lap();
     }
-    watch.print(job.count);
+    watch.print();
     modbus_close(context);
     modbus_free(context);
 }
@@ -133,17 +159,18 @@ void readByQtSerialBus(const Job& job)
                 fail("a wrong reply");
             }
             reply->deleteLater();
+            watch->lap();
             if (++done < job.count) {
                 next();
             } else {
-                watch->print(job.count);
+                watch->print();
                 QCoreApplication::quit();
             }
         });
     };
     QObject::connect(&client, &QModbusClient::stateChanged, &client, [&](auto state) {
         if (state == QModbusDevice::ConnectedState) {
-            watch = std::make_unique<Stopwatch>();
+            watch = std::make_unique<Stopwatch>(job.count);
             next();
         }
     });
@@ -165,6 +192,18 @@ void setLinkOptions(DAbstractPlugin& device, const QStringList& given)
     }
 }
 
+ParameterMap parametersOf(const Job& job)
+{
+    ParameterMap parameters{{QStringLiteral("register"), firstRegister},
+                            {QStringLiteral("registerType"), QStringLiteral("holdingRegisters")},
+                            {QStringLiteral("dataSize"), job.quantity}};
+    if (job.isText) {
+        parameters[QStringLiteral("register")] = QString::number(firstRegister);
+        parameters.remove(QStringLiteral("dataSize"));
+    }
+    return parameters;
+}
+
 void readByDriver(const Job& job)
 {
     const DPluginLoader::Result module = DPluginLoader::load(job.module);
@@ -177,16 +216,13 @@ void readByDriver(const Job& job)
     setLinkOptions(*device, job.link);
     DOrders* orders = device->orders();
     const QString read = QStringLiteral("read");
-    const ParameterMap parameters{
-        {QStringLiteral("register"), firstRegister},
-        {QStringLiteral("registerType"), QStringLiteral("holdingRegisters")},
-        {QStringLiteral("dataSize"), job.quantity}};
+    const ParameterMap parameters = parametersOf(job);
     std::unique_ptr<Stopwatch> watch;
     int done = 0;
     QObject::connect(orders, &DOrders::sigOrderResult, orders,
                      [&](quint64, const QString&, const QVariant& value) {
                          if (!watch) { // "connected"
-                             watch = std::make_unique<Stopwatch>();
+                             watch = std::make_unique<Stopwatch>(job.count);
                              orders->start(read, parameters);
                          } else if (value.toList().value(0).toInt() != firstRegister) {
                              fail("a wrong reply");
@@ -196,10 +232,11 @@ void readByDriver(const Job& job)
         if (order.state != DOrder::State::Done) {
             fail(qPrintable(order.failure.text));
         }
+        watch->lap();
         if (++done < job.count) {
             orders->start(read, parameters);
         } else {
-            watch->print(job.count);
+            watch->print();
             std::fflush(stdout);
             std::_Exit(0); // the connect order would end as stopped, which is no failure here
         }
@@ -217,11 +254,17 @@ int main(int argc, char** argv)
     qputenv("QT_NO_GLIB", "1"); // the event loop of driver-host, for all
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
-    const Job job{arguments.value(2).toUShort(), arguments.value(3).toInt(),
-                  arguments.value(4).toInt(), arguments.value(5), arguments.mid(6)};
     const QString kind = arguments.value(1);
-    if (job.port == 0 || job.quantity < 1 || job.quantity > 125 || job.count < 1) {
-        fail("usage: bench_reads socket|libmodbus|qtserialbus|driver PORT QUANTITY COUNT [MODULE "
+    const Job job{arguments.value(2).toUShort(),
+                  arguments.value(3).toInt(),
+                  arguments.value(4).toInt(),
+                  arguments.value(5),
+                  arguments.mid(6),
+                  kind == QLatin1String("driver-text")};
+    if (job.port == 0 || job.quantity < 1 || job.quantity > 125 || job.count < 1
+        || (job.isText && job.quantity != 1)) {
+        fail("usage: bench_reads socket|libmodbus|qtserialbus|driver|driver-text PORT QUANTITY "
+             "COUNT [MODULE "
              "[LINK_OPTION=VALUE]...]");
     }
     if (kind == QLatin1String("socket")) {
@@ -230,7 +273,7 @@ int main(int argc, char** argv)
         readByLibmodbus(job);
     } else if (kind == QLatin1String("qtserialbus")) {
         readByQtSerialBus(job);
-    } else if (kind == QLatin1String("driver")) {
+    } else if (kind.startsWith(QLatin1String("driver"))) {
         readByDriver(job);
     } else {
         fail("unknown kind of client");

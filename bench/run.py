@@ -25,19 +25,22 @@ MODULE = os.path.join(BUILD, "lib/plugins/libp_driver_modbus.so")
 CORES = sorted(os.sched_getaffinity(0))
 CLIENT_CORES = CORES[:-1] or CORES  # the last one is the device's
 
-READ_CLIENTS = ["socket", "libmodbus", "qtserialbus", "driver"]
+READ_CLIENTS = ["socket", "libmodbus", "qtserialbus", "driver", "driver-text"]
 QUANTITIES = [1, 10, 63, 125]
-MOST_FOR_DRIVER = 63  # it refuses longer replies
+MOST_FOR = {"driver": 63, "driver-text": 1}  # the driver refuses longer replies
 COUNTED_QUANTITIES = [1, 63]  # where instructions and system calls are counted too
 READ_ROUNDS, READS = 25, 800
 COUNTED_READS = 500
 
-SCALE_CLIENTS = ["driver", "qtserialbus"]
+PEERS = ["epoll_reads", "goburrow_reads", "libmodbus_reads"]  # programs that only read
+SCALE_CLIENTS = ["driver", "driver-glib", "qtserialbus"]
 DEVICES = [1, 10, 100, 1000]
 THREADED_DEVICES = [100, 1000]
-WORKS = ["50", "read"]  # listened to every 50 ms, or read after read
+LISTENED, READ = "50", "read"  # listened to every 50 ms, or read after read
 SCALE_ROUNDS, SCALE_SECONDS = 5, 0.5
-COUNTED_WORK, COUNTED_SECONDS = "2000", 4  # an interval that callgrind can keep
+# What one small computer carries: interval, devices, seconds.
+CARRIED = [("100", 1000, 1), ("1000", 1000, 3), ("1000", 10000, 3)]
+COUNTED_SECONDS = 4
 CODEC_REPETITIONS = 1000
 
 
@@ -86,14 +89,14 @@ def read_command(port, client, quantity, count):
 
 def read_pairs(quantities):
     return [(q, c) for q, c in itertools.product(quantities, READ_CLIENTS)
-            if c != "driver" or q <= MOST_FOR_DRIVER]
+            if q <= MOST_FOR.get(c, q)]
 
 
 def round_trips(port):
     times = {pair: [] for pair in read_pairs(QUANTITIES)}
     for _, (quantity, client) in itertools.product(range(READ_ROUNDS), times):
         command = read_command(port, client, quantity, READS)
-        times[quantity, client].append(int(output(command, CLIENT_CORES)) / 1000)
+        times[quantity, client].append(float(output(command, CLIENT_CORES)))
     return times
 
 
@@ -126,15 +129,33 @@ def measure_reads(port, pool):
 
 
 def scale_command(port, client, work, devices, threads, seconds):
+    if client in PEERS:
+        return [program(client), str(port), str(devices), str(seconds)]
     return [program("bench_scale"), client, work, str(port), str(devices), str(threads),
             str(seconds), MODULE]
 
 
+def build_goburrow():
+    """True when there is a Go to build its client with, and its package."""
+    build = ["go", "build", "-o", program("goburrow_reads"), "bench/peers/goburrow_reads.go"]
+    place = {**os.environ, "GO111MODULE": "off", "GOPATH": "/usr/share/gocode"}
+    try:
+        return subprocess.run(build, env=place, stderr=subprocess.DEVNULL).returncode == 0
+    except FileNotFoundError:
+        return False
+
+
 def scale_jobs():
-    for work, devices, client in itertools.product(WORKS, DEVICES, SCALE_CLIENTS):
-        yield client, work, devices, 1, False
-    for work, devices, threads in itertools.product(WORKS, THREADED_DEVICES, [1, 2]):
-        yield "driver", work, devices, threads, True
+    """client, work, devices, threads, whether it may use the device's core, seconds"""
+    peers = PEERS if build_goburrow() else [one for one in PEERS if one != "goburrow_reads"]
+    for devices, client in itertools.product(DEVICES, peers + SCALE_CLIENTS):
+        yield client, READ, devices, 1, False, SCALE_SECONDS
+    for devices, client in itertools.product(DEVICES, SCALE_CLIENTS):
+        yield client, LISTENED, devices, 1, False, SCALE_SECONDS
+    for interval, devices, seconds in CARRIED:
+        yield "driver", interval, devices, 1, False, seconds
+    for work, devices, threads in itertools.product([LISTENED, READ], THREADED_DEVICES, [1, 2]):
+        yield "driver", work, devices, threads, True, SCALE_SECONDS
 
 
 def measure_scale(port):
@@ -143,22 +164,22 @@ def measure_scale(port):
     for turn, job in itertools.product(range(SCALE_ROUNDS), runs):
         if job == next(iter(runs)):
             progress(f"many devices, round {turn + 1} of {SCALE_ROUNDS}")
-        *what, everywhere = job
-        command = scale_command(port, *what, SCALE_SECONDS)
+        *what, everywhere, seconds = job
+        command = scale_command(port, *what, seconds)
         runs[job].append(json.loads(output(command, CORES if everywhere else CLIENT_CORES)))
     keys = ("client", "work", "devices", "threads", "everywhere")
     return [{**dict(zip(keys, job)), "runs": seen} for job, seen in runs.items()]
 
 
 def scale_instructions(port, client, devices):
-    done = Callgrind(scale_command(port, client, COUNTED_WORK, devices, 1, COUNTED_SECONDS))
+    done = Callgrind(scale_command(port, client, READ, devices, 1, COUNTED_SECONDS))
     return {"client": client, "devices": devices,
             "instructions": done.total / json.loads(done.output)["orders"]}
 
 
 def count_scale(port, pool):
     progress("instructions of many devices")
-    jobs = itertools.product(SCALE_CLIENTS, [10, 1000])
+    jobs = itertools.product(["driver", "qtserialbus"], [10, 1000])
     return list(pool.map(lambda job: scale_instructions(port, *job), jobs))
 
 
@@ -213,6 +234,8 @@ def main():
         json.dump(results, file, indent=1)
     for name, text in tables.all_of(results).items():
         print(f"{name}\n\n{text}\n")
+    for why in tables.disturbances(results):
+        print(f"Disturbed: {why}", file=sys.stderr)
     print(f"{time.monotonic() - begin:.0f} s; the data are in {RESULTS}", file=sys.stderr)
 
 

@@ -3,8 +3,14 @@
 import statistics
 
 CLIENTS = {"socket": "bare socket", "libmodbus": "libmodbus", "qtserialbus": "Qt Serial Bus",
-           "driver": "driver"}
+           "driver": "driver", "driver-text": "driver, as people type it",
+           "driver-glib": "driver, GLib's loop", "epoll_reads": "bare epoll",
+           "goburrow_reads": "goburrow, goroutines", "libmodbus_reads": "libmodbus, threads"}
 WORKS = {"50": "listened to every 50 ms", "read": "read after read"}
+READ_DEVICES = [1, 10, 100, 1000]
+MOST_LOAD = 0.5
+MOST_ROUND_TRIP_US = 35  # of a bare socket; a quiet machine takes 15 to 25
+MOST_SPREAD = 1.3  # of its rounds: the third quartile to the first
 
 
 def table(head, rows):
@@ -24,6 +30,21 @@ def spread(ours, theirs, factor=1):
 
 def number(value, places=0):
     return "" if value is None else f"{value:,.{places}f}"
+
+
+def disturbances(results):
+    """Why this run says little of what it measured; none when it was a quiet one."""
+    rounds = next(row["us"] for row in results["reads"]
+                  if (row["registers"], row["client"]) == (1, "socket"))
+    low, middle, high = statistics.quantiles(rounds, n=4)
+    load = results["machine"]["load"]
+    checks = (
+        (load > MOST_LOAD, f"the load before the run was {load:.1f}, more than {MOST_LOAD}"),
+        (middle > MOST_ROUND_TRIP_US,
+         f"a bare socket's round trip took {middle:.1f} us, more than {MOST_ROUND_TRIP_US}"),
+        (high / low > MOST_SPREAD,
+         f"a bare socket's rounds spread from {low:.1f} to {high:.1f} us, more than {MOST_SPREAD}"))
+    return [why for failed, why in checks if failed]
 
 
 def reads(results):
@@ -46,8 +67,10 @@ class Scale:
     def __init__(self, results):
         self.found = {(one["client"], one["work"], one["devices"], one["threads"],
                        one["everywhere"]): one["runs"] for one in results["scale"]}
-        self.clients = list(dict.fromkeys(one["client"] for one in results["scale"]))
-        self.devices = sorted({one["devices"] for one in results["scale"]})
+
+    def clients(self, work):
+        """Those that did this work with any number of devices."""
+        return list(dict.fromkeys(client for client, what, *_ in self.found if what == work))
 
     def values(self, key, client, work, devices, threads=1, everywhere=False):
         return [run[key] for run in self.found[client, work, devices, threads, everywhere]]
@@ -72,21 +95,41 @@ def listening(results):
     return table(("devices", "client", "orders/s", "processor time per order, us",
                   "lateness, median, ms", "lateness, 99 %, ms", "round trip, us",
                   "memory per device, kB"),
-                 (row(n, c) for n in scale.devices for c in scale.clients))
+                 (row(n, c) for n in READ_DEVICES for c in scale.clients("50")))
 
 
 def reading(results):
     scale = Scale(results)
 
     def row(devices, client):
-        spent, driver = (scale.values("processorUsPerOrder", who, "read", devices)
-                         for who in (client, "driver"))
+        spent, floor = (scale.values("processorUsPerOrder", who, "read", devices)
+                        for who in (client, "epoll_reads"))
         return (devices, CLIENTS[client],
                 number(scale.median("ordersPerSecond", client, "read", devices)),
-                number(median(spent), 1), "" if client == "driver" else spread(driver, spent))
+                number(median(spent), 1), "" if client == "epoll_reads" else spread(spent, floor))
 
     return table(("devices", "client", "orders/s", "processor time per order, us",
-                  "driver / client"), (row(n, c) for n in scale.devices for c in scale.clients))
+                  "of the bare epoll's"),
+                 (row(n, c) for n in READ_DEVICES for c in scale.clients("read")))
+
+
+def carrying(results):
+    scale = Scale(results)
+
+    def row(interval, devices):
+        def value(key):
+            return scale.median(key, "driver", interval, devices)
+
+        spent = value("processorUsPerOrder")
+        return (interval, number(devices), number(value("ordersPerSecond")), number(spent, 1),
+                number(int(interval) * 1000 / spent), number(value("latenessMedianUs") / 1000, 1),
+                number(value("latenessP99Us") / 1000, 1), number(value("kbPerDevice")))
+
+    measured = sorted({(int(work), devices) for client, work, devices, *_ in scale.found
+                       if work not in WORKS})
+    return table(("interval, ms", "devices", "orders/s", "processor time per order, us",
+                  "a core carries", "lateness, median, ms", "lateness, 99 %, ms",
+                  "memory per device, kB"), (row(str(i), n) for i, n in measured))
 
 
 def growth(results):
@@ -96,13 +139,11 @@ def growth(results):
 
     def row(client):
         few, many = counts[client, 10], counts[client, 1000]
-        times = [spread(*(scale.values("processorUsPerOrder", client, work, n) for n in (1000, 10)))
-                 for work in WORKS]
-        return (CLIENTS[client], *times, number(few), number(many), f"{many / few:.2f}")
+        time = spread(*(scale.values("processorUsPerOrder", client, "read", n) for n in (1000, 10)))
+        return (CLIENTS[client], time, number(few), number(many), f"{many / few:.2f}")
 
-    return table(("client", *(f"processor time, {work}" for work in WORKS.values()),
-                  "instructions at 10", "instructions at 1000", "ratio"),
-                 map(row, scale.clients))
+    return table(("client", "processor time", "instructions at 10", "instructions at 1000",
+                  "ratio"), map(row, dict.fromkeys(client for client, _ in counts)))
 
 
 def threads(results):
@@ -144,4 +185,4 @@ def machine(results):
 
 def all_of(results):
     return {make.__name__: make(results)
-            for make in (machine, reads, listening, reading, growth, threads, codec)}
+            for make in (machine, reads, reading, listening, carrying, growth, threads, codec)}

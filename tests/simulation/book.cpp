@@ -3,6 +3,7 @@
 #include "world.h"
 
 #include <algorithm>
+#include <array>
 
 namespace {
 
@@ -138,6 +139,7 @@ void Book::objectMade()
     m_isThere = true;
     m_isLeaving = false;
     m_lastTransaction.clear();
+    m_counts = {};
 }
 
 void Book::objectLeaving()
@@ -211,6 +213,7 @@ void Book::result(quint64 id, const QString& name, const QVariant& value)
     }
     ++open->results;
     ++m_answers;
+    ++m_counts.done;
     note("value", m_numberOfId.at(id));
     if (open->request == 0) {
         fail(QStringLiteral("a value of an order that has asked nothing"));
@@ -268,6 +271,9 @@ void Book::trouble(quint64 id, const OrderFailure& failure)
         return;
     }
     note("trouble", static_cast<int>(failure.code));
+    if (open->asked.function != 0) {
+        ++m_counts.failed[failure.code];
+    }
     noteTaint(*open, failure);
     noteAnswer(m_numberOfId.at(id));
     if (open->asked.function != 0) {
@@ -282,6 +288,7 @@ void Book::tick(Open& open)
 {
     ++open.outcomes;
     const qint64 nowUs = World::current()->nowUs();
+    open.lastUs = nowUs;
     if (!open.asked.repeats() || open.firstUs < 0) {
         open.firstUs = nowUs;
         return;
@@ -290,6 +297,52 @@ void Book::tick(Open& open)
     if (open.outcomes
         > (nowUs - open.firstUs) / open.asked.intervalUs + 2 + limitUs / open.asked.intervalUs) {
         fail(QStringLiteral("more repetitions than fell due"));
+    }
+}
+
+// Each repetition that fell due is told or counted as skipped. Those before the order was stopped
+// may be either.
+void Book::addSkipped(Counts& counts, const Open& open)
+{
+    if (!open.asked.repeats()) {
+        return;
+    }
+    const auto dueAt = [&](qint64 us) { return (us - open.sinceUs) / open.asked.intervalUs + 1; };
+    counts.leastSkipped += open.outcomes > 0 ? dueAt(open.lastUs) - open.outcomes : 0;
+    counts.mostSkipped += dueAt(World::current()->nowUs()) - open.outcomes;
+    ++counts.repeating;
+}
+
+void Book::checkCounts(const WorkerStatistics& counted) const
+{
+    using Code = OrderFailure::Code;
+    Counts counts = m_counts;
+    for (const auto& [number, open] : m_open) {
+        addSkipped(counts, open);
+    }
+    const auto skipped = static_cast<qint64>(counted.ticksSkipped);
+    if (skipped < counts.leastSkipped - counts.repeating
+        || skipped > counts.mostSkipped + counts.repeating) {
+        fail(QStringLiteral("%1 repetitions count as skipped, of %2 to %3")
+                 .arg(skipped)
+                 .arg(counts.leastSkipped)
+                 .arg(counts.mostSkipped));
+    }
+    // Of an order that was stopped the worker may have counted what was not told any more.
+    const std::array<std::pair<quint64, quint64>, 5> kinds{
+        {{counted.done, counts.done},
+         {counted.timeouts, counts.failed[Code::Timeout]},
+         {counted.badReplies, counts.failed[Code::BadReply]},
+         {counted.exceptions, counts.failed[Code::DeviceException]},
+         {counted.notConnected, counts.failed[Code::NotConnected]}}};
+    quint64 untold = 0;
+    for (const auto& [seen, told] : kinds) {
+        untold += seen - told; // a large number if fewer were seen
+    }
+    if (untold > counts.stopped) {
+        fail(QStringLiteral("%1 outcomes were counted that were not told, and %2 orders stopped")
+                 .arg(static_cast<qint64>(untold))
+                 .arg(counts.stopped));
     }
 }
 
@@ -307,8 +360,13 @@ void Book::ended(const DOrder& order)
     note("end", number, QByteArray::number(static_cast<int>(order.state)));
     ++m_endedOrders;
     checkEnd(*open, order);
+    addSkipped(m_counts, *open);
+    m_counts.stopped += open->isStopped ? 1 : 0;
     if (order.state == DOrder::State::Failed) {
         noteAnswer(number);
+        if (open->asked.function != 0) {
+            ++m_counts.failed[order.failure.code];
+        }
         noteTaint(*open, order.failure);
     }
     if (m_flight && m_flight->order == number) {
@@ -405,6 +463,12 @@ void Book::attempts(quint64 link)
     const auto connects = std::count_if(m_open.begin(), m_open.end(), [](const auto& one) {
         return one.second.asked.command == QLatin1String("connect");
     });
+    const bool isWanted = std::any_of(m_open.begin(), m_open.end(), [](const auto& one) {
+        return one.second.asked.command == QLatin1String("connect") && !one.second.isStopped;
+    });
+    if (!isWanted) {
+        fail(QStringLiteral("a link is tried that nobody wants"));
+    }
     if (m_goneUs && m_isVainKnown && m_vain > 0 && !m_beginsAtOnce && connects == 1
         && connectOrder() != 0) {
         const qint64 passedUs = World::current()->nowUs() - *m_goneUs;
@@ -594,8 +658,9 @@ void Book::look()
     }
 }
 
-void Book::expectCalm(int openOrders)
+void Book::expectCalm(int openOrders, const WorkerStatistics& counted)
 {
+    checkCounts(counted);
     if (!m_isOpen) {
         fail(QStringLiteral("all is well, and there is no link"));
     }

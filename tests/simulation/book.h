@@ -6,6 +6,7 @@
 #include <plugin_management/d_orders.h>
 #include <plugin_management/link_options.h>
 #include <plugin_management/types.h>
+#include <plugin_management/worker_statistics.h>
 
 #include <map>
 #include <optional>
@@ -59,8 +60,9 @@ public:
 
     /// What may be wrong without anything happening.
     void look();
-    /// All has been well for long: what must be there then.
-    void expectCalm(int openOrders);
+    /// All has been well for long: what must be there then, and what the worker counted of all that
+    /// it has seen.
+    void expectCalm(int openOrders, const WorkerStatistics& counted);
 
     quint64 connectOrder() const;
     bool isAskedFor(quint16 start) const { return m_numberOfStart.count(start) > 0; }
@@ -86,8 +88,20 @@ private:
         bool isStopped = false;
         bool isConfirmed = false;
         int results = 0;
-        qint64 firstUs = -1; ///< of a listen, its first run
+        qint64 firstUs = -1; ///< of a listen, its first outcome
+        qint64 lastUs = -1; ///< and its last one
         qint64 outcomes = 0;
+    };
+
+    /// What the worker must have counted since the object was made.
+    struct Counts
+    {
+        quint64 done = 0;
+        std::map<OrderFailure::Code, quint64> failed;
+        quint64 stopped = 0; ///< orders
+        qint64 leastSkipped = 0; ///< repetitions, at the last outcome of each order
+        qint64 mostSkipped = 0; ///< at its end
+        qint64 repeating = 0; ///< orders; each may be off by one, as it is started at any moment
     };
     using OpenOrders = std::map<int, Open>;
 
@@ -115,6 +129,8 @@ private:
     void checkHeader(const QByteArray& request);
     void checkTurn(const Open& open) const;
     void tick(Open& open);
+    static void addSkipped(Counts& counts, const Open& open);
+    void checkCounts(const WorkerStatistics& counted) const;
     void checkDelay() const;
     void linkGone();
     qint64 delayUs() const;
@@ -135,6 +151,7 @@ private:
     quint64 m_answers = 0;
     quint64 m_staleCopies = 0;
     quint64 m_endedOrders = 0;
+    Counts m_counts;
 
     // The link.
     quint64 m_link = 0; ///< being tried or open

@@ -97,9 +97,13 @@ void Device::goAwayLater()
 
 void Device::goAway()
 {
-    if (m_isCalm || m_away != Away::No) {
-        return;
+    if (!m_isCalm && m_away == Away::No) {
+        leave(m_random.spread(m_plan.awayUs / 8, m_plan.awayUs * 2));
     }
+}
+
+void Device::leave(qint64 us)
+{
     World::current()->note(m_number, "device goes");
     m_away = static_cast<Away>(m_random.between(1, 3));
     const int how = m_random.below(3); // it says so, or is found to have gone, or nobody knows
@@ -110,8 +114,7 @@ void Device::goAway()
             Network::current()->reset(link);
         }
     }
-    World::current()->outside(m_random.spread(m_plan.awayUs / 8, m_plan.awayUs * 2),
-                              [this] { comeBack(); });
+    World::current()->outside(us, [this] { comeBack(); });
 }
 
 // What it had in its hands before is gone.

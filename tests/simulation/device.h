@@ -47,6 +47,8 @@ public:
 
     /// From here on all is well, for ever.
     void calmDown();
+    /// It is away for so long, even in the calm.
+    void leave(qint64 us);
 
     void asked(quint64 link) override;
     void sent(quint64 link, const QByteArray& bytes) override;

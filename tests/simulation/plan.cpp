@@ -40,6 +40,7 @@ Plan::Plan(quint64 givenSeed) : seed(givenSeed)
     objects = random.between(1, 3);
     busyUs = random.spread(2 * second, 10 * minute);
     calmUs = random.oneIn(8) ? hour : 3 * minute;
+    outageUs = random.oneIn(4) ? random.spread(minute, 4 * hour) : 0;
     spoiledPerMille = spoiled[static_cast<std::size_t>(random.below(spoiled.size()))];
     nestedPerMille = nested[static_cast<std::size_t>(random.below(nested.size()))];
     thinkUs = qMax(busyUs / random.between(10, 200), 2 * ms);
@@ -69,6 +70,7 @@ Plan Plan::quiet(quint64 seed, int days)
     plan.busyUs = ms;
     plan.calmUs = days * 24 * hour;
     plan.calmIntervalMs = 1000;
+    plan.outageUs = 0;
     plan.spoiledPerMille = 0;
     plan.latencyUs = 100;
     return plan;
@@ -76,7 +78,7 @@ Plan Plan::quiet(quint64 seed, int days)
 
 std::vector<std::string> Plan::parts() const
 {
-    std::vector<std::string> names{"inside", "away", "cuts", "link-options"};
+    std::vector<std::string> names{"inside", "away", "outage", "cuts", "link-options"};
     names.insert(names.end(), deedNames.begin(), deedNames.end());
     for (const MisbehaviourKind* kind : kinds) {
         names.emplace_back(kind->name);
@@ -93,6 +95,8 @@ bool Plan::leaveOut(const std::string& part)
         nestedPerMille = 0;
     } else if (part == "away") {
         upUs = 1000 * hour;
+    } else if (part == "outage") {
+        outageUs = 0;
     } else if (part == "link-options") {
         links.fill({});
     } else if (part == "cuts") {

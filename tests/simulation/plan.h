@@ -35,8 +35,8 @@ struct Plan
     /// One device that does nothing wrong, read once a second for so long.
     static Plan quiet(quint64 seed, int days);
 
-    /// What can be left out: names of misbehaviours and deeds, "inside", "away", "cuts" and
-    /// "link-options".
+    /// What can be left out: names of misbehaviours and deeds, "inside", "away", "outage",
+    /// "cuts" and "link-options".
     std::vector<std::string> parts() const;
     /// False when there is no such part.
     bool leaveOut(const std::string& part);
@@ -45,6 +45,7 @@ struct Plan
     int objects; ///< each with a device of its own
     qint64 busyUs; ///< how long users and devices do what they like
     qint64 calmUs; ///< how long all is well after that
+    qint64 outageUs = 0; ///< how long every device is away in between, with nobody to give up
     int calmIntervalMs = 60000; ///< of the reads then
     std::array<LinkOptions, 3> links; ///< of each object
     bool cuts = true; ///< the wire cuts what is sent

@@ -18,6 +18,7 @@ constexpr qint64 ms = 1000;
 constexpr qint64 lookEveryUs = 500 * ms;
 constexpr qint64 probeUs = 5000 * ms;
 constexpr qint64 lastUs = 15000 * ms; // longer than any look-up
+constexpr qint64 connectedAfterUs = 90000 * ms; // in the calm
 constexpr quint16 firstPort = 502;
 
 /// One device, one object, and the book on both.
@@ -64,8 +65,13 @@ public:
         m_world.calmDown();
         each([](Station& one) { one.device.calmDown(); });
         each([](Station& one) { one.user.calmDown(); });
+        if (m_plan.outageUs > 0) {
+            pass(connectedAfterUs);
+            each([this](Station& one) { one.device.leave(m_plan.outageUs); });
+            pass(m_plan.outageUs);
+        }
         pass(m_plan.calmUs);
-        each([](Station& one) { one.book.expectCalm(User::calmOrders); });
+        each([](Station& one) { one.book.expectCalm(User::calmOrders, one.user.statistics()); });
         each([](Station& one) { one.user.probe(); });
         pass(probeUs);
         each([this](Station& one) {

@@ -172,6 +172,8 @@ void User::destroy()
     m_book.objectGone();
 }
 
+WorkerStatistics User::statistics() const { return m_object->worker()->statistics(); }
+
 // --- orders ---
 
 void User::start(const Asked& asked)

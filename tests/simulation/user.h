@@ -22,6 +22,7 @@ public:
     void probe();
     bool isProbed() const { return m_isProbed; }
     void destroy();
+    WorkerStatistics statistics() const;
 
     static constexpr int calmOrders = 2; ///< a connect and a listen
 

@@ -1,0 +1,99 @@
+#include "client.h"
+
+#include <plugin_management/d_abstract_worker.h>
+#include <plugin_management/d_orders.h>
+
+#include <QUuid>
+
+namespace {
+
+class DriverClient : public Client
+{
+public:
+    DriverClient(const Job& job, Tally& tally)
+        : Client(job, tally),
+          m_plugin(dynamic_cast<DAbstractPlugin*>(job.root->createInstance(QUuid::createUuid())))
+    {
+        m_plugin->initPluginCommands();
+        m_orders = m_plugin->orders();
+        QObject::connect(m_orders, &DOrders::sigOrderResult, m_orders,
+                         [this](quint64 id, const QString&, const QVariant& value) {
+                             if (id != m_connectId) {
+                                 done(value.toList().value(0).toInt());
+                             } else if (value.toBool()) {
+                                 m_onOpen();
+                             }
+                         });
+        QObject::connect(m_orders, &DOrders::sigOrderFinished, m_orders,
+                         [this](const DOrder& order) { finished(order); });
+        QObject::connect(m_orders, &DOrders::sigOrderTrouble, m_orders,
+                         [](quint64, const OrderFailure& failure) { fail(failure.text); });
+    }
+
+    ~DriverClient() override
+    {
+        const WorkerStatistics seen = m_plugin->worker()->statistics();
+        const auto count = static_cast<double>(seen.done);
+        m_tally.keepRoundTrips(static_cast<double>(seen.roundTripMeanUs) * count, count);
+        m_orders->disconnect();
+    }
+
+    void open(const std::function<void()>& onOpen) override
+    {
+        m_onOpen = onOpen;
+        m_connectId = m_orders->start(QStringLiteral("connect"),
+                                      {{QStringLiteral("host"), QStringLiteral("127.0.0.1")},
+                                       {QStringLiteral("port"), m_job.port}});
+    }
+
+    void begin() override
+    {
+        m_ticks.begin(m_job.intervalMs);
+        start();
+    }
+
+private:
+    void start()
+    {
+        QString refusal;
+        const QString command = m_job.intervalMs > 0 ? m_listen : m_read;
+        if (m_orders->start(command, m_parameters, &refusal) == 0) {
+            fail(refusal);
+        }
+    }
+
+    void finished(const DOrder& order)
+    {
+        if (order.state != DOrder::State::Done) {
+            fail(order.failure.text);
+        }
+        start();
+    }
+
+    static ParameterMap parametersOf(const Job& job)
+    {
+        ParameterMap parameters{
+            {QStringLiteral("register"), firstRegister},
+            {QStringLiteral("registerType"), QStringLiteral("holdingRegisters")},
+            {QStringLiteral("dataSize"), registersRead}};
+        if (job.intervalMs > 0) {
+            parameters.insert(QStringLiteral("recurrentInterval"), job.intervalMs);
+        }
+        return parameters;
+    }
+
+    const QString m_listen = QStringLiteral("listen");
+    const QString m_read = QStringLiteral("read");
+    const ParameterMap m_parameters = parametersOf(m_job);
+    std::unique_ptr<DAbstractPlugin> m_plugin;
+    DOrders* m_orders = nullptr;
+    std::function<void()> m_onOpen;
+    quint64 m_connectId = 0;
+};
+
+} // namespace
+
+std::unique_ptr<Client> makeDriverClient(const Job& job, Tally& tally)
+{
+    return std::make_unique<DriverClient>(job, tally);
+}

@@ -520,9 +520,10 @@ void EngineTest::onASharedLinkItAsksInTurn()
     world.engine.linkFailed(QStringLiteral("refused"), world.nowUs);
     world.run();
     QCOMPARE(world.done.join(QLatin1Char(' ')),
-             QStringLiteral("ask-turn request give-turn end well ask-turn request reply-missing "
-                            "open answer timeout close device:502 disconnected: refused down "
-                            "answer not_connected"));
+             QStringLiteral(
+                 "ask-turn request give-turn end well ask-turn open ask-turn request reply-missing "
+                 "open answer timeout close device:502 disconnected: refused down "
+                 "answer not_connected"));
 }
 
 // Its orders fail at once, and what comes after the pause goes out.

@@ -19,7 +19,7 @@ struct WorkerAction
         TellState, ///< the link came (\a flag) or went
         OpenLink, ///< begin an attempt to connect; what there is of a link is closed first. \a
                   ///< flag: even one that others use as well, as it can no longer be trusted
-        CloseLink,
+        CloseLink, ///< \a flag: for others who use it as well, as it can no longer be trusted
         AskTurn, ///< ask for the turn on a link that others use as well
         GiveTurn, ///< it is not needed any more; no reply to what was asked can come, if \a flag
         Look, ///< a limit has come: take in what has arrived before it is believed

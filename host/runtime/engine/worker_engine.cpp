@@ -278,8 +278,9 @@ void WorkerEngine::linkReplaced(const QString& why, qint64 nowUs)
     if (!m_link.isOpen()) {
         return;
     }
-    m_turn.giveBack();
-    if (!m_link.replacedByOther(nowUs)) {
+    if (m_link.replacedByOther(nowUs)) {
+        openLink(false);
+    } else {
         linkEnded(why, nowUs);
     }
 }
@@ -599,10 +600,10 @@ void WorkerEngine::openLink(bool anew)
     m_actions.add(Kind::OpenLink, 0, anew);
 }
 
-void WorkerEngine::closeLink()
+void WorkerEngine::closeLink(bool isSpoiled)
 {
     m_turn.leave();
-    m_actions.add(Kind::CloseLink);
+    m_actions.add(Kind::CloseLink, 0, isSpoiled);
 }
 
 bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& result, qint64 nowUs)
@@ -722,19 +723,19 @@ void WorkerEngine::replaceLink(const QString& why, qint64 nowUs)
         return;
     }
     if (!m_link.replace(nowUs)) {
-        declareLost(why, nowUs);
+        declareLost(why, nowUs, true);
         return;
     }
     openLink(true);
 }
 
-void WorkerEngine::declareLost(const QString& why, qint64 nowUs)
+void WorkerEngine::declareLost(const QString& why, qint64 nowUs, bool isSpoiled)
 {
     if (!m_link.isOpen()) { // replaced meanwhile
         return;
     }
     m_link.lose(why, nowUs);
-    closeLink();
+    closeLink(isSpoiled);
     m_actions.log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why), false);
     if (m_phase == Phase::InFlight) {
         const QString text = QStringLiteral("the connection to %1 was lost (%2)");

@@ -68,7 +68,7 @@ public:
     void linkOpened(qint64 nowUs);
     void linkFailed(const QString& why, qint64 nowUs);
     void linkEnded(const QString& why, qint64 nowUs);
-    /// Somebody else who uses the link has it closed and opened again.
+    /// Somebody else who uses the link had it closed, as what comes over it cannot be trusted.
     void linkReplaced(const QString& why, qint64 nowUs);
     /// The turn that was asked for has come, with what is known of the device.
     void turnCame(const LinkLife& life, qint64 nowUs);
@@ -131,10 +131,10 @@ private:
 
     void failAtOnce(const QString& text, qint64 nowUs);
     void openLink(bool anew);
-    void closeLink();
+    void closeLink(bool isSpoiled = false);
     QString connectRefusal(const ParameterMap& parameters) const;
     void replaceLink(const QString& why, qint64 nowUs);
-    void declareLost(const QString& why, qint64 nowUs);
+    void declareLost(const QString& why, qint64 nowUs, bool isSpoiled = false);
     void tellState(bool open, const QString& why);
     void tellConnectDown(const QString& why);
 

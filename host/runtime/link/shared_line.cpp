@@ -50,10 +50,10 @@ void LinePlace::open(const QString& host, quint16 port, bool anew)
     m_line->open(*this, anew);
 }
 
-void LinePlace::close()
+void LinePlace::close(bool isSpoiled)
 {
     if (m_line) {
-        m_line->close(*this);
+        m_line->close(*this, isSpoiled);
     }
 }
 
@@ -123,7 +123,7 @@ bool SharedLine::isFor(const LinePlace& place, const QString& host, quint16 port
 
 void SharedLine::remove(LinePlace& place)
 {
-    close(place);
+    close(place, false);
     removeAll(m_places, &place);
     m_lastHolder = m_lastHolder == &place ? nullptr : m_lastHolder;
 }
@@ -136,8 +136,10 @@ void SharedLine::open(LinePlace& place, bool anew)
     forgetNotices(place);
     removeAll(m_waiting, &place);
     if (m_state == State::Open && anew && place.m_state == PlaceState::On) {
-        replace(&place, QStringLiteral("another device on the connection needs a new one"));
-    } else if (m_state == State::Open) {
+        place.m_state = PlaceState::Off;
+        spoil(QStringLiteral("another device on the connection needs a new one"));
+    }
+    if (m_state == State::Open) {
         leaveTurn(place);
         place.m_state = PlaceState::On;
         post(place, Kind::Opened);
@@ -158,8 +160,9 @@ void SharedLine::begin(LinePlace& place)
     m_link.open(m_host, m_port);
 }
 
-void SharedLine::close(LinePlace& place)
+void SharedLine::close(LinePlace& place, bool isSpoiled)
 {
+    const bool spoilsIt = isSpoiled && place.m_state == LinePlace::State::On;
     forgetNotices(place);
     removeAll(m_waiting, &place);
     place.m_state = LinePlace::State::Off;
@@ -169,6 +172,8 @@ void SharedLine::close(LinePlace& place)
         m_state = State::Closed;
     } else if (m_state == State::Open && socket().state() != QAbstractSocket::ConnectedState) {
         lose(socket().errorString());
+    } else if (m_state == State::Open && spoilsIt) {
+        spoil(QStringLiteral("another device on the connection needs a new one"));
     } else {
         leaveTurn(place);
     }
@@ -183,7 +188,7 @@ void SharedLine::leaveTurn(const LinePlace& place)
     const bool wasAsked = !m_isTurnComing && socket().hasWritten();
     forgetTurn();
     if (wasAsked && !socket().tellsRepliesApart()) {
-        replaceLater();
+        spoilLater();
     } else {
         grantNext();
     }
@@ -196,43 +201,29 @@ bool SharedLine::isUsed() const
     });
 }
 
-// Closes the connection and opens it again. Everybody waits for it; all but the opener hear of it.
-void SharedLine::replace(LinePlace* opener, const QString& why)
-{
-    LinePlace* first = opener;
-    if (m_holder != nullptr && m_isTurnComing) {
-        m_waiting.push_front(m_holder);
-    }
-    forgetTurn();
-    for (LinePlace* place : m_places) {
-        if (place->m_state == LinePlace::State::On) {
-            place->m_state = LinePlace::State::Waiting;
-            first = first != nullptr ? first : place;
-            if (place != opener) {
-                post(*place, Kind::Replaced, why);
-            }
-        }
-    }
-    begin(*first);
-}
+// Closes the connection, as something may come over it that nobody waits for. Everybody on it may
+// open it again.
+void SharedLine::spoil(const QString& why) { closeFor(Kind::Replaced, why); }
 
 // Not here and now: whoever has the connection spoiled may be about to leave it, as the last one.
-void SharedLine::replaceLater()
+void SharedLine::spoilLater()
 {
     m_isTainted = true;
     m_due.set(0);
 }
 
-void SharedLine::lose(const QString& why)
+void SharedLine::lose(const QString& why) { closeFor(Kind::Ended, why); }
+
+void SharedLine::closeFor(Kind kind, const QString& why)
 {
     m_link.close();
     m_state = State::Closed;
     forgetTurn();
     m_waiting.clear();
     for (LinePlace* place : m_places) {
-        if (place->m_state == LinePlace::State::On) {
+        if (place->m_state != LinePlace::State::Off) {
             place->m_state = LinePlace::State::Off;
-            post(*place, Kind::Ended, why);
+            post(*place, kind, why);
         }
     }
 }
@@ -249,18 +240,7 @@ void SharedLine::handleOpened()
     grantNext();
 }
 
-void SharedLine::handleFailed(const QString& why)
-{
-    m_link.close();
-    m_state = State::Closed;
-    m_waiting.clear();
-    for (LinePlace* place : m_places) {
-        if (place->m_state == LinePlace::State::Waiting) {
-            place->m_state = LinePlace::State::Off;
-            post(*place, Kind::Failed, why);
-        }
-    }
-}
+void SharedLine::handleFailed(const QString& why) { closeFor(Kind::Failed, why); }
 
 void SharedLine::handleReadable()
 {
@@ -284,7 +264,7 @@ void SharedLine::readUnasked()
     const auto size = static_cast<int>(socket().receive(bytes.data(), bytes.size()));
     if (size > 0) {
         handleDropped(size, 0);
-        replace(nullptr, QStringLiteral("%1 bytes came unasked").arg(size));
+        spoil(QStringLiteral("%1 bytes came unasked").arg(size));
     }
 }
 
@@ -334,7 +314,7 @@ void SharedLine::takeTurn(LinePlace& place, bool isOver, const LinkLife& life)
     if (socket().state() != QAbstractSocket::ConnectedState) {
         lose(socket().errorString());
     } else if (!isOver && !socket().tellsRepliesApart()) {
-        replaceLater();
+        spoilLater();
     } else {
         grantNext();
     }
@@ -364,6 +344,8 @@ void SharedLine::beginTurn(LinePlace& place)
     m_holder = &place;
     m_lastHolder = &place;
     m_isTurnComing = false;
+    removeAll(m_places, &place);
+    m_places.push_back(&place);
     socket().beginTurn(place.m_options.unit);
     socket().beginRequest();
 }
@@ -388,7 +370,7 @@ void SharedLine::tellNext()
 {
     const std::shared_ptr<SharedLine> keep = shared_from_this();
     if (m_isTainted && m_state == State::Open) {
-        replace(nullptr, QStringLiteral("a reply may still come that nobody waits for"));
+        spoil(QStringLiteral("a reply may still come that nobody waits for"));
     }
     if (m_notices.empty()) {
         return;

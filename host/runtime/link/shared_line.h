@@ -20,8 +20,7 @@ public:
         fastdelegate::Delegate<void> opened;
         fastdelegate::Delegate<void, const QString&> failed; ///< the attempt, and why
         fastdelegate::Delegate<void, const QString&> ended; ///< the connection, and why
-        /// Another one has the connection closed, as \a why tells, and opened again: an attempt has
-        /// begun.
+        /// The connection was closed, as \a why tells, for everybody to open it again.
         fastdelegate::Delegate<void, const QString&> replaced;
         fastdelegate::Delegate<void, const LinkLife&> turnCame;
         fastdelegate::Delegate<void> readable; ///< there are bytes, or the end; it has the turn
@@ -38,8 +37,9 @@ public:
     /// Joins the connection, which is opened if there is none; \a anew: closed and opened again for
     /// everybody.
     void open(const QString& host, quint16 port, bool anew);
-    /// Leaves it; the last one closes it. What it has asked for does not come.
-    void close();
+    /// Leaves it; the last one closes it, and so does \a isSpoiled for everybody. What it has asked
+    /// for does not come.
+    void close(bool isSpoiled);
     /// Asks for the turn. When it is there at once, what is known of the device; else null, and it
     /// comes later.
     const LinkLife* askTurn();
@@ -83,7 +83,7 @@ public:
     void add(LinePlace& place) { m_places.push_back(&place); }
     void remove(LinePlace& place);
     void open(LinePlace& place, bool anew);
-    void close(LinePlace& place);
+    void close(LinePlace& place, bool isSpoiled);
     const LinkLife* ask(LinePlace& place);
     void takeTurn(LinePlace& place, bool isOver, const LinkLife& life);
     void look(LinePlace& place);
@@ -111,9 +111,10 @@ private:
     void readUnasked();
 
     void begin(LinePlace& place);
-    void replace(LinePlace* opener, const QString& why);
-    void replaceLater();
+    void spoil(const QString& why);
+    void spoilLater();
     void lose(const QString& why);
+    void closeFor(Kind kind, const QString& why);
     bool isUsed() const;
     void leaveTurn(const LinePlace& place);
     void forgetTurn();
@@ -133,7 +134,7 @@ private:
     State m_state = State::Closed;
     bool m_isTainted = false; ///< something may come that nobody waits for: nothing leaves any more
     LinkLife m_life;
-    std::vector<LinePlace*> m_places;
+    std::vector<LinePlace*> m_places; ///< whose turn is longest ago first
     std::deque<LinePlace*> m_waiting; ///< for the turn
     LinePlace* m_holder = nullptr; ///< of the turn
     bool m_isTurnComing = false; ///< the holder has not been told yet

@@ -269,7 +269,7 @@ void WorkerShell::execute(const WorkerAction& action)
         openLink(action.flag);
         break;
     case Kind::CloseLink:
-        closeLink();
+        closeLink(action.flag);
         break;
     case Kind::AskTurn:
         if (const LinkLife* life = m_place->askTurn()) {
@@ -302,11 +302,11 @@ void WorkerShell::openLink(bool anew)
     }
 }
 
-void WorkerShell::closeLink()
+void WorkerShell::closeLink(bool isSpoiled)
 {
     if (m_place) {
         m_worker->m_socket = &m_link.socket(); // the others' may be open
-        m_place->close();
+        m_place->close(isSpoiled);
     } else {
         m_link.close();
     }

@@ -69,7 +69,7 @@ private:
     LinkSocket* socketToUse();
     void setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls);
     void openLink(bool anew);
-    void closeLink();
+    void closeLink(bool isSpoiled);
     void noteEnd();
 
     void performFromOutside();

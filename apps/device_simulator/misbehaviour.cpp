@@ -6,6 +6,8 @@ namespace {
 
 using Then = MisbehaviourKind::Then;
 
+constexpr bool NeverGood = true;
+
 constexpr int LengthHighOffset = 4;
 constexpr int LengthOffset = 5;
 constexpr int UnitOffset = 6;
@@ -79,7 +81,7 @@ Bytes firstHalf(const Bytes& reply, const Bytes& /*last*/) { return reply.left(r
 
 constexpr MisbehaviourKinds misbehaviourKinds{{
     {"late", "the reply comes after the delay", nothing, Then::Rest},
-    {"never", "no reply at all", nothing},
+    {"never", "no reply at all", nothing, Then::Nothing, NeverGood},
     {"half", "the first half at once, the rest after the delay", firstHalf, Then::Rest},
     {"byte-by-byte", "the reply in single bytes, 5 ms apart", nothing, Then::ByteByByte},
     {"drip",
@@ -98,42 +100,56 @@ constexpr MisbehaviourKinds misbehaviourKinds{{
     {"other-unit", "the reply with the id of another unit",
      [](const Bytes& reply, const Bytes&) { return changed(reply, UnitOffset, 1); }},
     {"other-function", "a reply to another function",
-     [](const Bytes& reply, const Bytes&) { return ofOtherFunction(reply); }},
+     [](const Bytes& reply, const Bytes&) { return ofOtherFunction(reply); }, Then::Nothing,
+     NeverGood},
     {"other-unit-and-function", "a reply to another function with the id of another unit",
      [](const Bytes& reply, const Bytes&) {
          return changed(ofOtherFunction(reply), UnitOffset, 1);
-     }},
+     },
+     Then::Nothing, NeverGood},
     {"fewer-values", "a read is answered with one register less, or eight bits",
-     [](const Bytes& reply, const Bytes&) { return withValues(reply, -1); }},
+     [](const Bytes& reply, const Bytes&) { return withValues(reply, -1); }, Then::Nothing,
+     NeverGood},
     {"more-values", "a read is answered with one register more, or eight bits",
-     [](const Bytes& reply, const Bytes&) { return withValues(reply, 1); }},
+     [](const Bytes& reply, const Bytes&) { return withValues(reply, 1); }, Then::Nothing,
+     NeverGood},
     {"no-values", "a read is answered without any value",
-     [](const Bytes& reply, const Bytes&) { return withData(reply, 0); }},
+     [](const Bytes& reply, const Bytes&) { return withData(reply, 0); }, Then::Nothing, NeverGood},
     {"wrong-length", "the length field tells one byte less",
-     [](const Bytes& reply, const Bytes&) { return changed(reply, LengthOffset, -1); }},
+     [](const Bytes& reply, const Bytes&) { return changed(reply, LengthOffset, -1); },
+     Then::Nothing, NeverGood},
     {"huge-length", "the length field tells 256 bytes more",
-     [](const Bytes& reply, const Bytes&) { return changed(reply, LengthHighOffset, 1); }},
+     [](const Bytes& reply, const Bytes&) { return changed(reply, LengthHighOffset, 1); },
+     Then::Nothing, NeverGood},
     {"garbage", "no Modbus at all",
-     [](const Bytes&, const Bytes&) -> Bytes { return "HTTP/1.0 400 Bad Request\r\n\r\n"; }},
+     [](const Bytes&, const Bytes&) -> Bytes { return "HTTP/1.0 400 Bad Request\r\n\r\n"; },
+     Then::Nothing, NeverGood},
     {"garbage-text", "text that names another unit, where a header has it",
-     [](const Bytes&, const Bytes&) { return Bytes::fromHex("48545450394e31043430333020"); }},
+     [](const Bytes&, const Bytes&) { return Bytes::fromHex("48545450394e31043430333020"); },
+     Then::Nothing, NeverGood},
     {"garbage-function", "a frame of unit 1 with a function that has no such reply",
-     [](const Bytes&, const Bytes&) { return Bytes::fromHex("aabb00000007011004deaddead"); }},
+     [](const Bytes&, const Bytes&) { return Bytes::fromHex("aabb00000007011004deaddead"); },
+     Then::Nothing, NeverGood},
     {"garbage-length", "a frame of unit 1 with a length that no frame has",
-     [](const Bytes&, const Bytes&) { return Bytes::fromHex("aabb0000ffff010304deaddead"); }},
+     [](const Bytes&, const Bytes&) { return Bytes::fromHex("aabb0000ffff010304deaddead"); },
+     Then::Nothing, NeverGood},
     {"exception", "the exception server device failure",
-     [](const Bytes& reply, const Bytes&) { return exceptionTo(reply); }},
+     [](const Bytes& reply, const Bytes&) { return exceptionTo(reply); }, Then::Nothing, NeverGood},
     {"exception-other-unit", "an exception with the id of another unit",
-     [](const Bytes& reply, const Bytes&) { return changed(exceptionTo(reply), UnitOffset, 1); }},
+     [](const Bytes& reply, const Bytes&) { return changed(exceptionTo(reply), UnitOffset, 1); },
+     Then::Nothing, NeverGood},
     {"exception-other-function", "an exception to another function",
      [](const Bytes& reply, const Bytes&) {
          return changed(exceptionTo(reply), FunctionOffset, 1);
-     }},
+     },
+     Then::Nothing, NeverGood},
     {"exception-too-long", "an exception with two bytes more than it should have",
      [](const Bytes& reply, const Bytes&) {
          return framed(exceptionTo(reply) + Bytes::fromHex("dead"));
-     }},
-    {"close-before", "the connection is closed instead of a reply", nothing, Then::Close},
+     },
+     Then::Nothing, NeverGood},
+    {"close-before", "the connection is closed instead of a reply", nothing, Then::Close,
+     NeverGood},
     {"close-within", "the connection is closed in the middle of the reply", firstHalf, Then::Close},
     {"close-after", "the connection is closed after the reply", whole, Then::Close},
     {"half-close-within", "from the middle of the reply on nothing is sent, but requests are taken",
@@ -141,7 +157,7 @@ constexpr MisbehaviourKinds misbehaviourKinds{{
     {"half-close-after", "from the end of the reply on nothing is sent, but requests are taken",
      whole, Then::HalfClose},
     {"reboot", "all connections are closed, and the device is gone for the delay", nothing,
-     Then::Reboot},
+     Then::Reboot, NeverGood},
 }};
 
 const MisbehaviourKind* findMisbehaviour(const QString& name)

@@ -28,6 +28,7 @@ struct MisbehaviourKind
     /// where this kind can do nothing to it.
     QByteArray (*now)(const QByteArray& reply, const QByteArray& last);
     Then then = Then::Nothing;
+    bool isNeverGood = false; ///< there is nothing in it that a read could take a value from
 
     /// The reply does not come in one go.
     bool sendsInParts() const

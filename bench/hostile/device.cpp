@@ -1,5 +1,7 @@
 #include "device.h"
 
+#include "frames.h"
+
 #include <QTcpSocket>
 
 #include <algorithm>
@@ -7,24 +9,10 @@
 
 namespace {
 
+using namespace Frames;
+
 constexpr std::size_t answersKept = 256;
-constexpr int headerSize = 6; // what the length field does not count
-constexpr int lengthOffset = 5;
-constexpr int functionOffset = 7;
-constexpr int startOffset = 8;
-constexpr int dataOffset = 9;
-constexpr int quantityOffset = 10;
-constexpr int echoSize = 12;
 constexpr int multipleDataOffset = 13;
-constexpr quint8 exceptionBit = 0x80;
-constexpr char illegalDataAddress = 2;
-
-quint16 wordIn(const QByteArray& bytes, int offset)
-{
-    return static_cast<quint16>(static_cast<uchar>(bytes.at(offset)) << 8
-                                | static_cast<uchar>(bytes.at(offset + 1)));
-}
-
 // The multiplier is odd: within a table, no two registers hold the same.
 quint16 wordAt(quint8 function, int address)
 {
@@ -36,14 +24,6 @@ bool bitAt(quint8 function, int address)
     quint32 mixed = (static_cast<quint32>(address) * 8 + function) * 2654435761U;
     mixed = (mixed ^ mixed >> 15) * 2246822519U;
     return (mixed >> 31) != 0;
-}
-
-QByteArray framed(const QByteArray& request, quint8 function, const QByteArray& body)
-{
-    QByteArray reply = request.left(functionOffset) + static_cast<char>(function) + body;
-    reply[lengthOffset - 1] = 0;
-    reply[lengthOffset] = static_cast<char>(reply.size() - headerSize);
-    return reply;
 }
 
 } // namespace
@@ -107,7 +87,7 @@ void HostileDevice::answer(QTcpSocket* client, const QByteArray& request)
     Answer answer;
     answer.function = static_cast<quint8>(request.at(functionOffset));
     const QByteArray body = carryOut(request, answer);
-    const QByteArray reply = framed(request, answer.function, body);
+    const QByteArray reply = replyTo(request, answer.function, body);
     answer.kind = m_behaves ? nullptr : m_spoiler.draw(*client, reply);
     noteSpoiled(answer, reply);
     Client& seen = m_clients[client];

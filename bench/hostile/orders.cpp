@@ -1,31 +1,17 @@
 #include "orders.h"
 
+#include "frames.h"
+
 #include <array>
 #include <map>
 
 namespace {
 
+using namespace Frames;
 using Answer = HostileDevice::Answer;
 
-constexpr quint8 exceptionBit = 0x80;
 constexpr int writtenRegisters = 16; // so few that writes and reads meet
 constexpr int writtenCoils = 8192; // so many that no two writes in flight are the same
-
-// The values of a reply as the module hands them out: words, and of the last byte of bits only the
-// last one that was asked for.
-QVariantList handedOut(quint8 function, quint16 quantity, QByteArray data)
-{
-    if (function <= 2 && !data.isEmpty()) {
-        char& last = data.data()[data.size() - 1];
-        last = static_cast<char>(last & (1 << (quantity - 1) % 8));
-    }
-    QVariantList values;
-    for (int i = 0; i < data.size(); i += 2) {
-        const int high = static_cast<uchar>(data.at(i));
-        values << (i + 1 < data.size() ? high * 256 + static_cast<uchar>(data.at(i + 1)) : high);
-    }
-    return values;
-}
 
 Outcome judgeRead(const HostileDevice& device, const Given& given, const QVariantList& values)
 {

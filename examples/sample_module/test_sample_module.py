@@ -62,6 +62,8 @@ class SampleModule(unittest.TestCase):
                 ("--name volume", 1, "", "the device's reply does not fit the request; "
                                          "--verbose shows the reply and what "
                                          "the module says of it\n"),
+                ("--name silence", 1, "", "no answer within 2000 ms; check that the device is on "
+                                          "and reachable\n"),
                 ("--name two\nlines", 1, "", "parameter 'name' must be one word\n"),
                 ("--name level --times 70000", 2, "",
                  "--times: '70000' is not a number 0 to 65535" + USAGE),
@@ -70,7 +72,8 @@ class SampleModule(unittest.TestCase):
                 code, output, errors = run("get", *self.endpoint, *arguments.split(" "))
                 self.assertEqual([code, output, errors.partition(": ")[2]], wanted)
         self.assertEqual(b"".join(self.device.asked), b"GET level 1\nGET outdoor_temperature 16\n"
-                                                      b"GET nothing 1\nGET volume 1\n")
+                                                      b"GET nothing 1\nGET volume 1\n"
+                                                      b"GET silence 1\n")
 
     def test_watch(self):
         """A failed measurement does not end it."""

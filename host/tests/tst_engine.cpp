@@ -1,3 +1,4 @@
+#include <runtime/engine/backoff.h>
 #include <runtime/engine/worker_engine.h>
 
 #include <QtTest>
@@ -77,6 +78,7 @@ public:
     ParameterMap reply; ///< of the last outcome
     bool hookAccepts = true;
     bool writes = true; ///< functions write a request and wait for its reply
+    bool stopsWhenDown = false; ///< who hears that the link is down stops the last instruction
     int waiting = 0; ///< bytes that a function finds on the link
     QByteArray inTime; ///< what has arrived when the shell looks once more
 
@@ -97,6 +99,9 @@ private:
             break;
         case Kind::TellState:
             done.append(action.flag ? QStringLiteral("up") : QStringLiteral("down"));
+            if (stopsWhenDown) {
+                engine.stop(lastId, nowUs);
+            }
             break;
         case Kind::OpenLink:
             waiting = 0;
@@ -182,10 +187,15 @@ private slots:
     void aLinkThatNobodyWantsEndsWithABadReply();
     void theEndOfALinkIsToldToWhomItWasTold_data();
     void theEndOfALinkIsToldToWhomItWasTold();
+    void aConnectThatIsStoppedInAReportOpensNothing();
     void aFirstAttemptIsTriedAgain();
     void numberedRequestsKeepTheLink();
     void onASharedLinkItAsksInTurn();
     void aSilentUnitIsPaused();
+    void aReplyThatNobodyWantsHoldsUpNoDisconnect();
+    void aKeepAliveTakesAnyReplyAsLife();
+    void theQueueIsBounded();
+    void delaysAreSpread();
 };
 
 // A read of two registers was asked of unit 0. The hook believes everything, as hooks may.
@@ -446,6 +456,17 @@ void EngineTest::theEndOfALinkIsToldToWhomItWasTold()
     QTEST(world.done.join(QLatin1Char(' ')), "decided");
 }
 
+void EngineTest::aConnectThatIsStoppedInAReportOpensNothing()
+{
+    World world;
+    world.connectNow();
+    world.engine.stop(1, world.nowUs);
+    world.run();
+    world.stopsWhenDown = true;
+    world.startConnect();
+    QCOMPARE(world.done.join(QLatin1Char(' ')), QStringLiteral("down close"));
+}
+
 // Whoever waits for the connection hears why there is none, once for each reason; orders do not
 // wait for later attempts.
 void EngineTest::aFirstAttemptIsTriedAgain()
@@ -557,6 +578,56 @@ void EngineTest::aSilentUnitIsPaused()
     QCOMPARE(world.done.filter(QStringLiteral("asked less often")).size(), 1);
     QCOMPARE(world.done.filter(QStringLiteral("answers again")).size(), 1);
     QCOMPARE(world.done.count(QStringLiteral("request")), 5);
+}
+
+void EngineTest::aReplyThatNobodyWantsHoldsUpNoDisconnect()
+{
+    World world;
+    world.connectNow();
+    world.engine.stop(world.start("ask"), world.nowUs);
+    world.engine.stop(1, world.nowUs);
+    world.start("disconnect");
+    QCOMPARE(world.done.join(QLatin1Char(' ')), QStringLiteral("request close down end well"));
+}
+
+void EngineTest::aKeepAliveTakesAnyReplyAsLife()
+{
+    World world;
+    world.engine.setKeepAlive(QStringLiteral("ask"), {}, 5000);
+    world.connectNow();
+    world.pass(5000);
+    world.receive(bytes("aabb00000003008302"));
+    QCOMPARE(world.done, QStringList(QStringLiteral("request")));
+    world.pass(5000);
+    world.pass(limitMs);
+    QCOMPARE(world.done.mid(1, 2),
+             (QStringList{QStringLiteral("request"), QStringLiteral("close")}));
+}
+
+void EngineTest::theQueueIsBounded()
+{
+    World world;
+    for (int i = 0; i < 1024; ++i) {
+        QVERIFY(world.engine.add(1, QStringLiteral("ask"), {}, limitMs, 0, world.failure.text));
+    }
+    QVERIFY(!world.engine.add(1, QStringLiteral("ask"), {}, limitMs, 0, world.failure.text));
+    QVERIFY(world.failure.text.contains(QLatin1String("queue is full (1024 orders)")));
+}
+
+// So that many workers which lose a device at once do not come back at once.
+void EngineTest::delaysAreSpread()
+{
+    constexpr int workers = 100;
+    QMap<int, int> firstTenths;
+    for (int seed = 1; seed <= workers; ++seed) {
+        Backoff backoff(static_cast<unsigned>(seed) * 2654435761U);
+        for (const int most : {375, 750, 1500, 3000, 6000, 12000, 22500, 22500}) {
+            const int delayMs = backoff.nextDelayMs();
+            QVERIFY(delayMs >= most / 3 && delayMs <= most);
+            firstTenths[delayMs * 10 / most] += most == 375 ? 1 : 0;
+        }
+    }
+    QVERIFY(*std::max_element(firstTenths.cbegin(), firstTenths.cend()) < workers / 4);
 }
 
 QTEST_GUILESS_MAIN(EngineTest)

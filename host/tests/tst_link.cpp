@@ -1,15 +1,9 @@
-#include "recorded_object.h"
-#include "scripted_device.h"
-
+#include <plugin_management/link_options.h>
 #include <runtime/link/translation.h>
 
 #include <QtTest>
 
-using Code = OrderFailure::Code;
-using Step = ScriptedDevice::Step;
 Q_DECLARE_METATYPE(LinkOptions)
-Q_DECLARE_METATYPE(OrderFailure::Code)
-Q_DECLARE_METATYPE(ScriptedDevice::Step)
 
 namespace {
 
@@ -60,9 +54,6 @@ private slots:
     void translation_data();
     void translation();
     void idsComeAgainWhenTheirRepliesHaveCome();
-    void replies_data();
-    void replies();
-    void aFloodOfRepliesEndsTheConnection();
     void refusals_data();
     void refusals();
 };
@@ -182,69 +173,6 @@ void LinkTest::idsComeAgainWhenTheirRepliesHaveCome()
     QCOMPARE(ids.mid(65534, 5), (QList<QByteArray>{"ffff", "0000", "0001", "0002", "0004"}));
     QCOMPARE(ids.mid(65534 + 65535, 5),
              (QList<QByteArray>{"ffff", "0000", "0001", "0002", "0003"}));
-}
-
-void LinkTest::replies_data()
-{
-    QTest::addColumn<LinkOptions>("options");
-    QTest::addColumn<Step>("step");
-    QTest::addColumn<Code>("code"); // None: the value comes back
-    QTest::addColumn<int>("connections"); // how many the device has seen after the next order
-    QTest::addColumn<int>("dropped");
-    const LinkOptions five = linkOptions(5, false);
-    const LinkOptions both = linkOptions(5, true);
-    using S = ScriptedDevice;
-    QTest::newRow("whole") << both << S::Answer << Code::None << 1 << 0;
-    QTest::newRow("byte by byte") << both << S::ByteByByte << Code::None << 1 << 0;
-    QTest::newRow("exception") << both << S::Exception2 << Code::DeviceException << 1 << 0;
-    QTest::newRow("twice, unit only") << five << S::Twice << Code::BadReply << 2 << 11;
-    QTest::newRow("twice") << both << S::Twice << Code::None << 1 << 11;
-    QTest::newRow("never, unit only") << five << S::Never << Code::Timeout << 2 << 0;
-    QTest::newRow("never") << both << S::Never << Code::Timeout << 1 << 0;
-    QTest::newRow("late") << both << S::Late << Code::Timeout << 1 << 11;
-    QTest::newRow("another unit") << both << S::OtherUnit << Code::Timeout << 1 << 11;
-    QTest::newRow("another unit, unit only") << five << S::OtherUnit << Code::Timeout << 2 << 11;
-    QTest::newRow("another id") << both << S::OtherId << Code::Timeout << 1 << 11;
-    QTest::newRow("another function") << both << S::OtherFunction << Code::BadReply << 2 << 0;
-    QTest::newRow("no frame") << both << S::ImplausibleHeader << Code::BadReply << 2 << 0;
-    QTest::newRow("closes instead") << both << S::CloseInstead << Code::NotConnected << 2 << 0;
-}
-
-void LinkTest::replies()
-{
-    QFETCH(LinkOptions, options);
-    QFETCH(Step, step);
-    QFETCH(Code, code);
-    QFETCH(int, dropped);
-    ScriptedDevice device;
-    device.lateMs = 80; // in the middle of the next order
-    RecordedObject object;
-    QVERIFY(object.plugin->setLinkOptions(options));
-    object.connectTo(device.port());
-    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
-    device.script = {step};
-    const DOrder order = object.finish(object.start(ask, value(258)));
-    QCOMPARE(order.failure.code, code);
-    QCOMPARE(order.failure.unitId, code == Code::None ? -1 : 5);
-    if (step == Step::Late) {
-        device.script = {Step::Late}; // so that the late one comes first
-    }
-    QTRY_COMPARE(object.valueOf(object.start(ask, value(772, 1000))), QVariant(772));
-    QTEST(device.connections, "connections");
-    QCOMPARE(object.statistics().droppedBytes, static_cast<quint64>(dropped));
-    QCOMPARE(device.requests.last().mid(6, 1), QByteArray(1, '\x05'));
-}
-
-void LinkTest::aFloodOfRepliesEndsTheConnection()
-{
-    ScriptedDevice device;
-    RecordedObject object;
-    QVERIFY(object.plugin->setLinkOptions(linkOptions(-1, true)));
-    object.connectTo(device.port());
-    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
-    device.sendUnasked(QByteArray::fromHex("7777000000050003020000").repeated(20000));
-    QTRY_COMPARE(object.valueOf(object.start(ask, value(2, 1000))), QVariant(2));
-    QTRY_COMPARE(device.connections, 2);
 }
 
 void LinkTest::refusals_data()

@@ -68,6 +68,7 @@ private slots:
     void whatAHandlerEndsIsNotCalled();
     void deadlinesComeInOrderAndNeverEarly();
     void aDeadlineThatIsAlwaysDueLeavesRoom();
+    void othersComeWhileAHandlerRunsALoop();
 };
 
 // More than the system names at a time, each of them ready in every turn.
@@ -147,6 +148,19 @@ void LoopTest::aDeadlineThatIsAlwaysDueLeavesRoom()
     QThread::msleep(1);
     QCoreApplication::processEvents();
     QVERIFY2(times <= 2, QByteArray::number(times));
+}
+
+// What a slot does while it shows a dialog, say.
+void LoopTest::othersComeWhileAHandlerRunsALoop()
+{
+    bool hasCome = false;
+    bool withinLoop = false;
+    Alarm other([&] { hasCome = true; });
+    Alarm first([&] { withinLoop = QTest::qWaitFor([&] { return hasCome; }); });
+    first.setIn(0);
+    other.setIn(20000);
+    QTRY_VERIFY(hasCome);
+    QVERIFY(withinLoop);
 }
 
 QTEST_GUILESS_MAIN(LoopTest)

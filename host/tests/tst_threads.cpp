@@ -1,5 +1,5 @@
+#include "echo_device.h"
 #include "recorded_object.h"
-#include "scripted_device.h"
 
 #include <QThread>
 
@@ -21,9 +21,9 @@ public:
 protected:
     void run() override
     {
-        ScriptedDevice device;
+        EchoDevice device;
         RecordedObject object;
-        object.connectTo(device.port(), 8000, QStringLiteral("localhost"));
+        object.connectTo(device.serverPort(), QStringLiteral("localhost"));
         for (int i = 0; i < orders; ++i) {
             const quint64 id = object.start(
                 ask,

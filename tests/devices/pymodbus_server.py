@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""A device of another make, pymodbus: pymodbus_server.py COUNT, so many items in each table."""
+"""A device of another make, pymodbus: pymodbus_server.py COUNT, so many items in each table. What
+is written can be read as inputs too."""
 
 import asyncio
 import logging
@@ -18,7 +19,8 @@ def table():
 
 
 async def serve():
-    store = ModbusSlaveContext(di=table(), co=table(), hr=table(), ir=table(), zero_mode=True)
+    bits, words = table(), table()
+    store = ModbusSlaveContext(di=bits, co=bits, hr=words, ir=words, zero_mode=True)
     server = await StartAsyncTcpServer(context=ModbusServerContext(slaves=store, single=True),
                                        address=("127.0.0.1", 0), defer_start=True)
     serving = asyncio.ensure_future(server.serve_forever())

@@ -2,10 +2,14 @@
 
 #include "world.h"
 
+#include <hostile/frames.h>
+
 #include <algorithm>
 #include <array>
 
 namespace {
+
+using namespace Frames;
 
 constexpr qint64 ms = 1000;
 constexpr qint64 turnUs = 30 * ms; // what a turn of the loop may take, with some more
@@ -15,27 +19,7 @@ constexpr qint64 firstDelayUs = 250 * ms;
 constexpr qint64 longestDelayUs = 15000 * ms;
 constexpr qint64 longestLookUpUs = 8100 * ms;
 constexpr int fewBytes = 2048; // less than any flood brings
-constexpr int functionOffset = 7;
-constexpr int startOffset = 8;
 constexpr quint8 identify = 17;
-constexpr quint8 exceptionBit = 0x80;
-
-// The values of a reply as the module hands them out: words, and of the last byte of bits only the
-// last one that was asked for.
-QVariantList handedOut(const Device::Said& said)
-{
-    QByteArray data = said.data;
-    if (said.function <= 2 && !data.isEmpty()) {
-        char& last = data.data()[data.size() - 1];
-        last = static_cast<char>(last & (1 << (said.quantity - 1) % 8));
-    }
-    QVariantList values;
-    for (int i = 0; i < data.size(); i += 2) {
-        const int high = static_cast<uchar>(data.at(i));
-        values << (i + 1 < data.size() ? high * 256 + static_cast<uchar>(data.at(i + 1)) : high);
-    }
-    return values;
-}
 
 int replySize(const Device::Said& said)
 {
@@ -49,7 +33,7 @@ bool holds(const QVariant& value, const Device::Said& said)
     if (said.function == identify) {
         return value.toMap().value(QStringLiteral("info")).toByteArray() == said.data;
     }
-    return value.toList() == handedOut(said);
+    return value.toList() == handedOut(said.function, said.quantity, said.data);
 }
 
 // A reply of this function with these data gives this value to whom it is taken to answer.
@@ -290,13 +274,9 @@ void Book::tick(Open& open)
     ++open.outcomes;
     const qint64 nowUs = World::current()->nowUs();
     open.lastUs = nowUs;
-    if (!open.asked.repeats() || open.firstUs < 0) {
-        open.firstUs = nowUs;
-        return;
-    }
-    // The first outcome may have come late in its own interval.
-    if (open.outcomes
-        > (nowUs - open.firstUs) / open.asked.intervalUs + 2 + limitUs / open.asked.intervalUs) {
+    // It may have been started while the process was late, so that its time is a little before.
+    if (open.asked.repeats()
+        && open.outcomes > (nowUs - open.sinceUs) / open.asked.intervalUs + 2) {
         fail(QStringLiteral("more repetitions than fell due"));
     }
 }
@@ -501,9 +481,7 @@ int Book::numberOf(const QByteArray& request) const
 {
     const auto function = static_cast<quint8>(request.at(functionOffset));
     if (function != identify) {
-        const auto start = static_cast<quint16>(static_cast<uchar>(request.at(startOffset)) << 8
-                                                | static_cast<uchar>(request.at(startOffset + 1)));
-        const auto it = m_numberOfStart.find(start);
+        const auto it = m_numberOfStart.find(wordIn(request, startOffset));
         return it != m_numberOfStart.end() ? it->second : -1;
     }
     const auto it = std::find_if(m_open.begin(), m_open.end(), [](const auto& one) {
@@ -516,7 +494,7 @@ int Book::numberOf(const QByteArray& request) const
 void Book::checkHeader(const QByteArray& request)
 {
     const QByteArray id = request.left(2);
-    const int unit = static_cast<uchar>(request.at(functionOffset - 1));
+    const int unit = static_cast<uchar>(request.at(unitOffset));
     if (unit != std::max(0, m_options.unit)) {
         fail(QStringLiteral("a request to unit %1").arg(unit));
     }
@@ -698,7 +676,7 @@ void Book::expectCalm(int openOrders, const WorkerStatistics& counted)
                  .arg(openOrders));
     }
     for (const auto& [number, open] : m_open) {
-        const qint64 passedUs = World::current()->nowUs() - open.firstUs;
+        const qint64 passedUs = World::current()->nowUs() - open.sinceUs;
         if (open.asked.repeats() && open.outcomes < passedUs / open.asked.intervalUs) {
             fail(QStringLiteral("all is well, and only %1 repetitions came").arg(open.outcomes));
         }

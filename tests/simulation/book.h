@@ -94,8 +94,7 @@ private:
         bool isStopped = false;
         bool isConfirmed = false;
         int results = 0;
-        qint64 firstUs = -1; ///< of a listen, its first outcome
-        qint64 lastUs = -1; ///< and its last one
+        qint64 lastUs = -1; ///< of a listen, its last outcome
         qint64 outcomes = 0;
     };
 

@@ -2,51 +2,19 @@
 
 #include "world.h"
 
+#include <hostile/frames.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <set>
 #include <string>
 
 namespace {
 
+using namespace Frames;
+
 constexpr qint64 ms = 1000;
 constexpr std::size_t rememberedReplies = 4096;
-constexpr int headerSize = 6; // what the length field does not count
-constexpr int lengthOffset = 5;
-constexpr int functionOffset = 7;
-constexpr int startOffset = 8;
-constexpr int dataOffset = 9;
-constexpr int quantityOffset = 10;
-constexpr int echoSize = 12;
-constexpr quint8 exceptionBit = 0x80;
-constexpr char illegalDataAddress = 2;
 constexpr int floodSize = 4096;
-
-// What a read that is answered so must not be given a value from.
-const std::set<std::string> neverGood{"other-function",
-                                      "other-unit-and-function",
-                                      "fewer-values",
-                                      "more-values",
-                                      "no-values",
-                                      "wrong-length",
-                                      "huge-length",
-                                      "garbage",
-                                      "garbage-text",
-                                      "garbage-function",
-                                      "garbage-length",
-                                      "exception",
-                                      "exception-other-unit",
-                                      "exception-other-function",
-                                      "exception-too-long",
-                                      "never",
-                                      "close-before",
-                                      "reboot"};
-
-quint16 wordIn(const QByteArray& bytes, int offset)
-{
-    return static_cast<quint16>(static_cast<uchar>(bytes.at(offset)) << 8
-                                | static_cast<uchar>(bytes.at(offset + 1)));
-}
 
 QByteArray bytesOf(quint64 request, int start, int size)
 {
@@ -57,14 +25,6 @@ QByteArray bytesOf(quint64 request, int start, int size)
         bytes[i] = static_cast<char>(i % 2 == 0 ? mixed : mixed >> 8);
     }
     return bytes;
-}
-
-QByteArray framed(const QByteArray& request, quint8 function, const QByteArray& body)
-{
-    QByteArray reply = request.left(functionOffset) + static_cast<char>(function) + body;
-    reply[lengthOffset - 1] = 0;
-    reply[lengthOffset] = static_cast<char>(reply.size() - headerSize);
-    return reply;
 }
 
 } // namespace
@@ -175,7 +135,7 @@ void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
     Said said;
     said.request = request;
     said.link = link;
-    const QByteArray reply = framed(frame, said.function, carryOut(frame, said));
+    const QByteArray reply = replyTo(frame, said.function, carryOut(frame, said));
     if (!Network::current()->isOpen(link)) {
         return;
     }
@@ -183,8 +143,7 @@ void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
     const bool hasUnit = m_plan.links.at(static_cast<std::size_t>(m_number)).unit >= 0;
     const MisbehaviourKind* kind = drawKind(reply, wire);
     said.isNeverGood = kind != nullptr
-        && (neverGood.count(kind->name) > 0
-            || (hasUnit && kind->name == std::string("other-unit")));
+        && (kind->isNeverGood || (hasUnit && kind->name == std::string("other-unit")));
     const QByteArray now = kind != nullptr ? kind->now(reply, wire.lastReply) : reply;
     if (now.size() > dataOffset) {
         said.sentFunction = static_cast<quint8>(now.at(functionOffset));

@@ -1,7 +1,6 @@
 #include "cli/command_line.h"
 #include "cli/module_description.h"
 #include "cli/value_parser.h"
-#include "output/failure_text.h"
 #include "output/message_log.h"
 #include "output/renderer.h"
 #include "run/line_reader.h"
@@ -14,22 +13,13 @@
 #include <thread>
 #include <vector>
 
-Q_DECLARE_METATYPE(OrderFailure)
 Q_DECLARE_METATYPE(RenderedOrder)
 Q_DECLARE_METATYPE(Format)
 Q_DECLARE_METATYPE(std::optional<Places>)
-Q_DECLARE_METATYPE(FailureSubject)
 Q_DECLARE_METATYPE(std::optional<LiveStatus>)
 Q_DECLARE_METATYPE(PictureStyle)
 
 namespace {
-
-using Code = OrderFailure::Code;
-
-OrderFailure failure(Code code, const char* text, int exceptionCode = 0, int unitId = -1)
-{
-    return {code, QString::fromLatin1(text), exceptionCode, unitId};
-}
 
 // Two of them.
 Places places(int first)
@@ -62,8 +52,6 @@ class TestDriverHost : public QObject
 private slots:
     void value_data();
     void value();
-    void failureLine_data();
-    void failureLine();
     void rendering_data();
     void rendering();
     void arguments_data();
@@ -124,40 +112,6 @@ void TestDriverHost::value()
         QCOMPARE(value.userType(), expected.userType());
         QCOMPARE(value, expected);
     }
-}
-
-void TestDriverHost::failureLine_data()
-{
-    QTest::addColumn<OrderFailure>("why");
-    QTest::addColumn<FailureSubject>("subject");
-    QTest::addColumn<QString>("line");
-
-    FailureSubject two;
-    two.title = "location";
-    two.place = "5";
-    two.quantity = 2;
-    QTest::newRow("time-out")
-        << failure(Code::Timeout, "no answer within 2000 ms", 0, 0) << two
-        << "read failed: no answer within 2000 ms (location 5, 2 values, unit 0); a device that "
-           "does not serve unit 0 looks just like one that is switched off";
-    two.hasAnswered = true;
-    QTest::newRow("time-out of one that has answered")
-        << failure(Code::Timeout, "no answer within 9 ms", 0, 0) << two
-        << "read failed: no answer within 9 ms (location 5, 2 values, unit 0); it has answered "
-           "before, so it is busy, or has just gone";
-    QTest::newRow("nobody gives a reason")
-        << OrderFailure() << two
-        << "read failed: the module refused the order; --verbose shows what it says";
-    QTest::newRow("time-out where there are no units")
-        << failure(Code::Timeout, "no answer within 9 ms") << FailureSubject()
-        << "read failed: no answer within 9 ms; check that the device is on and reachable";
-}
-
-void TestDriverHost::failureLine()
-{
-    QFETCH(OrderFailure, why);
-    QFETCH(FailureSubject, subject);
-    QTEST(failureText("read", why, subject), "line");
 }
 
 void TestDriverHost::rendering_data()

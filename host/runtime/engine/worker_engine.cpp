@@ -166,6 +166,9 @@ bool WorkerEngine::next(WorkerAction& action, qint64 nowUs)
         return false;
     }
     action = m_actions.pop();
+    if (action.kind == Kind::OpenLink && !m_link.isAttempting()) { // stopped meanwhile
+        action.kind = Kind::Nothing;
+    }
     return true;
 }
 

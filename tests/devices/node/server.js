@@ -1,6 +1,6 @@
 #!/usr/bin/env node
-// A device of another make, modbus-serial from npm: node_server.js COUNT, so many items in each
-// table. NODE_PATH tells where the package is.
+// A device of another make, modbus-serial from npm: server.js COUNT, so many items in each table.
+// What is written can be read as inputs too. NODE_PATH tells where the package is.
 "use strict";
 const net = require("net");
 const { ServerTCP } = require("modbus-serial");

@@ -21,7 +21,7 @@ ROOMS = {
     "host/runtime/engine": [rf"plugin_management/({'|'.join(VALUES)})\.h$", QT_VALUES, STANDARD],
     "host/runtime/loop": [r"plugin_management/fast_delegate\.h$", r"Q(BasicTimer|Event|Object|"
                           r"SocketNotifier)$", STANDARD, SYSTEM],
-    "host/runtime/link": [r"runtime/loop/",
+    "host/runtime/link": [r"runtime/loop/", r"runtime/engine/link_life\.h$",
                           r"plugin_management/(fast_delegate|link_options|reply_framing)\.h$", QT,
                           r"openssl/",
                           STANDARD, SYSTEM],

@@ -52,7 +52,7 @@ QString readText(const QVariant& given, LinkOptions& options)
     return isText ? QString() : QStringLiteral("'%1' is not a text").arg(given.toString());
 }
 
-constexpr std::array<Option, 9> all{{
+constexpr std::array<Option, 10> all{{
     {"keepTrying", "", "Keep trying until there is a first connection",
      readFlag<&LinkOptions::keepTrying>},
     {"unit", "0..255", "Ask this unit instead of unit 0", readUnit},
@@ -68,6 +68,8 @@ constexpr std::array<Option, 9> all{{
      readText<&LinkOptions::tlsName>},
     {"rtu", "", "Frames of a serial line with their CRC, as serial servers pass them on",
      readFlag<&LinkOptions::rtu>},
+    {"share", "", "Use one connection for all devices that name the same host and port",
+     readFlag<&LinkOptions::share>},
 }};
 
 QString unknown()

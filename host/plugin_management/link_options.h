@@ -36,6 +36,13 @@ struct LinkOptions
     /// to 255, and leaves no place for transaction ids. Functions 1 to 6 and 15 to 17 are
     /// understood; a reply to another one, or with a wrong CRC, is a bad reply.
     bool rtu = false;
+    /// Plug-in objects of one thread that name the same host (letter for letter) and port, with the
+    /// same transactionIds, rtu and options of TLS, use one connection, each with its own unit. One
+    /// request is out on it at a time, in turns; time limits run from the write as ever. Whoever
+    /// needs a new connection gets it for all. One whose unit leaves three requests in a row
+    /// without a reply is paused for 250 ms, doubling to 15 s, in which its orders fail at once as
+    /// "not connected", so that it does not hold up the others.
+    bool share = false;
 
     // unit, transactionIds and rtu are for workers whose framing is mbapFraming(): Modbus Messaging
     // on TCP/IP V1.0b, section 3.1.3.

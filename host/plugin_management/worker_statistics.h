@@ -16,6 +16,7 @@ struct WorkerStatistics
     quint64 ticksSkipped = 0; ///< repetitions that fell due while the one before was pending
     quint64 reconnects = 0; ///< connections opened after the first one
     quint64 droppedBytes = 0; ///< bytes that answered no request: late, unsolicited, or to a stop
+    quint64 droppedReplies = 0; ///< whole replies among them
 
     // From the call of the function, just before its write, to the whole reply, in microseconds,
     // the keep-alive's included; 0 before the first reply.

@@ -110,6 +110,13 @@ private:
         case Kind::CloseLink:
             done.append(QStringLiteral("close"));
             break;
+        case Kind::AskTurn:
+            done.append(QStringLiteral("ask-turn"));
+            break;
+        case Kind::GiveTurn:
+            done.append(action.flag ? QStringLiteral("give-turn")
+                                    : QStringLiteral("reply-missing"));
+            break;
         case Kind::Look:
             if (!inTime.isEmpty()) {
                 engine.received(inTime.constData(), inTime.size(), nowUs);
@@ -183,6 +190,8 @@ private slots:
     void aConnectThatIsStoppedInAReportOpensNothing();
     void aFirstAttemptIsTriedAgain();
     void numberedRequestsKeepTheLink();
+    void onASharedLinkItAsksInTurn();
+    void aSilentUnitIsPaused();
     void aReplyThatNobodyWantsHoldsUpNoDisconnect();
     void aKeepAliveTakesAnyReplyAsLife();
     void theQueueIsBounded();
@@ -502,9 +511,73 @@ void EngineTest::numberedRequestsKeepTheLink()
         QCOMPARE(world.failure.unitId, 5);
         QCOMPARE(world.done.contains(QStringLiteral("down")), i == 14);
         if (i == 6) {
-            world.engine.dropped(13); // a late reply: it lives
+            world.engine.dropped(13, 1); // a late reply: it lives
         }
     }
+}
+
+// What runs is chosen when the turn is there, and the limit of a request is its own.
+void EngineTest::onASharedLinkItAsksInTurn()
+{
+    LinkOptions options;
+    options.share = true;
+    World world;
+    world.engine.setLinkOptions(options);
+    world.connectNow();
+    world.start(
+        "ask", {{QStringLiteral("recurrent"), true}, {QStringLiteral("recurrentInterval"), 60000}});
+    world.pass(3 * limitMs);
+    world.start("ask");
+    world.engine.turnCame({true, 0, 0}, world.nowUs);
+    world.run();
+    world.receive(bytes("aabb000000070003040001000a"));
+    world.engine.linkReplaced(QStringLiteral("spoiled"), world.nowUs);
+    world.run();
+    world.engine.linkOpened(world.nowUs);
+    world.run();
+    world.engine.turnCame({true, 0, 0}, world.nowUs);
+    world.run();
+    world.pass(limitMs);
+    world.engine.linkFailed(QStringLiteral("refused"), world.nowUs);
+    world.run();
+    QCOMPARE(world.done.join(QLatin1Char(' ')),
+             QStringLiteral(
+                 "ask-turn request give-turn end well ask-turn open ask-turn request reply-missing "
+                 "open answer timeout close device:502 disconnected: refused down "
+                 "answer not_connected"));
+}
+
+// Its orders fail at once, and what comes after the pause goes out.
+void EngineTest::aSilentUnitIsPaused()
+{
+    LinkOptions options;
+    options.share = true;
+    options.transactionIds = true;
+    options.unit = 7;
+    World world;
+    world.engine.setLinkOptions(options);
+    world.connectNow();
+    const auto ask = [&world] {
+        world.start("ask");
+        world.engine.turnCame({true, 0, 0}, world.nowUs); // others are answered
+        world.run();
+    };
+    for (int i = 0; i < 4; ++i) {
+        ask();
+        world.pass(limitMs);
+        QCOMPARE(world.failure.code, Code::Timeout);
+        if (i >= 2) {
+            world.start("ask");
+            QVERIFY2(world.failure.text.startsWith(QStringLiteral("unit 7 at device:502 has not")),
+                     qPrintable(world.failure.text));
+            world.pass(800); // longer than the second pause
+        }
+    }
+    ask();
+    world.receive(bytes("aabb000000070003040001000a"));
+    QCOMPARE(world.done.filter(QStringLiteral("asked less often")).size(), 1);
+    QCOMPARE(world.done.filter(QStringLiteral("answers again")).size(), 1);
+    QCOMPARE(world.done.count(QStringLiteral("request")), 5);
 }
 
 void EngineTest::aReplyThatNobodyWantsHoldsUpNoDisconnect()

@@ -48,9 +48,10 @@ bool couldBe(const Asked& asked, quint8 function, const QByteArray& data, const 
 
 } // namespace
 
-Book::Book(int object, quint16 port, const LinkOptions& options, Device& device)
-    : m_object(object), m_port(port), m_options(options), m_device(device)
+Book::Book(int object, Line& line, const LinkOptions& options, Device& device)
+    : m_object(object), m_line(line), m_options(options), m_device(device)
 {
+    line.add(*this);
 }
 
 void Book::fail(const QString& rule) const { World::current()->fail(m_object, rule); }
@@ -141,7 +142,8 @@ void Book::objectGone()
     if (!allEnded) {
         fail(QStringLiteral("an object went without an end of its orders"));
     }
-    if (Network::current()->openCount(m_port) > 0) {
+    m_isThere = false;
+    if (!m_line.isUsed() && m_line.openCount() > 0) {
         fail(QStringLiteral("an object went and left its link"));
     }
     m_open.clear();
@@ -150,7 +152,6 @@ void Book::objectGone()
     m_flight.reset();
     m_goneUs.reset();
     m_isTold = false;
-    m_isThere = false;
 }
 
 quint64 Book::connectOrder() const
@@ -419,7 +420,9 @@ void Book::status(bool isConnected)
         fail(QStringLiteral("the same status was told twice"));
     }
     m_isTold = isConnected;
-    if (isConnected && Network::current()->openCount(m_port) == 0) {
+    m_openedUs = isConnected ? World::current()->nowUs() : m_openedUs; // a shared one may be older
+    // Of a shared one the news may be older than its end.
+    if (isConnected && m_line.openCount() == 0 && !m_options.share) {
         fail(QStringLiteral("connected without a link"));
     }
 }
@@ -434,23 +437,20 @@ qint64 Book::delayUs() const
 void Book::attempts(quint64 link)
 {
     note("attempt", static_cast<qint64>(link));
-    if (!m_isThere) {
+    if (!m_line.isUsed()) {
         fail(QStringLiteral("a link is tried for an object that has gone"));
     }
-    if (Network::current()->openCount(m_port) != 1) {
+    if (m_line.openCount() != 1) {
         fail(QStringLiteral("a link is tried beside another one"));
     }
     const auto connects = std::count_if(m_open.begin(), m_open.end(), [](const auto& one) {
         return one.second.asked.command == QLatin1String("connect");
     });
-    const bool isWanted = std::any_of(m_open.begin(), m_open.end(), [](const auto& one) {
-        return one.second.asked.command == QLatin1String("connect") && !one.second.isStopped;
-    });
-    if (!isWanted) {
+    if (!m_line.isWanted()) {
         fail(QStringLiteral("a link is tried that nobody wants"));
     }
     if (m_goneUs && m_isVainKnown && m_vain > 0 && !m_beginsAtOnce && connects == 1
-        && connectOrder() != 0) {
+        && connectOrder() != 0 && !m_line.isShared()) {
         const qint64 passedUs = World::current()->nowUs() - *m_goneUs;
         if (passedUs < delayUs() / 2 - ms) {
             fail(QStringLiteral("attempt %1 came after %2 us, before its time")
@@ -504,23 +504,43 @@ void Book::checkHeader(const QByteArray& request)
     m_lastTransaction = id;
 }
 
-void Book::sends(quint64 link, const QByteArray& bytes)
+bool Book::isUnitOf(const QByteArray& request) const
 {
-    const int number = numberOf(bytes);
-    note("request", number, bytes);
-    checkHeader(bytes);
-    // With ids the link stays after a time-out, that of a stopped order and of the keep-alive too.
+    return m_options.unit == static_cast<uchar>(request.at(functionOffset - 1));
+}
+
+// With ids the link stays after a time-out, that of a stopped order and of the keep-alive too.
+void Book::checkOneIsOut(quint64 link) const
+{
     const bool mayBeOver = m_options.transactionIds && m_flight
         && (m_flight->order == 0 || World::current()->nowUs() - m_flight->leftUs >= limitUs);
     if (m_flight && m_flight->link == link && !mayBeOver) {
         fail(QStringLiteral("a request left while another one was out"));
     }
+    if (m_tainted == link) {
+        fail(QStringLiteral("a request left on a link that could not be trusted any more"));
+    }
+}
+
+void Book::otherSends(quint64 link, const QByteArray& bytes)
+{
+    checkOneIsOut(link);
+    m_lastTransaction = bytes.left(2);
+    m_lastAsked = -1;
+    m_isAnswered = false;
+    m_flight.reset();
+    m_trafficUs = awakeUs();
+}
+
+void Book::sends(quint64 link, const QByteArray& bytes)
+{
+    const int number = numberOf(bytes);
+    note("request", number, bytes);
+    checkHeader(bytes);
+    checkOneIsOut(link);
     if (number < 0) {
         fail(QStringLiteral("a request left for an order that is over"));
         return;
-    }
-    if (m_tainted == link) {
-        fail(QStringLiteral("a request left on a link that could not be trusted any more"));
     }
     m_lastAsked = number;
     m_isAnswered = false;
@@ -615,6 +635,13 @@ void Book::looksUp()
     }
 }
 
+bool Book::wantsLink() const
+{
+    return std::any_of(m_open.begin(), m_open.end(), [](const auto& one) {
+        return one.second.asked.command == QLatin1String("connect") && !one.second.isStopped;
+    });
+}
+
 // --- what may be wrong without anything happening ---
 
 void Book::look()
@@ -631,7 +658,8 @@ void Book::look()
         && awakeUs() - *m_goneAwakeUs > longestDelayUs * 3 / 2 + longestLookUpUs + turnUs) {
         fail(QStringLiteral("no attempt for longer than the longest delay"));
     }
-    if (isKept && m_isOpen && awakeUs() - m_trafficUs > keepAliveUs + limitUs + turnUs) {
+    const qint64 pauseUs = m_options.share ? longestDelayUs * 3 / 2 : 0; // of a silent unit
+    if (isKept && m_isOpen && awakeUs() - m_trafficUs > keepAliveUs + limitUs + turnUs + pauseUs) {
         fail(QStringLiteral("an open link was not looked after"));
     }
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "device.h"
-#include "network.h"
+#include "line.h"
 
 #include <plugin_management/d_orders.h>
 #include <plugin_management/link_options.h>
@@ -27,10 +27,11 @@ struct Asked
 
 /// What must hold of one plug-in object and its link, whatever happens. It is told of everything
 /// that can be seen from outside, and breaks the world's rule at the first thing that is wrong.
-class Book final : public Network::Watcher
+class Book final
 {
 public:
-    Book(int object, quint16 port, const LinkOptions& options, Device& device);
+    Book(int object, Line& line, const LinkOptions& options, Device& device);
+    Q_DISABLE_COPY(Book)
 
     // What the user does.
     /// An order is about to be started; gives back what begun() wants.
@@ -50,13 +51,15 @@ public:
     void status(bool isConnected);
 
     // What the process does with its links.
-    void attempts(quint64 link) override;
-    void opens(quint64 link) override;
-    void sends(quint64 link, const QByteArray& bytes) override;
-    void receives(quint64 link, const QByteArray& bytes) override;
-    void loses(quint64 link) override;
-    void closes(quint64 link, int unread) override;
-    void looksUp() override;
+    void attempts(quint64 link);
+    void opens(quint64 link);
+    void sends(quint64 link, const QByteArray& bytes);
+    /// Another object does, on a link that both use.
+    void otherSends(quint64 link, const QByteArray& bytes);
+    void receives(quint64 link, const QByteArray& bytes);
+    void loses(quint64 link);
+    void closes(quint64 link, int unread);
+    void looksUp();
 
     /// What may be wrong without anything happening.
     void look();
@@ -64,6 +67,9 @@ public:
     /// it has seen.
     void expectCalm(int openOrders, const WorkerStatistics& counted);
 
+    bool wantsLink() const;
+    bool isThere() const { return m_isThere; }
+    bool isUnitOf(const QByteArray& request) const;
     quint64 connectOrder() const;
     bool isAskedFor(quint16 start) const { return m_numberOfStart.count(start) > 0; }
     /// An open order that is drawn, 0 when there is none.
@@ -125,6 +131,7 @@ private:
     void checkTimeout(const Open& open) const;
     void noteTaint(const Open& open, const OrderFailure& failure);
     void checkEnd(const Open& open, const DOrder& order) const;
+    void checkOneIsOut(quint64 link) const;
     void checkHeader(const QByteArray& request);
     void checkTurn(const Open& open) const;
     void tick(Open& open);
@@ -135,7 +142,7 @@ private:
     qint64 delayUs() const;
 
     int m_object;
-    quint16 m_port;
+    Line& m_line;
     const LinkOptions& m_options;
     Device& m_device;
     bool m_isThere = false;

@@ -56,10 +56,28 @@ Plan::Plan(quint64 givenSeed) : seed(givenSeed)
     for (LinkOptions& link : links) {
         link = drawLink(random);
     }
+    drawShare();
     weights = usual;
     for (int& weight : weights) { // some do one thing most of the time, and another one never
         const int turn = random.below(10);
         weight = turn == 0 ? 0 : turn == 1 ? 5 * weight : weight;
+    }
+}
+
+// Units of one device behind one link.
+void Plan::drawShare()
+{
+    Random random(seed, 'S');
+    shares = random.oneIn(4);
+    if (!shares) {
+        return;
+    }
+    objects = random.between(1, 3);
+    int unit = random.below(256);
+    for (LinkOptions& link : links) {
+        link.share = true;
+        link.transactionIds = links.front().transactionIds;
+        link.unit = unit++ % 256;
     }
 }
 
@@ -99,6 +117,7 @@ bool Plan::leaveOut(const std::string& part)
         outageUs = 0;
     } else if (part == "link-options") {
         links.fill({});
+        shares = false;
     } else if (part == "cuts") {
         cuts = false;
     } else {

@@ -41,8 +41,12 @@ struct Plan
     /// False when there is no such part.
     bool leaveOut(const std::string& part);
 
+    /// The station of an object.
+    int stationOf(int object) const { return shares ? 0 : object; }
+
     quint64 seed;
     int objects; ///< each with a device of its own
+    bool shares; ///< but for these, which share one, and the link to it
     qint64 busyUs; ///< how long users and devices do what they like
     qint64 calmUs; ///< how long all is well after that
     qint64 outageUs = 0; ///< how long every device is away in between, with nobody to give up
@@ -57,4 +61,7 @@ struct Plan
     qint64 latencyUs; ///< of the wire, one way, at the most
     std::vector<const MisbehaviourKind*> kinds; ///< those of this world's devices
     std::array<int, deedCount> weights; ///< how often each deed is done
+
+private:
+    void drawShare();
 };

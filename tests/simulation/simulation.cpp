@@ -2,6 +2,7 @@
 
 #include "book.h"
 #include "device.h"
+#include "line.h"
 #include "network.h"
 #include "resolver.h"
 #include "user.h"
@@ -21,18 +22,29 @@ constexpr qint64 lastUs = 15000 * ms; // longer than any look-up
 constexpr qint64 connectedAfterUs = 90000 * ms; // in the calm
 constexpr quint16 firstPort = 502;
 
-/// One device, one object, and the book on both.
+/// One device, and the links to it.
 struct Station
 {
-    Station(const Plan& plan, int number, DAbstractPlugin* root)
-        : device(plan, number), book(number, static_cast<quint16>(firstPort + number),
-                                     plan.links.at(static_cast<std::size_t>(number)), device),
-          user(plan, number, root, book)
+    Station(const Plan& plan, int number)
+        : device(plan, number), line(static_cast<quint16>(firstPort + number))
     {
-        Network::current()->listen(static_cast<quint16>(firstPort + number), &device, &book);
+        Network::current()->listen(static_cast<quint16>(firstPort + number), &device, &line);
     }
 
     Device device;
+    Line line;
+};
+
+/// One object, and the book on it.
+struct Client
+{
+    Client(const Plan& plan, int number, DAbstractPlugin* root, Station& station)
+        : book(number, station.line, plan.links.at(static_cast<std::size_t>(number)),
+               station.device),
+          user(plan, number, root, book)
+    {
+    }
+
     Book book;
     User user;
 };
@@ -44,12 +56,16 @@ public:
         : m_plan(plan), m_world(plan.seed, isTraced), m_network(plan.seed)
     {
         for (int i = 0; i < plan.objects; ++i) {
-            m_stations.push_back(std::make_unique<Station>(plan, i, root));
+            if (plan.stationOf(i) == i) {
+                m_stations.push_back(std::make_unique<Station>(plan, i));
+            }
+            m_clients.push_back(std::make_unique<Client>(plan, i, root, *m_stations.back()));
         }
     }
 
     ~Simulation()
     {
+        m_clients.clear();
         m_stations.clear();
         Resolver::endAll();
     }
@@ -59,22 +75,26 @@ public:
     {
         const qint64 beganUs = m_world.nowUs();
         lookAgain();
-        each([](Station& one) { one.user.begin(); });
+        each([](Client& one) { one.user.begin(); });
         pass(m_plan.busyUs);
         m_world.note(-1, "calm");
         m_world.calmDown();
-        each([](Station& one) { one.device.calmDown(); });
-        each([](Station& one) { one.user.calmDown(); });
+        for (const auto& station : m_stations) {
+            station->device.calmDown();
+        }
+        each([](Client& one) { one.user.calmDown(); });
         if (m_plan.outageUs > 0) {
             pass(connectedAfterUs);
-            each([this](Station& one) { one.device.leave(m_plan.outageUs); });
+            for (const auto& station : m_stations) {
+                station->device.leave(m_plan.outageUs);
+            }
             pass(m_plan.outageUs);
         }
         pass(m_plan.calmUs);
-        each([](Station& one) { one.book.expectCalm(User::calmOrders, one.user.statistics()); });
-        each([](Station& one) { one.user.probe(); });
+        each([](Client& one) { one.book.expectCalm(User::calmOrders, one.user.statistics()); });
+        each([](Client& one) { one.user.probe(); });
         pass(probeUs);
-        each([this](Station& one) {
+        each([this](Client& one) {
             if (!one.user.isProbed()) {
                 m_world.fail(-1, QStringLiteral("all is well, and an order is not answered"));
             }
@@ -87,8 +107,8 @@ private:
     template <typename Function>
     void each(const Function& function)
     {
-        for (const auto& station : m_stations) {
-            function(*station);
+        for (const auto& client : m_clients) {
+            function(*client);
         }
     }
 
@@ -105,14 +125,14 @@ private:
     void lookAgain()
     {
         m_world.inside(lookEveryUs, [this] {
-            each([](Station& one) { one.book.look(); });
+            each([](Client& one) { one.book.look(); });
             lookAgain();
         });
     }
 
     void end()
     {
-        each([](Station& one) { one.user.destroy(); });
+        each([](Client& one) { one.user.destroy(); });
         pass(lastUs);
         if (m_network.openCount() != 0) {
             m_world.fail(-1, QStringLiteral("descriptors are left over"));
@@ -126,7 +146,7 @@ private:
         found.failedAtUs = m_world.trace().failedAtUs() - beganUs;
         found.hash = m_world.trace().hash();
         found.virtualUs = m_world.nowUs() - beganUs;
-        each([&found](const Station& one) {
+        each([&found](const Client& one) {
             found.orders += one.book.answers() + one.book.endedOrders();
             found.staleCopies += one.book.staleCopies();
         });
@@ -137,6 +157,7 @@ private:
     World m_world;
     Network m_network;
     std::vector<std::unique_ptr<Station>> m_stations;
+    std::vector<std::unique_ptr<Client>> m_clients;
 };
 
 } // namespace

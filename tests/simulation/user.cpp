@@ -15,6 +15,7 @@ constexpr qint64 ms = 1000;
 constexpr int firstPort = 502;
 constexpr int deepest = 3;
 constexpr int burstSize = 1100;
+constexpr int startsEach = 20000; // of those who share a device
 
 QString text(const char* latin1) { return QString::fromLatin1(latin1); }
 
@@ -22,7 +23,8 @@ QString text(const char* latin1) { return QString::fromLatin1(latin1); }
 
 User::User(const Plan& plan, int number, DAbstractPlugin* root, Book& book)
     : m_plan(plan), m_number(number), m_root(root), m_book(book),
-      m_random(plan.seed, static_cast<quint64>('U' + number))
+      m_random(plan.seed, static_cast<quint64>('U' + number)),
+      m_nextStart(static_cast<quint16>(plan.shares ? number * startsEach : 0))
 {
 }
 
@@ -197,10 +199,11 @@ void User::connectIt()
 {
     Asked asked;
     asked.command = text("connect");
-    const bool named = m_number % 2 == 1;
-    const QString name = text("device%1-%2").arg(m_plan.seed).arg(m_number);
+    const int station = m_plan.stationOf(m_number);
+    const bool named = station % 2 == 1;
+    const QString name = text("device%1-%2").arg(m_plan.seed).arg(station);
     asked.parameters = {{text("host"), named ? name : text("10.0.0.1")},
-                        {text("port"), firstPort + m_number},
+                        {text("port"), firstPort + station},
                         {text("timeout"), m_isCalm ? 3000 : m_random.between(100, 3000)}};
     start(asked);
 }

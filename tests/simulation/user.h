@@ -52,7 +52,7 @@ private:
     Book& m_book;
     Random m_random;
     DAbstractPlugin* m_object = nullptr;
-    quint16 m_nextStart = 0;
+    quint16 m_nextStart;
     int m_depth = 0;
     bool m_isCalm = false;
     bool m_isTraced = false;

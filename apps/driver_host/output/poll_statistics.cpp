@@ -27,7 +27,7 @@ struct Counter
     quint64 WorkerStatistics::*counter;
 };
 
-constexpr std::array<Counter, 13> counters{{
+constexpr std::array<Counter, 14> counters{{
     {"done", &WorkerStatistics::done},
     {"timeouts", &WorkerStatistics::timeouts},
     {"exceptions", &WorkerStatistics::exceptions},
@@ -37,6 +37,7 @@ constexpr std::array<Counter, 13> counters{{
     {"ticksSkipped", &WorkerStatistics::ticksSkipped},
     {"reconnects", &WorkerStatistics::reconnects},
     {"droppedBytes", &WorkerStatistics::droppedBytes},
+    {"droppedReplies", &WorkerStatistics::droppedReplies},
     {"roundTripLeastUs", &WorkerStatistics::roundTripLeastUs},
     {"roundTripMeanUs", &WorkerStatistics::roundTripMeanUs},
     {"roundTripP99Us", &WorkerStatistics::roundTripP99Us},

@@ -20,6 +20,7 @@ public:
     const ReplyFraming& framing() const { return *m_framing; }
     /// The unit that is really asked, whatever the frames say; -1: the one that they name.
     void setUnit(int unit) { m_unit = unit; }
+    int unit() const { return m_unit; }
 
     // While the worker's function runs.
     void begin(qint64 nowUs);
@@ -36,6 +37,8 @@ public:
 
     bool replyExpected() const { return m_replyExpected; }
     bool hasLeft() const { return m_requestHeadSize > 0; }
+    /// No reply to it can come any more.
+    bool isOver() const { return !hasLeft() || m_isWhole; }
     int drainedBytes() const { return m_drained; }
     bool isWhole() const { return m_isWhole; }
     qint64 calledUs() const { return m_calledUs; } ///< a little before the write

@@ -71,6 +71,16 @@ WorkerInstructionPtr InstructionQueue::popNext()
     return instruction;
 }
 
+// Recurrent ones always do.
+bool InstructionQueue::needsLinkNext() const
+{
+    if (!m_oneShots.empty()) {
+        return m_oneShots.front()->needsLink;
+    }
+    return std::any_of(m_recurrent.begin(), m_recurrent.end(),
+                       [](const auto& instruction) { return instruction->due; });
+}
+
 WorkerInstructionPtr InstructionQueue::popNextWithoutLink()
 {
     const auto it = std::find_if(m_oneShots.begin(), m_oneShots.end(),

@@ -45,6 +45,8 @@ public:
     bool remove(quint64 id);
     /// The next one to run, null when there is none.
     WorkerInstructionPtr popNext();
+    /// True when the next one to run is there, and needs a link.
+    bool needsLinkNext() const;
     /// The next one to run among those that need no link.
     WorkerInstructionPtr popNextWithoutLink();
     /// True when the next one that runs once ends the link.

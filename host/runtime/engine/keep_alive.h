@@ -22,6 +22,7 @@ public:
     void linkOpened(qint64 nowUs);
     /// Something went over the link.
     void noteTraffic(qint64 nowUs) { m_lastTrafficUs = nowUs; }
+    qint64 lastTrafficUs() const { return m_lastTrafficUs; }
     /// Its function sends nothing: the link goes unwatched from here on.
     void giveUp() { m_isWatched = false; }
 

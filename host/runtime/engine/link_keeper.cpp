@@ -42,6 +42,14 @@ bool LinkKeeper::replace(qint64 nowUs)
     return true;
 }
 
+bool LinkKeeper::replacedByOther(qint64 nowUs)
+{
+    if (m_wanted) {
+        attempt(State::Reopening, nowUs);
+    }
+    return m_wanted;
+}
+
 void LinkKeeper::lose(const QString& why, qint64 nowUs)
 {
     m_reported = false;

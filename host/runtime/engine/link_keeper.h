@@ -1,6 +1,7 @@
 #pragma once
 
 #include <runtime/engine/backoff.h>
+#include <runtime/engine/link_life.h>
 
 #include <QString>
 
@@ -46,6 +47,8 @@ public:
     /// once; false when the link counts as lost, as the device has never answered on it or nobody
     /// wants it.
     bool replace(qint64 nowUs);
+    /// Somebody else who uses the link is having it replaced. False when nobody wants it here.
+    bool replacedByOther(qint64 nowUs);
     /// The link was open and is gone.
     void lose(const QString& why, qint64 nowUs);
     /// The attempt has succeeded. True when this is news to whoever was told of a loss, or of
@@ -60,6 +63,16 @@ public:
     void noteLateReply() { m_silences = 0; }
     /// A request got no reply. True when so many in a row got none that a new link is worth a try.
     bool noteSilence();
+
+    /// The device has answered on this link.
+    bool hasAnswered() const { return m_answered; }
+    int silences() const { return m_silences; }
+    /// What others who use the link have seen.
+    void setLife(const LinkLife& life)
+    {
+        m_answered = life.hasAnswered;
+        m_silences = life.silences;
+    }
 
     bool isOpen() const { return m_state == State::Open; }
     /// Its users believe that it is open: it is, or is being replaced without a word to them.

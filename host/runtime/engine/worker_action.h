@@ -17,8 +17,11 @@ struct WorkerAction
         JudgeReply, ///< give the frame to the reply hook
         TellOutcome, ///< tell what has become of instruction \a id: takeNews()
         TellState, ///< the link came (\a flag) or went
-        OpenLink, ///< begin an attempt to connect; what there is of a link is closed first
-        CloseLink,
+        OpenLink, ///< begin an attempt to connect; what there is of a link is closed first. \a
+                  ///< flag: even one that others use as well, as it can no longer be trusted
+        CloseLink, ///< \a flag: for others who use it as well, as it can no longer be trusted
+        AskTurn, ///< ask for the turn on a link that others use as well
+        GiveTurn, ///< it is not needed any more; no reply to what was asked can come, if \a flag
         Look, ///< a limit has come: take in what has arrived before it is believed
         Log, ///< say it to people, as a warning if \a flag: takeNews()
         Nothing,

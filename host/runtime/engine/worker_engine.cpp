@@ -96,6 +96,7 @@ void WorkerEngine::setLinkOptions(const LinkOptions& options)
     m_link.setKeepTrying(options.keepTrying);
     m_exchange.setUnit(options.unit);
     m_tellsRepliesApart = options.transactionIds;
+    m_turn.setShared(options.share);
 }
 
 // --- what users ask for ---
@@ -139,7 +140,7 @@ bool WorkerEngine::stop(quint64 id, qint64 nowUs)
         m_actions.dropOutcomes(id);
         const bool wasTold = m_link.isReported();
         if (m_link.release()) {
-            m_actions.add(Kind::CloseLink);
+            closeLink();
             if (wasTold) { // it was being replaced, of which nobody hears
                 m_actions.add(Kind::TellState);
             }
@@ -187,10 +188,15 @@ void WorkerEngine::choose(qint64 nowUs)
     if (m_phase != Phase::Idle || m_failedAtOnce) {
         return;
     }
+    if (m_turn.isShared() && !mayRunNext(nowUs)) {
+        return;
+    }
     WorkerInstructionPtr instruction =
         m_link.isAwaited() ? m_queue.popNextWithoutLink() : m_queue.popNext();
     if (instruction) {
         makeCurrent(std::move(instruction), nowUs);
+    } else if (m_turn.isHeld()) {
+        runKeepAlive(nowUs);
     }
 }
 
@@ -199,18 +205,118 @@ void WorkerEngine::makeCurrent(WorkerInstructionPtr instruction, qint64 nowUs)
     m_current = std::move(instruction);
     m_phase = Phase::Chosen;
     if (m_current->needsLink && m_link.isDown()) {
-        m_exchange.begin(nowUs);
-        m_failedAtOnce = true;
         const QString text = QStringLiteral("no connection to %1 (%2); it is being %3");
-        const OrderFailure why = m_exchange.failure(
-            Code::NotConnected,
-            text.arg(m_link.endpoint().text(), m_link.trouble(),
-                     QLatin1String(m_link.wasOpen() ? "re-opened" : "tried again")));
-        settle(release(), why, why.toReply(), nowUs);
+        failAtOnce(text.arg(m_link.endpoint().text(), m_link.trouble(),
+                            QLatin1String(m_link.wasOpen() ? "re-opened" : "tried again")),
+                   nowUs);
+    } else if (m_current->needsLink && m_link.isOpen() && m_turn.isPaused(nowUs)) {
+        const QString text = QStringLiteral("%1 has not answered %2 requests in a row; it is asked "
+                                            "again in %3 ms");
+        failAtOnce(text.arg(unitText(), QString::number(m_turn.silences()),
+                            QString::number((m_turn.pausedUntilUs() - nowUs) / 1000 + 1)),
+                   nowUs);
+    } else {
+        m_actions.add(Kind::CallFunction, m_current->id);
+    }
+}
+
+// The current instruction, which has not been called.
+void WorkerEngine::failAtOnce(const QString& text, qint64 nowUs)
+{
+    m_exchange.begin(nowUs);
+    m_failedAtOnce = true;
+    const OrderFailure why = m_exchange.failure(Code::NotConnected, text);
+    settle(release(), why, why.toReply(), nowUs);
+}
+
+// --- a link that others use as well ---
+
+// Which instruction runs is chosen once the turn is there, so that those that run once go first.
+bool WorkerEngine::mayRunNext(qint64 nowUs)
+{
+    if (m_turn.isHeld() && !m_queue.needsLinkNext() && !isKeepAliveDue(nowUs)) {
+        giveTurnBack();
+    }
+    if (!m_link.isOpen() || m_turn.isHeld() || m_turn.isPaused(nowUs) || !m_queue.needsLinkNext()) {
+        return true;
+    }
+    askTurn();
+    return false;
+}
+
+void WorkerEngine::askTurn()
+{
+    if (!m_turn.isAsked()) {
+        m_turn.ask();
+        m_actions.add(Kind::AskTurn);
+    }
+}
+
+bool WorkerEngine::lacksTurn() const
+{
+    return m_turn.isShared() && m_link.isOpen() && !m_turn.isHeld();
+}
+
+void WorkerEngine::giveTurnBack()
+{
+    if (m_turn.isHeld()) {
+        m_turn.giveBack();
+        m_actions.add(Kind::GiveTurn, 0, m_exchange.isOver());
+    }
+}
+
+void WorkerEngine::turnCame(const LinkLife& life, qint64 nowUs)
+{
+    m_turn.come();
+    if (m_phase == Phase::Idle) {
+        m_exchange.begin(nowUs); // nothing is out
+    }
+    m_link.setLife(life);
+    m_keepAlive.noteTraffic(std::max(life.trafficUs, m_keepAlive.lastTrafficUs()));
+}
+
+LinkLife WorkerEngine::linkLife() const
+{
+    return {m_link.hasAnswered(), m_link.silences(), m_keepAlive.lastTrafficUs()};
+}
+
+void WorkerEngine::linkReplaced(const QString& why, qint64 nowUs)
+{
+    if (!m_link.isOpen()) {
         return;
     }
-    m_actions.add(Kind::CallFunction, m_current->id);
+    if (m_link.replacedByOther(nowUs)) {
+        openLink(false);
+    } else {
+        linkEnded(why, nowUs);
+    }
 }
+
+void WorkerEngine::noteUnitSilent(qint64 nowUs)
+{
+    if (m_turn.noteSilence(nowUs)) {
+        const QString text = QStringLiteral("%1 has not answered %2 requests in a row; it is asked "
+                                            "less often, so that it does not hold the others up");
+        m_actions.log(text.arg(unitText(), QString::number(m_turn.silences())), true);
+    }
+}
+
+void WorkerEngine::noteUnitAnswers()
+{
+    if (m_turn.isShared() && m_turn.noteReply()) {
+        m_actions.log(QStringLiteral("%1 answers again").arg(unitText()), false);
+    }
+}
+
+QString WorkerEngine::unitText() const
+{
+    const QString text = m_exchange.unit() >= 0
+        ? QStringLiteral("unit %1 at ").arg(m_exchange.unit())
+        : QStringLiteral("the device at ");
+    return text + m_link.endpoint().text();
+}
+
+// --- running ---
 
 void WorkerEngine::runKeepAlive(qint64 nowUs)
 {
@@ -236,7 +342,8 @@ WorkerInstructionPtr WorkerEngine::beginCall(qint64 nowUs)
         settle(release(), {}, {}, nowUs);
         return nullptr;
     }
-    if (m_current->needsLink && m_link.isAwaited()) { // gone while its start was told
+    if (m_current->needsLink
+        && (m_link.isAwaited() || lacksTurn())) { // gone while its start was told
         const WorkerInstructionPtr instruction = release();
         if (instruction->id != 0) {
             m_queue.putBack(instruction);
@@ -341,9 +448,10 @@ void WorkerEngine::received(const char* data, int size, qint64 nowUs)
     }
 }
 
-void WorkerEngine::dropped(int size)
+void WorkerEngine::dropped(int size, int replies)
 {
     m_statistics.droppedBytes += static_cast<quint64>(size);
+    m_statistics.droppedReplies += static_cast<quint64>(replies);
     m_link.noteLateReply();
 }
 
@@ -362,6 +470,7 @@ void WorkerEngine::frameCame(qint64 nowUs)
     }
     m_exchange.end();
     m_link.noteReply();
+    noteUnitAnswers();
     m_keepAlive.noteTraffic(nowUs);
     m_roundTrips.add(nowUs - m_exchange.calledUs());
     if (!m_current->stopped && m_current->id != 0) {
@@ -370,8 +479,10 @@ void WorkerEngine::frameCame(qint64 nowUs)
         return;
     }
     // Nobody waits for it; of the keep-alive any reply at all is life.
-    m_statistics.droppedBytes +=
-        m_current->stopped ? static_cast<quint64>(m_exchange.frame().size()) : 0;
+    if (m_current->stopped) {
+        m_statistics.droppedBytes += static_cast<quint64>(m_exchange.frame().size());
+        ++m_statistics.droppedReplies;
+    }
     const WorkerInstructionPtr instruction = release();
     if (!m_exchange.fits()) {
         replaceLink(QStringLiteral("a reply did not fit its request"), nowUs);
@@ -404,17 +515,23 @@ void WorkerEngine::timePassed(qint64 nowUs)
         m_actions.add(Kind::Look);
     }
     if (m_link.retry(nowUs)) {
-        m_actions.add(Kind::OpenLink);
+        openLink(false);
     }
     m_queue.tick(nowUs);
     // Never in front of an order or behind one.
-    if (m_phase == Phase::Idle && m_actions.empty() && m_link.isOpen()
-        && nowUs >= m_keepAlive.dueUs()) {
+    if (m_phase == Phase::Idle && m_actions.empty() && m_link.isOpen() && isKeepAliveDue(nowUs)) {
         choose(nowUs);
-        if (m_phase == Phase::Idle) {
+        if (m_phase == Phase::Idle && lacksTurn()) {
+            askTurn();
+        } else if (m_phase == Phase::Idle) {
             runKeepAlive(nowUs);
         }
     }
+}
+
+bool WorkerEngine::isKeepAliveDue(qint64 nowUs) const
+{
+    return nowUs >= m_keepAlive.dueUs() && !m_turn.isPaused(nowUs);
 }
 
 void WorkerEngine::looked(qint64 nowUs)
@@ -431,11 +548,13 @@ void WorkerEngine::timedOut(qint64 nowUs)
 {
     const WorkerInstructionPtr instruction = release();
     const QString text = QStringLiteral("no answer within %1 ms").arg(instruction->limitMs);
-    if (instruction->id == 0) {
+    // On a link of several, a device that has answered there is not gone with the one behind it.
+    if (instruction->id == 0 && !(m_turn.isShared() && m_link.hasAnswered())) {
         declareLost(QStringLiteral("the keep-alive got ") + text, nowUs);
     } else if (!m_tellsRepliesApart || m_link.noteSilence()) {
         replaceLink(text, nowUs); // its reply may still come, and would look like the next one's
     }
+    noteUnitSilent(nowUs);
     const OrderFailure why = m_exchange.failure(Code::Timeout, text);
     settle(instruction, why, why.toReply(), nowUs);
 }
@@ -446,6 +565,7 @@ WorkerInstructionPtr WorkerEngine::release()
 {
     m_exchange.end();
     m_phase = Phase::Idle;
+    giveTurnBack();
     return std::move(m_current);
 }
 
@@ -483,6 +603,18 @@ void WorkerEngine::failWaiting(const QString& why, qint64 nowUs)
 
 // --- the link ---
 
+void WorkerEngine::openLink(bool anew)
+{
+    m_turn.leave();
+    m_actions.add(Kind::OpenLink, 0, anew);
+}
+
+void WorkerEngine::closeLink(bool isSpoiled)
+{
+    m_turn.leave();
+    m_actions.add(Kind::CloseLink, 0, isSpoiled);
+}
+
 bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& result, qint64 nowUs)
 {
     QString refusal = connectRefusal(parameters);
@@ -501,6 +633,7 @@ bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& re
     }
     m_connectId = m_current->id;
     m_connectBegun = true;
+    m_turn.forgetSilence();
     m_opensFirst = true;
     if (m_link.isReported()) { // that of a connect which was stopped, and is replaced by this one
         m_actions.add(Kind::TellState);
@@ -509,7 +642,7 @@ bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& re
                   static_cast<quint16>(parameters.value(QStringLiteral("port")).toUInt()),
                   m_current->limitMs},
                  nowUs);
-    m_actions.add(Kind::OpenLink);
+    openLink(false);
     return true;
 }
 
@@ -539,7 +672,7 @@ void WorkerEngine::disconnect(ParameterMap& result)
     const bool wasTold = m_link.isReported();
     m_link.end();
     result.insert(QStringLiteral("disconnected"), true);
-    m_actions.add(Kind::CloseLink);
+    closeLink();
     if (wasTold) {
         m_actions.add(Kind::TellState);
     }
@@ -560,7 +693,7 @@ void WorkerEngine::linkOpened(qint64 nowUs)
 void WorkerEngine::linkFailed(const QString& why, qint64 nowUs)
 {
     const LinkKeeper::Failed failed = m_link.attemptFailed(why, nowUs);
-    m_actions.add(Kind::CloseLink);
+    closeLink();
     if (failed == LinkKeeper::Failed::First && m_connectId != 0) {
         const OrderFailure failure = OrderFailure::of(
             Code::NotConnected,
@@ -599,19 +732,19 @@ void WorkerEngine::replaceLink(const QString& why, qint64 nowUs)
         return;
     }
     if (!m_link.replace(nowUs)) {
-        declareLost(why, nowUs);
+        declareLost(why, nowUs, true);
         return;
     }
-    m_actions.add(Kind::OpenLink);
+    openLink(true);
 }
 
-void WorkerEngine::declareLost(const QString& why, qint64 nowUs)
+void WorkerEngine::declareLost(const QString& why, qint64 nowUs, bool isSpoiled)
 {
     if (!m_link.isOpen()) { // replaced meanwhile
         return;
     }
     m_link.lose(why, nowUs);
-    m_actions.add(Kind::CloseLink);
+    closeLink(isSpoiled);
     m_actions.log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why), false);
     if (m_phase == Phase::InFlight) {
         const QString text = QStringLiteral("the connection to %1 was lost (%2)");
@@ -652,8 +785,8 @@ qint64 WorkerEngine::wakeAtUs() const
         return 0;
     }
     qint64 wakeUs = std::min({m_exchange.limitUs(), m_link.dueUs(), m_queue.nextTickUs()});
-    if (m_phase == Phase::Idle && m_link.isOpen()) {
-        wakeUs = std::min(wakeUs, m_keepAlive.dueUs());
+    if (m_phase == Phase::Idle && m_link.isOpen() && !m_turn.isAsked()) {
+        wakeUs = std::min(wakeUs, std::max(m_keepAlive.dueUs(), m_turn.pausedUntilUs()));
     }
     return wakeUs;
 }

@@ -3,6 +3,7 @@
 #include <runtime/engine/exchange.h>
 #include <runtime/engine/instruction_queue.h>
 #include <runtime/engine/keep_alive.h>
+#include <runtime/engine/line_turn.h>
 #include <runtime/engine/link_keeper.h>
 #include <runtime/engine/round_trips.h>
 #include <runtime/engine/worker_action.h>
@@ -26,7 +27,7 @@ class WorkerEngine
 public:
     static constexpr qint64 never = std::numeric_limits<qint64>::max();
 
-    explicit WorkerEngine(unsigned seed) : m_link(seed) { }
+    explicit WorkerEngine(unsigned seed) : m_link(seed), m_turn(~seed) { }
 
     // Set-up.
     /// Makes \a name callable and returns its number, from 0; a name that is there keeps its own.
@@ -63,10 +64,14 @@ public:
     // What the world does.
     void received(const char* data, int size, qint64 nowUs);
     /// Replies that are another's have come, and were dropped.
-    void dropped(int size);
+    void dropped(int size, int replies);
     void linkOpened(qint64 nowUs);
     void linkFailed(const QString& why, qint64 nowUs);
     void linkEnded(const QString& why, qint64 nowUs);
+    /// Somebody else who uses the link had it closed, as what comes over it cannot be trusted.
+    void linkReplaced(const QString& why, qint64 nowUs);
+    /// The turn that was asked for has come, with what is known of the device.
+    void turnCame(const LinkLife& life, qint64 nowUs);
     void timePassed(qint64 nowUs);
 
     /// Takes the next thing to do; false when there is nothing.
@@ -83,6 +88,8 @@ public:
     bool isUnlinked() const { return m_connectId == 0 && m_link.isClosed(); }
     quint64 currentId() const { return m_current ? m_current->id : 0; }
     ParameterMap currentParameters() const;
+    /// What the next one on a link that others use as well should know.
+    LinkLife linkLife() const;
     const LinkKeeper::Endpoint& endpoint() const { return m_link.endpoint(); }
     WorkerStatistics statistics() const;
 
@@ -96,6 +103,14 @@ private:
     void choose(qint64 nowUs);
     void makeCurrent(WorkerInstructionPtr instruction, qint64 nowUs);
     void runKeepAlive(qint64 nowUs);
+    bool isKeepAliveDue(qint64 nowUs) const;
+    bool mayRunNext(qint64 nowUs);
+    void askTurn();
+    bool lacksTurn() const;
+    void giveTurnBack();
+    void noteUnitSilent(qint64 nowUs);
+    void noteUnitAnswers();
+    QString unitText() const;
     bool neverLeft(qint64 nowUs);
     void frameCame(qint64 nowUs);
     void timedOut(qint64 nowUs);
@@ -107,9 +122,12 @@ private:
     void failWaiting(const QString& why, qint64 nowUs);
     OrderFailure refused(const ParameterMap& result) const;
 
+    void failAtOnce(const QString& text, qint64 nowUs);
+    void openLink(bool anew);
+    void closeLink(bool isSpoiled = false);
     QString connectRefusal(const ParameterMap& parameters) const;
     void replaceLink(const QString& why, qint64 nowUs);
-    void declareLost(const QString& why, qint64 nowUs);
+    void declareLost(const QString& why, qint64 nowUs, bool isSpoiled = false);
     void tellState(bool open, const QString& why);
     void tellConnectDown(const QString& why);
 
@@ -128,6 +146,7 @@ private:
     std::vector<QString> m_functions; ///< by number
     KeepAlive m_keepAlive;
     LinkKeeper m_link;
+    LineTurn m_turn;
     WorkerStatistics m_statistics;
     RoundTrips m_roundTrips;
 

@@ -71,6 +71,19 @@ void LinkSocket::beginRequest()
     endRequest();
 }
 
+void LinkSocket::beginTurn(int unit)
+{
+    m_translated.clear();
+    if (m_translation) {
+        m_translation->setUnit(unit);
+    }
+}
+
+bool LinkSocket::tellsRepliesApart() const
+{
+    return m_translation && m_translation->tellsRepliesApart();
+}
+
 void LinkSocket::endRequest()
 {
     if (m_translation) {
@@ -113,9 +126,9 @@ bool LinkSocket::translateMore()
         return count == 0;
     }
     m_translated = m_translation->fromWire(raw.data(), static_cast<int>(count));
-    const int dropped = m_translation->takeDropped();
-    if (dropped > 0) {
-        m_watch.dropped(dropped);
+    const Translation::Dropped dropped = m_translation->takeDropped();
+    if (dropped.bytes > 0) {
+        m_watch.dropped(dropped.bytes, dropped.replies);
     }
     if (m_translation->isFlooded()) {
         fail(NetworkError, QStringLiteral("the device sends replies that nobody asked for"));
@@ -158,10 +171,7 @@ qint64 LinkSocket::readData(char* data, qint64 size)
 }
 
 // Before a request, where a late reply could be taken for its own.
-bool LinkSocket::mustFindNothing() const
-{
-    return !m_hasWritten && !(m_translation && m_translation->tellsRepliesApart());
-}
+bool LinkSocket::mustFindNothing() const { return !m_hasWritten && !tellsRepliesApart(); }
 
 qint64 LinkSocket::size() const
 {

@@ -26,7 +26,8 @@ public:
     struct Watch
     {
         fastdelegate::Delegate<void, int> drained; ///< bytes that a worker function read before
-        fastdelegate::Delegate<void, int> dropped; ///< bytes of replies that are another's
+        /// Bytes of replies that are another's, and how many replies.
+        fastdelegate::Delegate<void, int, int> dropped;
         fastdelegate::Delegate<void, const char*, int> written; ///< by a worker function, and left
         /// What leaves (true) or arrives, as it goes over the wire.
         fastdelegate::Delegate<void, bool, const char*, int> passed;
@@ -46,6 +47,12 @@ public:
     void end();
     /// A worker function begins: what it reads from here on answers nothing that it has written.
     void beginRequest();
+    /// Another worker asks from here on, and this unit, where a translation says that.
+    void beginTurn(int unit);
+    /// The request that begins has left, at least in part.
+    bool hasWritten() const { return m_hasWritten; }
+    /// A late reply is never taken for another one's.
+    bool tellsRepliesApart() const;
     /// Nobody waits for a reply any more.
     void endRequest();
     /// Takes what has arrived, for whoever runs the link.

@@ -13,6 +13,7 @@ public:
     explicit MbapTranslation(const LinkOptions& options);
 
     bool tellsRepliesApart() const override { return m_numbers; }
+    void setUnit(int unit) override { m_unit = unit; }
     void begin() override;
     void endRequest() override;
     QByteArray toWire(const char* data, int size) override;

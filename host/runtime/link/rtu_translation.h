@@ -12,6 +12,7 @@ public:
         : m_unit(static_cast<char>(options.unit)) { }
 
     bool tellsRepliesApart() const override { return false; }
+    void setUnit(int unit) override { m_unit = static_cast<char>(unit); }
     void begin() override;
     void endRequest() override { m_isPending = false; }
     QByteArray toWire(const char* data, int size) override;

@@ -20,6 +20,15 @@ std::unique_ptr<Translation> Translation::make(const LinkOptions& options)
     return isWanted(options) ? std::make_unique<MbapTranslation>(options) : nullptr;
 }
 
+std::unique_ptr<Translation> Translation::makeShared(const LinkOptions& options,
+                                                     const ReplyFraming& framing)
+{
+    if (&framing == &mbapFraming() && !options.rtu) {
+        return std::make_unique<MbapTranslation>(options);
+    }
+    return make(options);
+}
+
 QString Translation::refusal(const LinkOptions& options, const ReplyFraming& framing)
 {
     return isWanted(options) && &framing != &mbapFraming()

@@ -31,18 +31,24 @@ WorkerShell::WorkerShell(DAbstractWorker& worker)
       m_link({{this, &WorkerShell::handleOpened},
               {this, &WorkerShell::handleFailed},
               {this, &WorkerShell::handleReadable}},
-             {{this, &WorkerShell::handleDrained},
-              {this, &WorkerShell::handleDropped},
-              {this, &WorkerShell::handleWritten},
-              {this, &WorkerShell::trace}}),
+             watch()),
       m_engine(systemSeed()) // so that many do not come back at once
 {
+}
+
+LinkSocket::Watch WorkerShell::watch()
+{
+    return {{this, &WorkerShell::handleDrained},
+            {this, &WorkerShell::handleDropped},
+            {this, &WorkerShell::handleWritten},
+            {this, &WorkerShell::trace}};
 }
 
 void WorkerShell::leave()
 {
     m_worker = nullptr;
     m_link.close();
+    m_place.reset();
     m_due.set(Deadline::never);
     release();
 }
@@ -89,10 +95,25 @@ bool WorkerShell::setLinkOptions(const LinkOptions& options, QString& refusal)
     if (!refusal.isEmpty()) {
         return false;
     }
-    m_link.setTls(std::move(tls));
     m_engine.setLinkOptions(options);
-    m_link.socket().setTranslation(Translation::make(options));
+    setUpLink(options, std::move(tls));
     return true;
+}
+
+void WorkerShell::setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls)
+{
+    m_place.reset();
+    if (!options.share) {
+        m_link.setTls(std::move(tls));
+        m_link.socket().setTranslation(Translation::make(options));
+        return;
+    }
+    const LinePlace::Events events{
+        {this, &WorkerShell::handleOpened}, {this, &WorkerShell::handleFailed},
+        {this, &WorkerShell::handleEnded},  {this, &WorkerShell::handleReplaced},
+        {this, &WorkerShell::handleTurn},   {this, &WorkerShell::handleReadable}};
+    m_place = std::make_unique<LinePlace>(options, m_engine.framing(), events, watch());
+    m_place->setTls(std::move(tls));
 }
 
 bool WorkerShell::connectLink(const ParameterMap& parameters, ParameterMap& result)
@@ -127,13 +148,44 @@ void WorkerShell::handleFailed(const QString& why)
     perform();
 }
 
+void WorkerShell::handleEnded(const QString& why)
+{
+    m_nowUs = steadyNowUs();
+    m_engine.linkEnded(why, m_nowUs);
+    perform();
+}
+
+void WorkerShell::handleReplaced(const QString& why)
+{
+    m_nowUs = steadyNowUs();
+    m_engine.linkReplaced(why, m_nowUs);
+    perform();
+}
+
+void WorkerShell::handleTurn(const LinkLife& life)
+{
+    m_nowUs = steadyNowUs();
+    m_engine.turnCame(life, m_nowUs);
+    perform();
+}
+
+// Null while it is another one's turn to ask.
+LinkSocket* WorkerShell::socketToUse()
+{
+    if (!m_place) {
+        return &m_link.socket();
+    }
+    return m_place->hasTurn() ? m_place->socket() : nullptr;
+}
+
 void WorkerShell::handleReadable()
 {
+    LinkSocket& socket = *socketToUse();
     if (m_engine.awaitsNothing()) {
-        m_link.socket().endRequest();
+        socket.endRequest();
     }
     std::array<char, readSize> bytes;
-    const auto size = static_cast<int>(m_link.socket().receive(bytes.data(), bytes.size()));
+    const auto size = static_cast<int>(socket.receive(bytes.data(), bytes.size()));
     m_nowUs = steadyNowUs();
     if (size > 0) {
         m_engine.received(bytes.data(), size, m_nowUs);
@@ -153,13 +205,14 @@ void WorkerShell::handleWritten(const char* data, int size) { m_engine.requestLe
 
 void WorkerShell::handleDrained(int size) { m_engine.drained(size); }
 
-void WorkerShell::handleDropped(int size) { m_engine.dropped(size); }
+void WorkerShell::handleDropped(int size, int replies) { m_engine.dropped(size, replies); }
 
 // Reading and writing find the end of a link without a word.
 void WorkerShell::noteEnd()
 {
-    if (m_link.socket().state() != QAbstractSocket::ConnectedState) {
-        m_engine.linkEnded(m_link.socket().errorString(), m_nowUs);
+    const LinkSocket* socket = socketToUse();
+    if (socket != nullptr && socket->state() != QAbstractSocket::ConnectedState) {
+        m_engine.linkEnded(socket->errorString(), m_nowUs);
     }
 }
 
@@ -213,14 +266,21 @@ void WorkerShell::execute(const WorkerAction& action)
         callForeign([&] { ForeignCalls::tellState(*m_worker, action.flag); });
         break;
     case Kind::OpenLink:
-        m_worker->m_socket = &m_link.socket();
-        m_link.open(m_engine.endpoint().host, m_engine.endpoint().port);
+        openLink(action.flag);
         break;
     case Kind::CloseLink:
-        m_link.close();
+        closeLink(action.flag);
+        break;
+    case Kind::AskTurn:
+        if (const LinkLife* life = m_place->askTurn()) {
+            m_engine.turnCame(*life, m_nowUs);
+        }
+        break;
+    case Kind::GiveTurn:
+        m_place->giveTurn(action.flag, m_engine.linkLife());
         break;
     case Kind::Look:
-        m_link.look();
+        m_place ? m_place->look() : m_link.look();
         m_engine.looked(m_nowUs);
         break;
     case Kind::Log:
@@ -228,6 +288,27 @@ void WorkerShell::execute(const WorkerAction& action)
         break;
     case Kind::Nothing:
         break;
+    }
+}
+
+void WorkerShell::openLink(bool anew)
+{
+    if (m_place) {
+        m_place->open(m_engine.endpoint().host, m_engine.endpoint().port, anew);
+        m_worker->m_socket = m_place->socket();
+    } else {
+        m_worker->m_socket = &m_link.socket();
+        m_link.open(m_engine.endpoint().host, m_engine.endpoint().port);
+    }
+}
+
+void WorkerShell::closeLink(bool isSpoiled)
+{
+    if (m_place) {
+        m_worker->m_socket = &m_link.socket(); // the others' may be open
+        m_place->close(isSpoiled);
+    } else {
+        m_link.close();
     }
 }
 
@@ -251,7 +332,9 @@ void WorkerShell::callFunction(quint64 id)
     if (!instruction) {
         return;
     }
-    m_link.socket().beginRequest();
+    if (LinkSocket* socket = socketToUse()) {
+        socket->beginRequest();
+    }
     const WorkerFunction function = m_functions[static_cast<std::size_t>(instruction->function)];
     ParameterMap result;
     bool succeeded = false;

@@ -2,6 +2,7 @@
 
 #include <runtime/engine/worker_engine.h>
 #include <runtime/link/link.h>
+#include <runtime/link/shared_line.h>
 #include <runtime/loop/deadline.h>
 #include <runtime/shell/lingering.h>
 
@@ -56,11 +57,19 @@ private:
     void handleOpened();
     void handleFailed(const QString& why);
     void handleReadable();
+    void handleEnded(const QString& why);
+    void handleReplaced(const QString& why);
+    void handleTurn(const LinkLife& life);
     void handleDue();
     void handleWritten(const char* data, int size);
     void handleDrained(int size);
-    void handleDropped(int size);
+    void handleDropped(int size, int replies);
 
+    LinkSocket::Watch watch();
+    LinkSocket* socketToUse();
+    void setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls);
+    void openLink(bool anew);
+    void closeLink(bool isSpoiled);
     void noteEnd();
 
     void performFromOutside();
@@ -85,6 +94,7 @@ private:
     DAbstractWorker::FrameTracer m_tracer;
     OutcomeHandler m_outcomeHandler;
     Deadline m_due;
+    std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in the other's place
     Link m_link;
     WorkerEngine m_engine;
 };

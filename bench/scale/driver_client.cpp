@@ -55,9 +55,11 @@ public:
 private:
     void start()
     {
+        static const ParameterMap parameters = parametersOf(m_job);
+        static const QString listen = QStringLiteral("listen");
+        static const QString read = QStringLiteral("read");
         QString refusal;
-        const QString command = m_job.intervalMs > 0 ? m_listen : m_read;
-        if (m_orders->start(command, m_parameters, &refusal) == 0) {
+        if (m_orders->start(m_job.intervalMs > 0 ? listen : read, parameters, &refusal) == 0) {
             fail(refusal);
         }
     }
@@ -82,9 +84,6 @@ private:
         return parameters;
     }
 
-    const QString m_listen = QStringLiteral("listen");
-    const QString m_read = QStringLiteral("read");
-    const ParameterMap m_parameters = parametersOf(m_job);
     std::unique_ptr<DAbstractPlugin> m_plugin;
     DOrders* m_orders = nullptr;
     std::function<void()> m_onOpen;

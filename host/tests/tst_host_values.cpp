@@ -82,7 +82,14 @@ void HostValuesTest::words_data()
 void HostValuesTest::words()
 {
     QFETCH(QByteArray, bytes);
-    QTEST(convUInt16BigEndianByteArrayToVariantList(bytes), "values");
+    const QVariantList kept = convUInt16BigEndianByteArrayToVariantList(bytes);
+    // Others of that size leave it alone, whether they are kept or not.
+    const QByteArray other(bytes.size(), '\x7E');
+    convUInt16BigEndianByteArrayToVariantList(other);
+    convUInt16BigEndianByteArrayToVariantList(other);
+    QTEST(kept, "values");
+    const QVariantList again = convUInt16BigEndianByteArrayToVariantList(bytes);
+    QCOMPARE(again, kept);
 }
 
 void HostValuesTest::mapsAsText()

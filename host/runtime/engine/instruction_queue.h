@@ -2,25 +2,26 @@
 
 #include <plugin_management/types.h>
 
-#include <deque>
 #include <limits>
+#include <list>
 #include <memory>
 #include <vector>
 
-/// A call of a worker's function, as the worker holds it until it is over.
+/// A call of a worker's function, as the worker holds it until it is over. In this order it fits
+/// one line of memory with its count of users.
 struct WorkerInstruction
 {
     quint64 id = 0; ///< 0: the keep-alive
-    int function = -1; ///< its number among the worker's functions
     ParameterMap parameters;
+    qint64 nextTickUs = 0; ///< of a recurrent one
     int limitMs = 0; ///< from the write of the request
     int intervalMs = 0; ///< 0: it runs once
+    int function = -1; ///< its number among the worker's functions
     bool needsLink = true;
     bool endsLink = false;
     bool stopped = false; ///< nobody waits for its outcome any more
     bool due = false; ///< of a recurrent one: a run is due
     bool running = false; ///< of a recurrent one: it is being run
-    qint64 nextTickUs = 0;
 
     bool recurrent() const { return intervalMs > 0; }
     qint64 intervalUs() const { return qint64{intervalMs} * 1000; }
@@ -63,7 +64,7 @@ public:
 private:
     WorkerInstructionPtr popDue();
 
-    std::deque<WorkerInstructionPtr> m_oneShots;
+    std::list<WorkerInstructionPtr> m_oneShots; // a deque touches two lines of memory more
     std::vector<WorkerInstructionPtr> m_recurrent;
     quint64 m_ticksSkipped = 0;
 };

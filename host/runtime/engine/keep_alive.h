@@ -32,11 +32,11 @@ public:
     const ParameterMap& parameters() const { return m_parameters; }
 
 private:
+    qint64 m_lastTrafficUs = 0;
+    int m_intervalMs = 0;
+    bool m_isWatched = true;
     QString m_function;
     ParameterMap m_parameters;
     QString m_defaultFunction;
     ParameterMap m_defaultParameters;
-    int m_intervalMs = 0;
-    bool m_isWatched = true;
-    qint64 m_lastTrafficUs = 0;
 };

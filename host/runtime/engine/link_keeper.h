@@ -100,8 +100,6 @@ private:
     void attempt(State state, qint64 nowUs);
     void retryLater(const QString& why, qint64 nowUs);
 
-    Endpoint m_endpoint;
-    QString m_trouble;
     qint64 m_dueUs = never;
     int m_silences = 0; ///< requests in a row that got no reply on this link
     int m_retries = 0; ///< attempts to re-open since the device last answered
@@ -112,4 +110,6 @@ private:
     bool m_answered = false; ///< the device has answered on this link
     bool m_keepsTrying = false;
     bool m_wasOpen = false;
+    Endpoint m_endpoint;
+    QString m_trouble;
 };

@@ -63,17 +63,21 @@ int WorkerEngine::declareFunction(const QString& name)
     if (known >= 0) {
         return known;
     }
-    const bool connects = name == QLatin1String("connect");
-    const bool disconnects = name == QLatin1String("disconnect");
-    m_functions.push_back({name, !connects && !disconnects, disconnects});
-    return static_cast<int>(m_functions.size()) - 1;
+    const auto number = static_cast<int>(m_functions.size());
+    m_functions.push_back(name);
+    if (name == QLatin1String("connect")) {
+        m_connect = number;
+    } else if (name == QLatin1String("disconnect")) {
+        m_disconnect = number;
+    }
+    return number;
 }
 
 // A worker has some ten functions: a walk over them costs no more than to hash the name.
 int WorkerEngine::numberOf(const QString& function) const
 {
     for (std::size_t i = 0; i < m_functions.size(); ++i) {
-        const QString& name = m_functions[i].name;
+        const QString& name = m_functions[i];
         if (name.size() == function.size() && name == function) {
             return static_cast<int>(i);
         }
@@ -123,8 +127,8 @@ bool WorkerEngine::add(quint64 id, const QString& function, const ParameterMap& 
     instruction->parameters = parameters;
     instruction->limitMs = limitMs > 0 ? limitMs : LinkKeeper::defaultLimitMs;
     instruction->intervalMs = intervalMs;
-    instruction->needsLink = m_functions[static_cast<std::size_t>(number)].needsLink;
-    instruction->endsLink = m_functions[static_cast<std::size_t>(number)].endsLink;
+    instruction->needsLink = number != m_connect && number != m_disconnect;
+    instruction->endsLink = number == m_disconnect;
     m_queue.add(instruction, nowUs);
     return true;
 }
@@ -461,7 +465,9 @@ void WorkerEngine::unasked(int size, qint64 nowUs)
 
 void WorkerEngine::frameCame(qint64 nowUs)
 {
-    m_statistics.droppedBytes += static_cast<quint64>(m_exchange.surplus());
+    if (m_exchange.surplus() > 0) {
+        m_statistics.droppedBytes += static_cast<quint64>(m_exchange.surplus());
+    }
     m_exchange.end();
     m_link.noteReply();
     noteUnitAnswers();

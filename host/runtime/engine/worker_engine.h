@@ -98,13 +98,6 @@ private:
     using Kind = WorkerAction::Kind;
     using Code = OrderFailure::Code;
 
-    struct Function
-    {
-        QString name;
-        bool needsLink = true;
-        bool endsLink = false;
-    };
-
     int numberOf(const QString& function) const;
 
     void choose(qint64 nowUs);
@@ -138,7 +131,8 @@ private:
     void tellState(bool open, const QString& why);
     void tellConnectDown(const QString& why);
 
-    // What an instruction touches, together.
+    // What an instruction touches, together: of a thousand devices each line of memory that one
+    // touches comes from far away.
     WorkerActions m_actions;
     WorkerInstructionPtr m_current;
     Phase m_phase = Phase::Idle;
@@ -146,10 +140,13 @@ private:
     bool m_endedInCall = false; ///< the link has ended while foreign code was at work
     bool m_connectBegun = false; ///< the function being called has begun a connect
     Exchange m_exchange;
+    InstructionQueue m_queue;
+    int m_connect = -1; ///< the number of the function that does it
+    int m_disconnect = -1;
+    std::vector<QString> m_functions; ///< by number
     KeepAlive m_keepAlive;
     LinkKeeper m_link;
     LineTurn m_turn;
-    InstructionQueue m_queue;
     WorkerStatistics m_statistics;
     RoundTrips m_roundTrips;
 
@@ -158,5 +155,4 @@ private:
     bool m_tellsRepliesApart = false; ///< a late reply is never taken for the next one's
     bool m_opensFirst = false; ///< the next link is a connect's own
     quint64 m_connectId = 0; ///< the running connect
-    std::vector<Function> m_functions; ///< by number
 };

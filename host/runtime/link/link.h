@@ -46,6 +46,8 @@ private:
     void watchFor(bool more);
 
     Events m_events;
+    bool m_isConnecting = false;
+    bool m_isSecuring = false;
     LinkSocket m_socket;
     NameLookup m_lookup;
     std::shared_ptr<Reactor> m_reactor;
@@ -57,6 +59,4 @@ private:
     QHostAddress m_address; ///< being tried
     QString m_trouble;
     int m_descriptor = -1;
-    bool m_isConnecting = false;
-    bool m_isSecuring = false;
 };

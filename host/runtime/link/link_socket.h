@@ -25,10 +25,10 @@ public:
     /// What passes the socket.
     struct Watch
     {
-        fastdelegate::Delegate<void, const char*, int> written; ///< by a worker function, and left
-        fastdelegate::Delegate<void, int> drained; ///< bytes that it read before
+        fastdelegate::Delegate<void, int> drained; ///< bytes that a worker function read before
         /// Bytes of replies that are another's, and how many replies.
         fastdelegate::Delegate<void, int, int> dropped;
+        fastdelegate::Delegate<void, const char*, int> written; ///< by a worker function, and left
         /// What leaves (true) or arrives, as it goes over the wire.
         fastdelegate::Delegate<void, bool, const char*, int> passed;
     };
@@ -91,11 +91,11 @@ private:
     qint64 receiveFrom(Stream& stream, char* data, qint64 size);
     qint64 sendBy(Stream& stream, const char* data, qint64 size);
 
+    Watch m_watch;
     int m_descriptor = -1;
-    Stream* m_stream = nullptr; ///< in the descriptor's place
     bool m_hasWritten = false;
     bool m_isStale = false;
-    Watch m_watch;
+    Stream* m_stream = nullptr; ///< in the descriptor's place
     std::unique_ptr<Translation> m_translation;
     QByteArray m_translated; ///< not taken yet
 };

@@ -104,9 +104,9 @@ SharedLine::SharedLine(QString host, quint16 port, const LinkOptions& options,
       m_link({{this, &SharedLine::handleOpened},
               {this, &SharedLine::handleFailed},
               {this, &SharedLine::handleReadable}},
-             {{this, &SharedLine::handleWritten},
-              {this, &SharedLine::handleDrained},
+             {{this, &SharedLine::handleDrained},
               {this, &SharedLine::handleDropped},
+              {this, &SharedLine::handleWritten},
               {this, &SharedLine::handlePassed}}),
       m_due({this, &SharedLine::tellNext})
 {

@@ -61,9 +61,9 @@ private:
         onCome();
     }
 
+    qint64 m_wakeUs = never; ///< when the reactor will call
+    qint64 m_dueUs = never;
     Handler m_onCome;
     std::shared_ptr<Reactor> m_reactor;
     std::optional<Reactor::Deadlines::iterator> m_place; ///< among the reactor's
-    qint64 m_wakeUs = never; ///< when the reactor will call
-    qint64 m_dueUs = never;
 };

@@ -350,7 +350,7 @@ void OrderShell::reportNow()
 {
     const Stay stay(this);
     m_isWoken = false;
-    std::deque<Report> kept;
+    std::list<Report> kept;
     while (m_orders != nullptr && !m_later.empty()) {
         // Taken out first, so that what it causes is told directly when it was the last one.
         const Report report = std::move(m_later.front());
@@ -361,7 +361,7 @@ void OrderShell::reportNow()
             tell(report);
         }
     }
-    m_later.insert(m_later.begin(), kept.begin(), kept.end());
+    m_later.splice(m_later.begin(), kept);
 }
 
 bool OrderShell::isOfStartingOrder(const Report& report)

@@ -10,7 +10,7 @@
 
 #include <QPointer>
 
-#include <deque>
+#include <list>
 #include <memory>
 #include <vector>
 
@@ -98,12 +98,12 @@ private:
     void tell(const Report& report);
 
     DOrders* m_orders; ///< null once they have gone
-    QPointer<DAbstractWorker> m_worker;
-    std::vector<Prototype> m_prototypes;
-    IdTable<RunningOrderPtr> m_running;
-    IdTable<PendingInstruction> m_instructions;
-    std::deque<Report> m_later;
     int m_holds = 0; ///< a command is inside addInstruction(), or start() has not returned an id
     bool m_isWoken = false; ///< reportNow() will be called
     bool m_isClosed = false;
+    std::list<Report> m_later;
+    IdTable<RunningOrderPtr> m_running;
+    IdTable<PendingInstruction> m_instructions;
+    QPointer<DAbstractWorker> m_worker;
+    std::vector<Prototype> m_prototypes;
 };

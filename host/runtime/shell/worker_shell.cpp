@@ -27,20 +27,20 @@ unsigned systemSeed()
 } // namespace
 
 WorkerShell::WorkerShell(DAbstractWorker& worker)
-    : m_worker(&worker), m_engine(systemSeed()), // so that many do not come back at once
+    : m_worker(&worker), m_due({this, &WorkerShell::handleDue}),
       m_link({{this, &WorkerShell::handleOpened},
               {this, &WorkerShell::handleFailed},
               {this, &WorkerShell::handleReadable}},
              watch()),
-      m_due({this, &WorkerShell::handleDue})
+      m_engine(systemSeed()) // so that many do not come back at once
 {
 }
 
 LinkSocket::Watch WorkerShell::watch()
 {
-    return {{this, &WorkerShell::handleWritten},
-            {this, &WorkerShell::handleDrained},
+    return {{this, &WorkerShell::handleDrained},
             {this, &WorkerShell::handleDropped},
+            {this, &WorkerShell::handleWritten},
             {this, &WorkerShell::trace}};
 }
 
@@ -233,7 +233,7 @@ void WorkerShell::performFromOutside()
 // How many event loops are on the stack of the worker's thread.
 int WorkerShell::loopLevel() const
 {
-    return m_worker != nullptr ? m_worker->thread()->loopLevel() : 0;
+    return m_worker != nullptr ? QThread::currentThread()->loopLevel() : 0;
 }
 
 void WorkerShell::perform()

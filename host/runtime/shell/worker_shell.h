@@ -88,14 +88,14 @@ private:
 
     DAbstractWorker* m_worker; ///< null once it has gone
     qint64 m_nowUs = 0; ///< of the last look at the clock, which is good for what it brought about
-    WorkerEngine m_engine;
-    std::vector<WorkerFunction> m_functions; ///< by number
-    OutcomeHandler m_outcomeHandler;
-    DAbstractWorker::FrameTracer m_tracer;
-    std::vector<Trace> m_traces; ///< to be shown once no foreign code runs
-    Link m_link;
-    std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in its place
-    Deadline m_due;
     int m_depth = 0; ///< how many perform() are on the stack
     int m_loopLevel = 0; ///< the event loops around the innermost of them
+    std::vector<WorkerFunction> m_functions; ///< by number
+    std::vector<Trace> m_traces; ///< to be shown once no foreign code runs
+    DAbstractWorker::FrameTracer m_tracer;
+    OutcomeHandler m_outcomeHandler;
+    Deadline m_due;
+    Link m_link;
+    std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in its place
+    WorkerEngine m_engine;
 };

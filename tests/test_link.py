@@ -95,6 +95,16 @@ class UnitDevice(socketserver.ThreadingTCPServer):
         pass  # what the other side refuses is no fault of the device
 
 
+class OneConnection(UnitDevice):
+    """Closes every connection but the first at once."""
+
+    connections = 0
+
+    def verify_request(self, request, client_address):
+        self.connections += 1
+        return self.connections == 1
+
+
 def crc(frame):
     """As shifts of a whole number: the remainder by the mirrored polynomial."""
     rest = 0xFFFF
@@ -226,6 +236,24 @@ class Units(LinkTest):
         code, came = run(lines)
         self.assertEqual(code, 0)
         self.assertEqual([came[unit] for unit in range(248)], [[unit] for unit in range(248)])
+
+    def test_many_units_behind_one_connection(self):
+        units = range(1, 33)
+        for ids in (False, True):
+            device = self.serve(OneConnection(units))
+            lines = []
+            for unit in units:
+                name = str(unit)
+                link = {"unit": unit, "share": True, "transactionIds": ids}
+                lines += [{"device": name, "link": link},
+                          connect(name, host="127.0.0.1", port=device.server_address[1])]
+                lines += [order(100 * unit + n, name, "read", ("holdingRegisters", 1000, 1))
+                          for n in range(3)]
+            code, came = run(lines)
+            read = {key: value for key, value in came.items() if isinstance(key, int)}
+            self.assertEqual(code, 0)
+            self.assertEqual(read, {100 * unit + n: [unit] for unit in units for n in range(3)})
+            self.assertEqual(device.connections, 1)
 
     def test_rtu(self):
         device = self.serve(RtuDevice({7}))

@@ -16,7 +16,8 @@ LinkOptions linkOptions(int unit, bool transactionIds)
 }
 
 // A talk, step by step: "w" what the worker writes, "d" what the device sends, "e" nobody waits any
-// more, "c" a new connection; behind ">" what comes out on the other side.
+// more, "u" it is another unit's turn, "c" a new connection; behind ">" what comes out on the other
+// side.
 QString played(Translation& translation, const QString& talk)
 {
     QStringList steps;
@@ -30,6 +31,9 @@ QString played(Translation& translation, const QString& talk)
             break;
         case 'd':
             out = translation.fromWire(bytes.constData(), bytes.size());
+            break;
+        case 'u':
+            translation.setUnit(static_cast<uchar>(bytes.at(0)));
             break;
         case 'e':
             translation.endRequest();
@@ -104,6 +108,11 @@ void LinkTest::translation_data()
     row("right id, wrong unit", both,
         "w aabb00000006000300640001 > 000100000006ff0300640001; d 0001000000050003020102; "
         "d 000100000005ff03020304 > aabb000000050003020304",
+        11);
+    row("half a late reply, and another unit's turn", both,
+        "w aabb00000006000300640001 > 000100000006ff0300640001; e ; d 0001000000; u 05; "
+        "w aabb00000006000300640001 > 000200000006050300640001; "
+        "d 05ff03020102000200000005050302; d 0304 > aabb000000050003020304",
         11);
     row("in pieces", both,
         "w aabb0000; w 0006000300640001 > 000100000006ff0300640001; "

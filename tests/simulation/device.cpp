@@ -153,6 +153,7 @@ void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
     if (m_said.size() > rememberedReplies) {
         m_said.erase(m_said.begin());
     }
+    m_spoiled += kind != nullptr ? 1 : 0;
     World::current()->note(m_number, kind != nullptr ? kind->name : "answers",
                            static_cast<qint64>(request));
     const bool isSlow = !m_isCalm && m_random.perMille(m_plan.spoiledPerMille / 4);

@@ -34,6 +34,8 @@ public:
     quint64 lastRequest() const { return m_requests; }
     /// What was said to it, as far as that is remembered.
     const Said* said(quint64 request) const;
+    /// How many replies were not what they should have been.
+    quint64 spoiled() const { return m_spoiled; }
     /// The first of those remembered for which it holds.
     template <typename Condition>
     bool hasSaid(const Condition& condition) const
@@ -91,6 +93,7 @@ private:
     Away m_away = Away::No;
     bool m_isCalm = false;
     quint64 m_requests = 0;
+    quint64 m_spoiled = 0;
     std::map<quint64, Said> m_said; ///< by request
     std::map<quint64, Wire> m_wires;
     std::map<quint16, int> m_carriedOut;

@@ -47,6 +47,7 @@ struct Request
     quint64 seed = 0;
     quint64 shrunk = 0;
     int days = 0;
+    quint64 spoiled = 0;
     bool isTraced = false;
     std::string module;
     LeftOut leftOut;
@@ -59,6 +60,8 @@ void addOptions(CLI::App& cli, Request& request)
     what->add_option("--seed", request.seed, "one world, and the hash of all that happened in it");
     what->add_option("--shrink", request.shrunk, "what a world that fails needs for it");
     what->add_option("--days", request.days, "a device read once a second for so many days");
+    what->add_option("--crossed", request.spoiled,
+                     "32 units on one connection, until so many replies were late or crossed");
     what->require_option(1);
     cli.add_flag("--trace", request.isTraced, "with --seed: all that happened, a line each");
     cli.add_option("--without", request.leftOut.parts, "with --seed: parts of it to be left out")
@@ -128,6 +131,18 @@ int runDays(const Request& request, DAbstractPlugin* root)
     return printSummary(1, static_cast<quint64>(failed), found, seconds() - began);
 }
 
+int runCrossed(const Request& request, DAbstractPlugin* root)
+{
+    constexpr int units = 32;
+    const Findings found = simulateSpoiled(Plan::crossed(units), root, request.spoiled);
+    const int failed = printFailure(1, found);
+    std::printf("%d units on one connection, %llu replies late, doubled, swapped or numbered "
+                "wrongly, %llu values, %llu of them another's; %.1f hours of virtual time\n",
+                units, found.spoiled, found.orders, found.staleCopies,
+                static_cast<double>(found.virtualUs) / usPerHour);
+    return failed;
+}
+
 int runShrunk(const Request& request, DAbstractPlugin* root)
 {
     const LeftOut leftOut = shrink(request.shrunk, root);
@@ -140,6 +155,9 @@ int runShrunk(const Request& request, DAbstractPlugin* root)
 
 int run(const Request& request, DAbstractPlugin* root)
 {
+    if (request.spoiled > 0) {
+        return runCrossed(request, root);
+    }
     if (request.days > 0) {
         return runDays(request, root);
     }

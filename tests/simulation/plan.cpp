@@ -116,7 +116,7 @@ bool Plan::leaveOut(const std::string& part)
     } else if (part == "outage") {
         outageUs = 0;
     } else if (part == "link-options") {
-        links.fill({});
+        links.assign(links.size(), {});
         shares = false;
     } else if (part == "cuts") {
         cuts = false;

@@ -35,6 +35,10 @@ struct Plan
     /// One device that does nothing wrong, read once a second for so long.
     static Plan quiet(quint64 seed, int days);
 
+    /// So many units behind one connection, whose replies are late, doubled, swapped or numbered
+    /// wrongly more often than not; each is read again and again, in the same shape.
+    static Plan crossed(int units);
+
     /// What can be left out: names of misbehaviours and deeds, "inside", "away", "outage",
     /// "cuts" and "link-options".
     std::vector<std::string> parts() const;
@@ -51,7 +55,8 @@ struct Plan
     qint64 calmUs; ///< how long all is well after that
     qint64 outageUs = 0; ///< how long every device is away in between, with nobody to give up
     int calmIntervalMs = 60000; ///< of the reads then
-    std::array<LinkOptions, 3> links; ///< of each object
+    std::vector<LinkOptions> links = std::vector<LinkOptions>(3); ///< of each object
+    bool readsOnly = false; ///< each user does nothing else, at one rate
     bool cuts = true; ///< the wire cuts what is sent
     int spoiledPerMille; ///< of the replies
     int nestedPerMille; ///< of the reports, in which something is done

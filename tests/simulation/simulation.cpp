@@ -20,6 +20,7 @@ constexpr qint64 lookEveryUs = 500 * ms;
 constexpr qint64 probeUs = 5000 * ms;
 constexpr qint64 lastUs = 15000 * ms; // longer than any look-up
 constexpr qint64 connectedAfterUs = 90000 * ms; // in the calm
+constexpr qint64 spoiledPieceUs = 60000 * ms;
 constexpr quint16 firstPort = 502;
 
 /// One device, and the links to it.
@@ -103,6 +104,18 @@ public:
         return findings(beganUs);
     }
 
+    Findings runSpoiled(quint64 spoiled)
+    {
+        const qint64 beganUs = m_world.nowUs();
+        lookAgain();
+        each([](Client& one) { one.user.begin(); });
+        while (m_stations.front()->device.spoiled() < spoiled && !m_world.trace().failed()) {
+            pass(spoiledPieceUs);
+        }
+        end();
+        return findings(beganUs);
+    }
+
 private:
     template <typename Function>
     void each(const Function& function)
@@ -150,6 +163,9 @@ private:
             found.orders += one.book.answers() + one.book.endedOrders();
             found.staleCopies += one.book.staleCopies();
         });
+        for (const auto& station : m_stations) {
+            found.spoiled += station->device.spoiled();
+        }
         return found;
     }
 
@@ -165,4 +181,9 @@ private:
 Findings simulate(const Plan& plan, DAbstractPlugin* root, bool isTraced)
 {
     return Simulation(plan, root, isTraced).run();
+}
+
+Findings simulateSpoiled(const Plan& plan, DAbstractPlugin* root, quint64 spoiled)
+{
+    return Simulation(plan, root, false).runSpoiled(spoiled);
 }

@@ -15,6 +15,7 @@ constexpr qint64 ms = 1000;
 constexpr int firstPort = 502;
 constexpr int deepest = 3;
 constexpr int burstSize = 1100;
+constexpr int readEveryMs = 5000;
 constexpr int startsEach = 20000; // of those who share a device
 
 QString text(const char* latin1) { return QString::fromLatin1(latin1); }
@@ -34,7 +35,11 @@ void User::begin()
 {
     make();
     connectIt();
-    think();
+    if (m_plan.readsOnly) {
+        start(listen(2, readEveryMs));
+    } else {
+        think();
+    }
 }
 
 void User::think()
@@ -289,6 +294,21 @@ Asked User::write()
     }
     asked.parameters = {
         {text("register"), asked.start}, {text("registerType"), text(type)}, {text("data"), data}};
+    return asked;
+}
+
+Asked User::listen(int count, int intervalMs)
+{
+    Asked asked;
+    asked.command = text("listen");
+    asked.function = 3;
+    asked.start = nextStart();
+    asked.quantity = static_cast<quint16>(count);
+    asked.intervalUs = intervalMs * ms;
+    asked.parameters = {{text("register"), asked.start},
+                        {text("registerType"), text("holdingRegisters")},
+                        {text("dataSize"), count},
+                        {text("recurrentInterval"), intervalMs}};
     return asked;
 }
 

@@ -44,6 +44,7 @@ private:
     Asked draw(Deed deed);
     Asked read(const QString& command);
     Asked write();
+    Asked listen(int count, int intervalMs);
     quint16 nextStart();
 
     const Plan& m_plan;

@@ -15,6 +15,7 @@ public:
     void setShared(bool isShared)
     {
         m_isShared = isShared;
+        leave();
         forgetSilence();
     }
     bool isShared() const { return m_isShared; }

@@ -102,6 +102,9 @@ bool WorkerShell::setLinkOptions(const LinkOptions& options, QString& refusal)
 
 void WorkerShell::setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls)
 {
+    if (m_place && m_worker->m_socket) {
+        m_worker->m_socket = &m_link.socket();
+    }
     m_place.reset();
     if (!options.share) {
         m_link.setTls(std::move(tls));
@@ -272,12 +275,12 @@ void WorkerShell::execute(const WorkerAction& action)
         closeLink(action.flag);
         break;
     case Kind::AskTurn:
-        if (const LinkLife* life = m_place->askTurn()) {
-            m_engine.turnCame(*life, m_nowUs);
-        }
+        askTurn();
         break;
     case Kind::GiveTurn:
-        m_place->giveTurn(action.flag, m_engine.linkLife());
+        if (m_place) {
+            m_place->giveTurn(action.flag, m_engine.linkLife());
+        }
         break;
     case Kind::Look:
         m_place ? m_place->look() : m_link.look();
@@ -299,6 +302,14 @@ void WorkerShell::openLink(bool anew)
     } else {
         m_worker->m_socket = &m_link.socket();
         m_link.open(m_engine.endpoint().host, m_engine.endpoint().port);
+    }
+}
+
+void WorkerShell::askTurn()
+{
+    const LinkLife* life = m_place ? m_place->askTurn() : nullptr;
+    if (life != nullptr) {
+        m_engine.turnCame(*life, m_nowUs);
     }
 }
 

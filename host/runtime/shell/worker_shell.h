@@ -70,6 +70,7 @@ private:
     void setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls);
     void openLink(bool anew);
     void closeLink(bool isSpoiled);
+    void askTurn();
     void noteEnd();
 
     void performFromOutside();
@@ -96,5 +97,6 @@ private:
     Deadline m_due;
     std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in the other's place
     Link m_link;
+    std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in its place
     WorkerEngine m_engine;
 };

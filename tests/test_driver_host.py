@@ -258,26 +258,6 @@ class LongRunning(EndToEnd):
                 self.addCleanup(device.close)
                 self.assertEqual(device.port, port)
                 device.end()
-        for option, text, wanted in (("--port", "65536", "0 to 65535"),
-                                     ("--seed", "-1", "0 to 2147483647"), ("--every", "1.5", "1 to "),
-                                     ("--delay", "4294967297", "0 to 3600000"),
-                                     ("--set", "coilsRegister:3=2", "0 to 1")):
-            with self.subTest(option=option, text=text):
-                done = execute([*simulator, "0", "--misbehave", "any", f"{option}={text}"])
-                self.assertEnded(done, 2)
-                given = text.rpartition("=")[2]
-                self.assertRegex(done.stderr, rf"{option}: .*'{given}' is not a number {wanted}")
-
-    def test_wrong_usage_of_the_simulator(self):
-        for words, what in ((["--prot", "1"], "unknown option '--prot'"),
-                            (["more\x1b"], r"unexpected argument 'more\x1b'"),
-                            (["--port="], "--port needs a value"),
-                            (["--seed", "3"], "--seed requires --misbehave")):
-            with self.subTest(words=words):
-                done = execute([os.environ["DEVICE_SIMULATOR"], *words])
-                self.assertEnded(done, 2)
-                self.assertEqual(done.stderr, f"device-simulator: {what}\n"
-                                              "try 'device-simulator --help'\n")
 
     def test_misbehaviour_gives_no_wrong_value(self):
         for code, names in self.MISBEHAVIOURS.items():

@@ -80,6 +80,18 @@ class Info(EndToEnd):
         self.assertEqual([command["name"] for command in info["commands"]],
                          ["connect", "listen", "read", "write", "deviceInformation"])
 
+    def test_help_says_what_is_meant(self):
+        """Sentences of the profile's and the program's own, another one for each command."""
+        commands = execute([HOST, "--complete", ""]).stdout.split()
+        abouts = set()
+        for command in commands:
+            about, *entries = execute([HOST, command, "--help"]).stdout.split("\n  -")
+            abouts.add(about.split("\n")[0])
+            for entry in entries:
+                with self.subTest(command, entry=entry):
+                    self.assertRegex(entry, r"^\S[^\n]*(  +|\d |\n {9,})[A-Z]\S* [^\n]+[\w)](\n|$)")
+        self.assertEqual((len(commands), len(abouts)), (8, 8))
+        self.assertNotRegex("\n".join(abouts), "(?m)one or many|^[^A-Z]")
 
     def test_profile(self):
         """What people are told; a wrong one is told of, and left out."""

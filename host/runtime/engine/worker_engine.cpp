@@ -423,7 +423,7 @@ void WorkerEngine::timedOut(qint64 nowUs)
     const WorkerInstructionPtr instruction = release();
     const QString text = QStringLiteral("no answer within %1 ms").arg(instruction->limitMs);
     if (instruction->id == 0) {
-        declareLost(QStringLiteral("the keep-alive got ") + text, nowUs);
+        declareLost(QStringLiteral("the keep-alive got ") + text, nowUs, true);
     } else if (!m_tellsRepliesApart || m_link.noteSilence()) {
         replaceLink(text, nowUs); // its reply may still come, and would look like the next one's
     }
@@ -596,7 +596,7 @@ void WorkerEngine::replaceLink(const QString& why, qint64 nowUs)
     m_actions.add(Kind::OpenLink);
 }
 
-void WorkerEngine::declareLost(const QString& why, qint64 nowUs)
+void WorkerEngine::declareLost(const QString& why, qint64 nowUs, bool byKeepAlive)
 {
     if (!m_link.isOpen()) { // replaced meanwhile
         return;
@@ -610,25 +610,26 @@ void WorkerEngine::declareLost(const QString& why, qint64 nowUs)
             m_exchange.failure(Code::NotConnected, text.arg(m_link.endpoint().text(), why));
         settle(release(), lost, lost.toReply(), nowUs);
     }
-    tellState(false, why);
+    tellState(false, why, byKeepAlive);
 }
 
-void WorkerEngine::tellState(bool open, const QString& why)
+void WorkerEngine::tellState(bool open, const QString& why, bool byKeepAlive)
 {
     m_actions.add(Kind::TellState, 0, open);
     if (!open) {
-        tellConnectDown(why);
+        tellConnectDown(why, byKeepAlive);
     } else if (m_connectId != 0) {
         m_actions.tell(Outcome::Answer, m_connectId, {{QStringLiteral("connected"), true}}, {});
     }
 }
 
-void WorkerEngine::tellConnectDown(const QString& why)
+void WorkerEngine::tellConnectDown(const QString& why, bool byKeepAlive)
 {
     if (m_connectId == 0) {
         return;
     }
-    const OrderFailure failure = OrderFailure::of(Code::NotConnected, why);
+    OrderFailure failure = OrderFailure::of(Code::NotConnected, why);
+    failure.byKeepAlive = byKeepAlive;
     ParameterMap reply = failure.toReply();
     reply.remove(QStringLiteral("doneOk")); // a state, not a rejected reply
     reply.insert(QStringLiteral("disconnected"), true);

@@ -116,9 +116,9 @@ private:
 
     QString connectRefusal(const ParameterMap& parameters) const;
     void replaceLink(const QString& why, qint64 nowUs);
-    void declareLost(const QString& why, qint64 nowUs);
-    void tellState(bool open, const QString& why);
-    void tellConnectDown(const QString& why);
+    void declareLost(const QString& why, qint64 nowUs, bool byKeepAlive = false);
+    void tellState(bool open, const QString& why, bool byKeepAlive = false);
+    void tellConnectDown(const QString& why, bool byKeepAlive = false);
 
     // What an instruction touches, together.
     WorkerActions m_actions;

@@ -284,44 +284,16 @@ void EngineTest::ticksOfAStoppedOrderAreNotCounted()
     QVERIFY(!world.done.contains(QStringLiteral("answer well")));
 }
 
-void EngineTest::keepAlivesThatAreRefused_data()
-{
-    QTest::addColumn<QString>("function");
-    QTest::addColumn<QString>("number");
-    QTest::addColumn<QString>("says"); // nothing: it is taken
-    QTest::newRow("last register") << "ask"
-                                   << "65535"
-                                   << "";
-    QTest::newRow("no register") << "ask"
-                                 << ""
-                                 << "";
-    QTest::newRow("register too large") << "ask"
-                                        << "70000"
-                                        << "'70000' is not a number 0 to 65535";
-    QTest::newRow("negative register") << "ask"
-                                       << "-1"
-                                       << "'-1' is not a number 0 to 65535";
-    QTest::newRow("connect") << "connect"
-                             << "0"
-                             << "'connect' sends no request";
-    QTest::newRow("disconnect") << "disconnect"
-                                << "0"
-                                << "'disconnect' sends no request";
-    QTest::newRow("unknown") << "sing"
-                             << "0"
-                             << "no function 'sing'";
-}
+void EngineTest::keepAlivesThatAreRefused_data() { addRows("keep_alives"); }
 
 void EngineTest::keepAlivesThatAreRefused()
 {
-    QFETCH(QString, function);
-    QFETCH(QString, number);
-    QFETCH(QString, says);
+    QFETCH(QStringList, cells);
     World world;
-    world.startConnect({{QStringLiteral("keepAliveFunction"), function},
-                        {QStringLiteral("keepAliveFunctionRegister"), number}});
-    QCOMPARE(world.failure.code, says.isEmpty() ? Code::None : Code::Usage);
-    QVERIFY2(world.failure.text.contains(says), qPrintable(world.failure.text));
+    world.startConnect({{QStringLiteral("keepAliveFunction"), cells[0]},
+                        {QStringLiteral("keepAliveFunctionRegister"), cells[1]}});
+    QCOMPARE(world.failure.code, cells[2].isEmpty() ? Code::None : Code::Usage);
+    QVERIFY2(world.failure.text.contains(cells[2]), qPrintable(world.failure.text));
 }
 
 void EngineTest::aKeepAliveThatSendsNothingIsToldOnce()

@@ -80,6 +80,18 @@ class Info(EndToEnd):
         self.assertEqual([command["name"] for command in info["commands"]],
                          ["connect", "listen", "read", "write", "deviceInformation"])
 
+    def test_help_says_what_is_meant(self):
+        """Sentences of the profile's and the program's own, another one for each command."""
+        commands = execute([HOST, "--complete", ""]).stdout.split()
+        abouts = set()
+        for command in commands:
+            about, *entries = execute([HOST, command, "--help"]).stdout.split("\n  -")
+            abouts.add(about.split("\n")[0])
+            for entry in entries:
+                with self.subTest(command, entry=entry):
+                    self.assertRegex(entry, r"^\S[^\n]*(  +|\d |\n {9,})[A-Z]\S* [^\n]+[\w)](\n|$)")
+        self.assertEqual((len(commands), len(abouts)), (8, 8))
+        self.assertNotRegex("\n".join(abouts), "(?m)one or many|^[^A-Z]")
 
     def test_profile(self):
         """What people are told; a wrong one is told of, and left out."""
@@ -258,26 +270,6 @@ class LongRunning(EndToEnd):
                 self.addCleanup(device.close)
                 self.assertEqual(device.port, port)
                 device.end()
-        for option, text, wanted in (("--port", "65536", "0 to 65535"),
-                                     ("--seed", "-1", "0 to 2147483647"), ("--every", "1.5", "1 to "),
-                                     ("--delay", "4294967297", "0 to 3600000"),
-                                     ("--set", "coilsRegister:3=2", "0 to 1")):
-            with self.subTest(option=option, text=text):
-                done = execute([*simulator, "0", "--misbehave", "any", f"{option}={text}"])
-                self.assertEnded(done, 2)
-                given = text.rpartition("=")[2]
-                self.assertRegex(done.stderr, rf"{option}: .*'{given}' is not a number {wanted}")
-
-    def test_wrong_usage_of_the_simulator(self):
-        for words, what in ((["--prot", "1"], "unknown option '--prot'"),
-                            (["more\x1b"], r"unexpected argument 'more\x1b'"),
-                            (["--port="], "--port needs a value"),
-                            (["--seed", "3"], "--seed requires --misbehave")):
-            with self.subTest(words=words):
-                done = execute([os.environ["DEVICE_SIMULATOR"], *words])
-                self.assertEnded(done, 2)
-                self.assertEqual(done.stderr, f"device-simulator: {what}\n"
-                                              "try 'device-simulator --help'\n")
 
     def test_misbehaviour_gives_no_wrong_value(self):
         for code, names in self.MISBEHAVIOURS.items():

@@ -22,6 +22,7 @@ struct OrderFailure
     /// The unit that was asked (of an exception: that answered), 0 to 255: Modbus Messaging on
     /// TCP/IP V1.0b, section 3.1.3. -1 when no request went out, or the protocol has no units.
     int unitId = -1;
+    bool byKeepAlive = false; ///< of NotConnected: lost as the keep-alive got no answer
 
     explicit operator bool() const { return code != Code::None; }
 

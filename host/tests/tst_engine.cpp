@@ -1,7 +1,7 @@
 #include <runtime/engine/backoff.h>
 #include <runtime/engine/worker_engine.h>
 
-#include <QtTest>
+#include "table.h"
 
 using Code = OrderFailure::Code;
 using Kind = WorkerAction::Kind;
@@ -198,58 +198,23 @@ private slots:
     void delaysAreSpread();
 };
 
-// A read of two registers was asked of unit 0. The hook believes everything, as hooks may.
-void EngineTest::replies_data()
-{
-    QTest::addColumn<QList<QByteArray>>("segments");
-    QTest::addColumn<Code>("code"); // BadReply: and a new link
-    QTest::addColumn<int>("exception");
-    QTest::addColumn<int>("unit");
-    const auto row = [](const char* name, const QList<QByteArray>& segments, Code code,
-                        int exception = 0, int unit = 0) {
-        QTest::newRow(name) << segments << code << exception << unit;
-    };
-    row("two registers", {bytes("aabb0000000700030400010002")}, Code::None);
-    row("from another unit", {bytes("aabb0000000711030400010002")}, Code::None);
-    row("in pieces", {bytes("aabb00"), bytes("000007000304"), bytes("00010002")}, Code::None);
-    row("text of a web server", {bytes("48545450394e31043430333020")}, Code::BadReply);
-    row("another function and unit", {bytes("aabb00000007011004deaddead")}, Code::BadReply);
-    row("length of 65535", {bytes("aabb0000ffff010304deaddead")}, Code::BadReply);
-    row("high byte of the length", {bytes("aabb0000010700030400010002")}, Code::BadReply);
-    row("the same, cut", {bytes("aabb000001"), bytes("0700030400010002")}, Code::BadReply);
-    row("length of 1", {bytes("aabb0000000100")}, Code::BadReply);
-    row("another function", {bytes("aabb0000000700040400010002")}, Code::BadReply);
-    row("one register", {bytes("aabb000000050003020001")}, Code::BadReply);
-    row("three registers", {bytes("aabb00000009000306000100020003")}, Code::BadReply);
-    row("no register", {bytes("aabb00000003000300")}, Code::BadReply);
-    row("count and length differ", {bytes("aabb0000000700030600010002")}, Code::BadReply);
-    row("bytes behind it", {bytes("aabb000000070003040001000200")}, Code::BadReply);
-    row("exception", {bytes("aabb00000003008302")}, Code::DeviceException, 2, 0);
-    row("exception of another unit", {bytes("aabb00000003118302")}, Code::DeviceException, 2, 17);
-    row("exception to another function", {bytes("aabb00000003008402")}, Code::BadReply);
-    row("exception that is longer", {bytes("aabb0000000400830200")}, Code::BadReply);
-    row("exception without a code", {bytes("aabb000000020083")}, Code::BadReply);
-    row("exception 0", {bytes("aabb00000003008300")}, Code::BadReply);
-    row("no exception at all", {bytes("aabb00000007ff90adadadadad")}, Code::BadReply);
-}
+void EngineTest::replies_data() { addRows("replies"); }
 
 void EngineTest::replies()
 {
-    QFETCH(QList<QByteArray>, segments);
-    QFETCH(Code, code);
+    QFETCH(QStringList, cells);
+    const QStringList wanted = cells[1].split(QLatin1Char(' '));
     World world;
     world.connectNow();
     world.start("ask");
-    for (const QByteArray& segment : segments) {
-        world.receive(segment);
+    for (const QString& segment : cells[0].split(QLatin1Char(' '))) {
+        world.receive(QByteArray::fromHex(segment.toLatin1()));
     }
-    QCOMPARE(world.failure.code, code);
-    QTEST(world.failure.exceptionCode, "exception");
-    QCOMPARE(world.reply.contains(QStringLiteral("values")), code == Code::None);
-    QCOMPARE(world.done.contains(QStringLiteral("open")), code == Code::BadReply);
-    if (code != Code::None) {
-        QTEST(world.failure.unitId, "unit");
-    }
+    QVERIFY2(world.done.contains(QStringLiteral("end ") + wanted[0]), qPrintable(cells[1]));
+    QCOMPARE(world.failure.exceptionCode, wanted.value(1).toInt());
+    QCOMPARE(world.reply.contains(QStringLiteral("values")), wanted[0] == QLatin1String("well"));
+    QCOMPARE(world.done.contains(QStringLiteral("open")), wanted[0] == QLatin1String("bad_reply"));
+    QCOMPARE(world.failure.unitId, world.failure ? wanted.value(2).toInt() : -1);
 }
 
 void EngineTest::nothingLeavesOnALinkWhereBytesWait()
@@ -333,44 +298,16 @@ void EngineTest::ticksOfAStoppedOrderAreNotCounted()
     QVERIFY(!world.done.contains(QStringLiteral("answer well")));
 }
 
-void EngineTest::keepAlivesThatAreRefused_data()
-{
-    QTest::addColumn<QString>("function");
-    QTest::addColumn<QString>("number");
-    QTest::addColumn<QString>("says"); // nothing: it is taken
-    QTest::newRow("last register") << "ask"
-                                   << "65535"
-                                   << "";
-    QTest::newRow("no register") << "ask"
-                                 << ""
-                                 << "";
-    QTest::newRow("register too large") << "ask"
-                                        << "70000"
-                                        << "'70000' is not a number 0 to 65535";
-    QTest::newRow("negative register") << "ask"
-                                       << "-1"
-                                       << "'-1' is not a number 0 to 65535";
-    QTest::newRow("connect") << "connect"
-                             << "0"
-                             << "'connect' sends no request";
-    QTest::newRow("disconnect") << "disconnect"
-                                << "0"
-                                << "'disconnect' sends no request";
-    QTest::newRow("unknown") << "sing"
-                             << "0"
-                             << "no function 'sing'";
-}
+void EngineTest::keepAlivesThatAreRefused_data() { addRows("keep_alives"); }
 
 void EngineTest::keepAlivesThatAreRefused()
 {
-    QFETCH(QString, function);
-    QFETCH(QString, number);
-    QFETCH(QString, says);
+    QFETCH(QStringList, cells);
     World world;
-    world.startConnect({{QStringLiteral("keepAliveFunction"), function},
-                        {QStringLiteral("keepAliveFunctionRegister"), number}});
-    QCOMPARE(world.failure.code, says.isEmpty() ? Code::None : Code::Usage);
-    QVERIFY2(world.failure.text.contains(says), qPrintable(world.failure.text));
+    world.startConnect({{QStringLiteral("keepAliveFunction"), cells[0]},
+                        {QStringLiteral("keepAliveFunctionRegister"), cells[1]}});
+    QCOMPARE(world.failure.code, cells[2].isEmpty() ? Code::None : Code::Usage);
+    QVERIFY2(world.failure.text.contains(cells[2]), qPrintable(world.failure.text));
 }
 
 void EngineTest::aKeepAliveThatSendsNothingIsToldOnce()

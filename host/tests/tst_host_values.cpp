@@ -11,15 +11,6 @@
 
 #include <limits>
 
-namespace {
-
-QVariantMap map(const char* key, const QVariant& value)
-{
-    return {{QString::fromLatin1(key), value}};
-}
-
-} // namespace
-
 class HostValuesTest : public QObject
 {
     Q_OBJECT
@@ -32,8 +23,6 @@ private slots:
     void mapsAsText();
     void parameters_data();
     void parameters();
-    void undeclared_data();
-    void undeclared();
     void frameLengths_data();
     void frameLengths();
     void roundTrips();
@@ -108,7 +97,8 @@ void HostValuesTest::mapsAsText()
 
 void HostValuesTest::parameters_data()
 {
-    QTest::addColumn<QString>("tag");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("tag"); // empty: the parameter is not declared
     QTest::addColumn<QVariant>("given");
     QTest::addColumn<QVariant>("taken");
     QTest::addColumn<QString>("refusal"); // what it begins with; empty: taken
@@ -116,11 +106,16 @@ void HostValuesTest::parameters_data()
     const auto list = [](const QVariantList& values) { return QVariant(values); };
     const auto good = [](const char* name, const char* tag, const QVariant& given,
                          const QVariant& taken) {
-        QTest::newRow(name) << tag << given << taken << QString();
+        QTest::newRow(name) << "p" << tag << given << taken << QString();
     };
     const auto bad = [](const char* name, const char* tag, const QVariant& given,
                         const char* refusal) {
-        QTest::newRow(name) << tag << given << QVariant() << QString::fromLatin1(refusal);
+        QTest::newRow(name) << "p" << tag << given << QVariant() << QString::fromLatin1(refusal);
+    };
+    const auto free = [](const char* name, const char* parameter, const QVariant& given,
+                         const QVariant& taken) { // invalid: refused
+        QTest::newRow(name) << parameter << QString() << given << taken
+                            << QString::fromLatin1(taken.isValid() ? "" : parameter);
     };
     good("number", "ui16", 65535, 65535);
     good("number as text", "ui16", text(" 100 "), 100u);
@@ -155,66 +150,43 @@ void HostValuesTest::parameters_data()
     bad("no number", "vart", qQNaN(), "p': 'nan' is not a whole number");
     bad("text of one more", "vart", list({text("4294967296")}), "p[0]': '4294967296' is not a");
     good("text of a fraction", "vart", text("1.6"), text("1.6"));
+    const char* interval = "recurrentInterval";
+    free("undeclared text", "x", text("4294967301"), text("4294967301"));
+    free("undeclared whole real", "x", 7.0, 7);
+    free("undeclared negative", "x", -5, -5);
+    free("undeclared broken real", "x", 1.6, {});
+    free("wrapping number", "keepAliveFunctionRegister", qlonglong(4294967301), {});
+    free("longest interval", interval, 86400000, 86400000);
+    free("interval as text", interval, text("0x14"), 20);
+    free("no interval", interval, 0, {});
+    free("too long an interval", interval, 86400001, {});
+    free("wrapping interval", interval, qlonglong(4294967301), {});
+    free("wrapping interval as text", interval, text("4294967301"), {});
+    free("interval that is no number", interval, text("soon"), {});
 }
 
 void HostValuesTest::parameters()
 {
+    QFETCH(QString, name);
     QFETCH(QString, tag);
     QFETCH(QVariant, given);
     QFETCH(QVariant, taken);
     QFETCH(QString, refusal);
-    const QList<Declaration> declared{
-        {QStringLiteral("p"), tag, QString(), QVariant()},
+    QList<Declaration> declared{
         {QStringLiteral("q"), QStringLiteral("ui16"), QString(), QVariant(80)}};
-    QVariantMap parameters = map("p", given);
-    parameters.insert(QStringLiteral("undeclared"), -5);
+    if (!tag.isEmpty()) {
+        declared.append({name, tag, QString(), QVariant()});
+    }
+    QVariantMap parameters{{name, given}};
     QString error;
     QCOMPARE(checkParameters(declared, parameters, &error), refusal.isEmpty());
     if (!refusal.isEmpty()) {
         QVERIFY2(error.startsWith(QStringLiteral("parameter '") + refusal), qPrintable(error));
         return;
     }
-    QCOMPARE(parameters.value(QStringLiteral("p")), taken);
-    QCOMPARE(parameters.value(QStringLiteral("p")).userType(), taken.userType());
+    QCOMPARE(parameters.value(name), taken);
+    QCOMPARE(parameters.value(name).userType(), taken.userType());
     QCOMPARE(parameters.value(QStringLiteral("q")), QVariant(80));
-    QCOMPARE(parameters.value(QStringLiteral("undeclared")), QVariant(-5));
-}
-
-void HostValuesTest::undeclared_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QVariant>("given");
-    QTest::addColumn<QVariant>("taken"); // invalid: refused
-    const auto row = [](const char* name, const char* parameter, const QVariant& given,
-                        const QVariant& taken) {
-        QTest::newRow(name) << parameter << given << taken;
-    };
-    row("anything", "x", QStringLiteral("4294967301"), QStringLiteral("4294967301"));
-    row("whole real", "x", 7.0, 7);
-    row("broken real", "x", 1.6, {});
-    row("wrapping number", "keepAliveFunctionRegister", qlonglong(4294967301), {});
-    row("longest interval", "recurrentInterval", 86400000, 86400000);
-    row("interval as text", "recurrentInterval", QStringLiteral("0x14"), 20);
-    row("no interval", "recurrentInterval", 0, {});
-    row("too long an interval", "recurrentInterval", 86400001, {});
-    row("wrapping interval", "recurrentInterval", qlonglong(4294967301), {});
-    row("wrapping interval as text", "recurrentInterval", QStringLiteral("4294967301"), {});
-    row("interval that is no number", "recurrentInterval", QStringLiteral("soon"), {});
-}
-
-void HostValuesTest::undeclared()
-{
-    QFETCH(QString, name);
-    QFETCH(QVariant, given);
-    QFETCH(QVariant, taken);
-    ParameterMap parameters{{name, given}};
-    QString error;
-    QCOMPARE(checkParameters({}, parameters, &error), taken.isValid());
-    QCOMPARE(error.startsWith(QStringLiteral("parameter '%1': '").arg(name)), !taken.isValid());
-    if (taken.isValid()) {
-        QCOMPARE(parameters.value(name), taken);
-        QCOMPARE(parameters.value(name).userType(), taken.userType());
-    }
 }
 
 void HostValuesTest::frameLengths_data()
@@ -349,7 +321,8 @@ void HostValuesTest::commandsOfOrders()
 {
     ProbePlugin plugin;
     plugin.initPluginCommands();
-    plugin.orders()->start(QStringLiteral("probe"), map("result", QStringLiteral("level")));
+    plugin.orders()->start(QStringLiteral("probe"),
+                           {{QStringLiteral("result"), QStringLiteral("level")}});
     QCOMPARE(plugin.found.join(QLatin1String(", ")), QStringLiteral("no parent, level"));
     QCOMPARE(plugin.command(QStringLiteral("probe"))->parent(), &plugin);
     QCOMPARE(plugin.findChildren<DAbstractCommand*>().size(), 1);

@@ -1,17 +1,17 @@
 #include <plugin_management/link_options.h>
 #include <runtime/link/translation.h>
 
-#include <QtTest>
-
-Q_DECLARE_METATYPE(LinkOptions)
+#include "table.h"
 
 namespace {
 
-LinkOptions linkOptions(int unit, bool transactionIds)
+LinkOptions linkOptions(const QString& text)
 {
+    const QStringList words = text.split(QLatin1Char(' '));
     LinkOptions options;
-    options.unit = unit;
-    options.transactionIds = transactionIds;
+    options.unit = words[0] == QLatin1String("unit") ? words[1].toInt() : -1;
+    options.transactionIds = words.contains(QLatin1String("ids"));
+    options.rtu = words.contains(QLatin1String("rtu"));
     return options;
 }
 
@@ -62,107 +62,21 @@ private slots:
     void refusals();
 };
 
-void LinkTest::translation_data()
-{
-    QTest::addColumn<LinkOptions>("options");
-    QTest::addColumn<QString>("talk");
-    QTest::addColumn<int>("dropped");
-    const auto row = [](const char* name, const LinkOptions& options, const QByteArray& talk,
-                        int dropped = 0) {
-        QTest::newRow(name) << options << QString::fromLatin1(talk) << dropped;
-    };
-    const LinkOptions five = linkOptions(5, false);
-    const LinkOptions ids = linkOptions(-1, true);
-    const LinkOptions both = linkOptions(255, true);
-    row("unit", five,
-        "w aabb00000006000300640001 > aabb00000006050300640001; "
-        "d aabb000000050503020102 > aabb000000050003020102");
-    row("exception of the unit", five,
-        "w aabb000000020011 > aabb000000020511; d aabb00000003059101 > aabb00000003009101");
-    row("unit, and a part of a copy", five,
-        "w aabb00000006000300640001 > aabb00000006050300640001; "
-        "d aabb000000050503020102aabb00000005 > aabb000000050003020102aabb00000005");
-    row("unit, and a part that nobody waits for", five,
-        "w aabb00000006000300640001 > aabb00000006050300640001; e ; "
-        "d aabb00000005 > aabb00000005");
-    row("another unit's", five,
-        "w aabb00000006000300640001 > aabb00000006050300640001; d aabb000000050603020102; "
-        "d aabb00000003008302; d aabb000000050503020304 > aabb000000050003020304",
-        20);
-    row("ids", ids,
-        "w aabb00000006000300640001 > 000100000006000300640001; "
-        "d 0001000000050003020102 > aabb000000050003020102; "
-        "w aabb00000006000300640001 > 000200000006000300640001; "
-        "d 0002000000050003020304 > aabb000000050003020304");
-    row("a copy", ids,
-        "w aabb00000006000300640001 > 000100000006000300640001; "
-        "d 00010000000500030201020001000000050003020102 > aabb000000050003020102; "
-        "d 0001000000050003020102",
-        22);
-    row("late, and the worker's own id", ids,
-        "w aabb00000006000300640001 > 000100000006000300640001; e ; "
-        "d 0001000000050003020102; w aabb00000006000300640001 > 000200000006000300640001; "
-        "d aabb000000050003020102; d 0001000000050003020102; "
-        "d 0002000000050003020304 > aabb000000050003020304",
-        33);
-    row("right id, wrong unit", both,
-        "w aabb00000006000300640001 > 000100000006ff0300640001; d 0001000000050003020102; "
-        "d 000100000005ff03020304 > aabb000000050003020304",
-        11);
-    row("half a late reply, and another unit's turn", both,
-        "w aabb00000006000300640001 > 000100000006ff0300640001; e ; d 0001000000; u 05; "
-        "w aabb00000006000300640001 > 000200000006050300640001; "
-        "d 05ff03020102000200000005050302; d 0304 > aabb000000050003020304",
-        11);
-    row("in pieces", both,
-        "w aabb0000; w 0006000300640001 > 000100000006ff0300640001; "
-        "d 00; d 01000000; d 05ff0302; d 010200 > aabb000000050003020102; "
-        "d 01000000030083; d 02",
-        9);
-    row("a new connection", ids,
-        "w aabb00000006000300640001 > 000100000006000300640001; d 00010000; c ; "
-        "d 0001000000050003020102; w aabb00000006000300640001 > 000200000006000300640001; "
-        "d 0002000000050003020304 > aabb000000050003020304",
-        11);
-    // What no longer tells where a frame begins goes through: the worker's framing refuses it.
-    row("no frame", ids,
-        "w aabb00000006000300640001 > 000100000006000300640001; "
-        "d 485454502f312e31 > 485454502f312e31; "
-        "d 0001000000050003020102 > 0001000000050003020102");
-    LinkOptions serial = linkOptions(0x11, false); // its frames: as serial analyzers show them
-    serial.rtu = true;
-    const QByteArray read = "w aabb000000060003006b0003 > 1103006b00037687; ";
-    row("RTU read", serial, read + "d 110306ae415652434049ad > aabb00000009000306ae4156524340");
-    row("RTU exception", serial, read + "d 118302c134 > aabb00000003008302");
-    row("RTU write", serial,
-        "w aabb00000006000600010003 > 1106000100039a9b; "
-        "d 1106000100039a9b > aabb00000006000600010003");
-    row("RTU identification in pieces", serial,
-        "w aabb000000020011 > 1111cdec; d 111104; d 4142; d 43446d; d ab > "
-        "aabb0000000700110441424344");
-    row("RTU from another unit", serial, read + "d 018302c0; d f1118302c134 > aabb00000003008302",
-        5);
-    row("RTU with a wrong CRC", serial, read + "d 118302c135 > 000000000000118302c135");
-    row("RTU function that nobody knows", serial, read + "d 1155000000 > 0000000000001155000000");
-    row("RTU surplus", serial, read + "d 118302c13400 > aabb0000000300830200");
-    row("RTU unasked", serial, read + "e ; d 118302c134 > 118302c134");
-    row("a request that is no frame", ids, "w 474554202f3a > 474554202f3a");
-}
+void LinkTest::translation_data() { addRows("translations"); }
 
 void LinkTest::translation()
 {
-    QFETCH(LinkOptions, options);
-    QFETCH(QString, talk);
-    const auto translation = Translation::make(options);
-    QCOMPARE(played(*translation, talk), talk);
-    QTEST(translation->takeDropped().bytes, "dropped");
+    QFETCH(QStringList, cells);
+    const auto translation = Translation::make(linkOptions(cells[0]));
+    QCOMPARE(played(*translation, cells[1]), cells[1]);
+    QCOMPARE(translation->takeDropped().bytes, cells.value(2).toInt());
 }
 
 // After 65535 requests their ids begin anew; that of the third, whose reply has not come, is left
 // out until it has.
 void LinkTest::idsComeAgainWhenTheirRepliesHaveCome()
 {
-    const auto translation = Translation::make(linkOptions(-1, true));
+    const auto translation = Translation::make(linkOptions(QStringLiteral("ids")));
     const QByteArray request = QByteArray::fromHex("aabb00000006000300640001");
     QByteArray reply = QByteArray::fromHex("0000000000050003020000");
     QList<QByteArray> ids;

@@ -3,7 +3,7 @@
 #include <points/range_reading.h>
 #include <points/table_scan.h>
 
-#include <QtTest>
+#include "table.h"
 
 using namespace Points;
 
@@ -215,41 +215,8 @@ void TestPointPlans::scan()
 
 void TestPointPlans::profile_data()
 {
-    QTest::addColumn<QString>("from"); // what of a right profile is replaced
-    QTest::addColumn<QString>("to");
-    QTest::addColumn<QString>("error");
-
-    const auto row = [](const char* name, const char* from, const char* to, const char* error) {
-        QTest::newRow(name) << QString(from) << QString(to) << QString(error);
-    };
-    row("right", "", "", "");
-    row("no JSON", "{", "", "at byte 1: illegal value");
-    row("no object", "^.*$", "[]", "the document is not an object");
-    row("another form", "\"profile\":1", "\"profile\":2", "profile is not a whole number 1 to 1");
-    row("unknown key", "\"hints\"", "\"hint\"",
-        "hint is not known; there are profile, tables, commands, hints, absentTable");
-    row("no name", "\"name\":\"a\",", "", "tables[0].name is missing: it must be a text");
-    row("fraction", "\"limit\":63", "\"limit\":1.5",
-        "tables[0].read.limit is not a whole number 1 to 65536");
-    row("no array", "\\[\\{\"failure\"(.*)\\}\\]", "{\"failure\"\\1}", "hints is not an array");
-    row("digit", "\"digit\":\"4\"", "\"digit\":\"x\"", "tables[0].digit is not one digit");
-    row("two alike", "\"aliases\":\\[\"b\"\\]", "\"aliases\":[\"a\"]",
-        "tables have a name, an alias or a digit in common");
-    row("role", "\"role\":\"count\"", "\"role\":\"number\"",
-        "commands.get.parameters.n.role is not one of address, count, kind, data, host");
-    row("role missing", "\"role\":\"count\",", "",
-        "commands.get has no parameter with the role count");
-    row("range", "\\[1,9\\]", "[9,1]",
-        "commands.get.parameters.n.range[1] is not a whole number 9 to");
-    row("half a range", "\\[1,9\\]", "[1]", "commands.get.parameters.n.range is not two numbers");
-    row("once", "\"once\":\"get\"", "\"once\":\"put\"",
-        "commands.watch.once names no command of the use read");
-    row("another parameter", "\"n\"", "\"m\"",
-        "commands.get.parameters.m: the module declares no such parameter");
-    row("another command", "\"watch\"", "\"look\"",
-        "commands.look: the module has no such command");
-    row("another result", "\"results\":\\{\"v\"", "\"results\":{\"w\"",
-        "commands.get.results.w: the module declares no such result");
+    addRows("profiles");
+    QTest::newRow("right") << QStringList{"$^", "", ""};
 }
 
 void TestPointPlans::profile()
@@ -265,10 +232,9 @@ void TestPointPlans::profile()
         R"("values":"v","parameters":{"p":{"role":"address","description":"P"},)"
         R"("t":{"role":"kind","description":"T"},"c":{"role":"count","description":"N"}}}},)"
         R"("hints":[{"failure":"timeout","text":"H"}],"absentTable":[1]})";
-    QFETCH(QString, from);
-    QFETCH(QString, to);
-    QFETCH(QString, error);
-    json.replace(QRegularExpression(from.isEmpty() ? "$^" : from), to);
+    QFETCH(QStringList, cells);
+    const QString error = cells[2];
+    json.replace(QRegularExpression(cells[0]), cells[1]);
     const ProfileReading reading = profileFrom(json.toUtf8());
     const QMap<QString, QStringList> declared{{"get", {"p", "t", "n", "v"}},
                                               {"watch", {"p", "t", "c", "v"}}};

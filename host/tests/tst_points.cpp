@@ -2,7 +2,7 @@
 #include <points/quality.h>
 #include <points/value_codec.h>
 
-#include <QtTest>
+#include "table.h"
 
 using namespace Points;
 
@@ -57,82 +57,19 @@ private slots:
     void quality();
 };
 
-// The bytes are those of Python's struct module, in network order; other orders by hand.
-void TestPoints::bothWays_data()
-{
-    QTest::addColumn<QString>("type");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("bytes");
-    QTest::addColumn<QString>("order");
-    QTest::addColumn<double>("scale");
-    QTest::addColumn<double>("offset");
-
-    const auto row = [](const char* name, const char* type, const char* text, const char* bytes,
-                        const char* order = "ABCD", double scale = 1, double offset = 0) {
-        QTest::newRow(name) << QString(type) << QString(text) << QString(bytes) << QString(order)
-                            << scale << offset;
-    };
-    row("int16 least", "int16", "-32768", "8000");
-    row("uint16 most", "uint16", "65535", "ffff");
-    row("int32 minus one", "int32", "-1", "ffffffff");
-    row("int32", "int32", "305419896", "12345678");
-    row("int32 least", "int32", "-2147483648", "80000000");
-    row("uint32 most", "uint32", "4294967295", "ffffffff");
-    row("int64", "int64", "1311768467463790320", "123456789abcdef0");
-    row("int64 least", "int64", "-9223372036854775808", "8000000000000000");
-    row("int64 beyond a double", "int64", "9007199254740993", "0020000000000001");
-    row("uint64 most", "uint64", "18446744073709551615", "ffffffffffffffff");
-    row("float32", "float32", "21.5", "41ac0000");
-    row("float32 fraction", "float32", "0.1", "3dcccccd");
-    row("float32 pi", "float32", "3.1415927", "40490fdb");
-    row("float32 whole", "float32", "16777216", "4b800000");
-    row("float32 denormal", "float32", "1e-45", "00000001");
-    row("float32 largest", "float32", "3.4028235e+38", "7f7fffff");
-    row("float32 negative zero", "float32", "-0", "80000000");
-    row("float32 infinity", "float32", "inf", "7f800000");
-    row("float32 minus infinity", "float32", "-inf", "ff800000");
-    row("float32 NaN", "float32", "NaN", "7fc00000");
-    row("float64", "float64", "-273.15", "c071126666666666");
-    row("float64 denormal", "float64", "5e-324", "0000000000000001");
-    row("float64 infinity", "float64", "-inf", "fff0000000000000");
-    row("float64 NaN", "float64", "NaN", "7ff8000000000000");
-    row("float32 CDAB", "float32", "123.456", "e97942f6", "CDAB");
-    row("float32 BADC", "float32", "123.456", "f64279e9", "BADC");
-    row("float32 DCBA", "float32", "123.456", "79e9f642", "DCBA");
-    row("int64 CDAB", "int64", "72623859790382856", "0708050603040102", "CDAB");
-    row("int64 BADC", "int64", "72623859790382856", "0201040306050807", "BADC");
-    row("int64 DCBA", "int64", "72623859790382856", "0807060504030201", "DCBA");
-    row("int16 BADC", "int16", "258", "0201", "BADC");
-    row("int16 CDAB", "int16", "258", "0102", "CDAB");
-    row("bcd16", "bcd16", "1907", "1907");
-    row("bcd32", "bcd32", "12345678", "56781234", "CDAB");
-    row("string", "string5", "PUMP1", "50554d503100");
-    row("string, swapped bytes", "string(5)", "PUMP1", "5550504d0031", "BADC");
-    row("string, full", "string4", "AB C", "41422043");
-    row("string, UTF-8", "string2", "\u00b0", "c2b0");
-    row("true", "bool", "true", "0001");
-    row("false", "bool", "false", "0000");
-    row("scaled", "int16", "-0.3", "fffd", "ABCD", 0.1);
-    row("scaled, offset", "uint16", "-39.5", "0005", "ABCD", 0.1, -40);
-    row("scaled float", "float32", "2150", "41ac0000", "ABCD", 100);
-    row("scaled bcd", "bcd16", "19.07", "1907", "ABCD", 0.01);
-}
+void TestPoints::bothWays_data() { addRows("values"); }
 
 void TestPoints::bothWays()
 {
-    QFETCH(QString, type);
-    QFETCH(QString, text);
-    QFETCH(QString, bytes);
-    QFETCH(QString, order);
-    QFETCH(double, scale);
-    QFETCH(double, offset);
-    const ValueFormat form = format(type, order, scale, offset);
-    const Decoded decoded = decode(words(bytes), form);
+    QFETCH(QStringList, cells);
+    const ValueFormat form = format(cells[0], cells.value(3, "ABCD"),
+                                    cells.value(4, "1").toDouble(), cells.value(5).toDouble());
+    const Decoded decoded = decode(words(cells[2]), form);
     QCOMPARE(decoded.misfit, "");
-    QCOMPARE(valueText(decoded.value), text);
-    const Encoded encoded = encode(text, form);
+    QCOMPARE(valueText(decoded.value), cells[1]);
+    const Encoded encoded = encode(cells[1], form);
     QCOMPARE(encoded.wanted, "");
-    QCOMPARE(encoded.words, words(bytes));
+    QCOMPARE(encoded.words, words(cells[2]));
     QCOMPARE(wordCount(form.type), encoded.words.size());
 }
 
@@ -169,59 +106,17 @@ void TestPoints::decoded()
     QTEST(decoded.misfit, "misfit");
 }
 
-void TestPoints::encoded_data()
-{
-    QTest::addColumn<QString>("type");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("bytes"); // empty: refused
-    QTest::addColumn<QString>("wanted");
-    QTest::addColumn<double>("scale");
-
-    const auto row = [](const char* type, const char* text, const char* bytes,
-                        const char* wanted = "", double scale = 1) {
-        QTest::addRow("%s %s %g", type, text, scale)
-            << QString(type) << QString(text) << QString(bytes) << QString(wanted) << scale;
-    };
-    const char* uint16 = "a whole number 0 to 65535 (uint16)";
-    row("uint16", "0xFFFF", "ffff");
-    row("uint16", "010", "000a");
-    row("uint16", " 1e3 ", "03e8");
-    row("int16", "-0x1", "ffff");
-    row("uint16", "-1", "", uint16);
-    row("uint16", "65536", "", uint16);
-    row("uint16", "3.14", "", uint16);
-    row("uint16", "on", "", uint16);
-    row("uint16", "", "", uint16);
-    row("uint16", "0x", "", uint16);
-    row("int32", "2147483648", "", "a whole number -2147483648 to 2147483647 (int32)");
-    row("int64", "9223372036854775808", "",
-        "a whole number -9223372036854775808 to 9223372036854775807 (int64)");
-    row("uint64", "18446744073709551616", "", "a whole number 0 to 18446744073709551615 (uint64)");
-    row("bcd16", "10000", "", "a whole number 0 to 9999 (bcd16)");
-    row("int16", "3276.8", "", "a multiple of 0.1 whose number is -32768 to 32767 (int16)", 0.1);
-    row("int16", "0.25", "", "a multiple of 0.1 whose number is -32768 to 32767 (int16)", 0.1);
-    row("int16", "1000000.1", "", "a multiple of 0.1 whose number is -32768 to 32767 (int16)", 0.1);
-    row("float32", "1e39", "", "a number between -3.4e38 and 3.4e38 that a float32 holds");
-    row("float32", "1e-46", "", "a number between -3.4e38 and 3.4e38 that a float32 holds");
-    row("float32", "x", "", "a number between -3.4e38 and 3.4e38 that a float32 holds");
-    row("float64", "1e999", "", "a number between -1.7e308 and 1.7e308 that a float64 holds");
-    row("float64", "1e308", "", "a number that a float64 holds", 1e-9);
-    row("float32", "NAN", "7fc00000");
-    row("string2", "abc", "", "a text of 2 bytes at most");
-    row("bool", "ON", "0001");
-    row("bool", "2", "", "on, off, true, false, 1 or 0");
-    row("bit3", "1", "", "possible: a bit cannot be written alone, write its word");
-}
+void TestPoints::encoded_data() { addRows("encoded"); }
 
 void TestPoints::encoded()
 {
-    QFETCH(QString, type);
-    QFETCH(QString, text);
-    QFETCH(QString, bytes);
-    QFETCH(double, scale);
-    const Encoded encoded = encode(text, format(type, "ABCD", scale));
-    QCOMPARE(encoded.words, words(bytes));
-    QTEST(encoded.wanted, "wanted");
+    QFETCH(QStringList, cells);
+    const QString given = QTest::currentDataTag();
+    const QString text = given.section('"', 1, 1);
+    const double scale = cells.value(2, "1").toDouble();
+    const Encoded encoded = encode(text, format(given.section(' ', 0, 0), "ABCD", scale));
+    QCOMPARE(encoded.words, words(cells[0]));
+    QCOMPARE(encoded.wanted, cells.value(1));
 }
 
 void TestPoints::noType()
@@ -234,55 +129,22 @@ void TestPoints::noType()
     QVERIFY(!fits(Order::CDAB, *dataTypeFrom("string4")));
 }
 
-void TestPoints::address_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("table");
-    QTest::addColumn<int>("number");
-    QTest::addColumn<QString>("third"); // the text of what is two further
-    QTest::addColumn<QString>("error");
-
-    const auto good = [](const char* text, const char* table, int number, const char* third) {
-        QTest::newRow(text) << QString(text) << QString(table) << number << QString(third)
-                            << QString();
-    };
-    const auto bad = [](const char* text, const QString& error) {
-        QTest::newRow(text) << QString(text) << QString() << -1 << QString()
-                            << QStringLiteral("'%1' is no address: %2").arg(text, error);
-    };
-    good("holding:100", "holding", 100, "102");
-    good("h:0", "holding", 0, "2");
-    good("40001", "holding", 0, "40003");
-    good("49998", "holding", 9997, "410000"); // beyond four digits
-    good("465536", "holding", 65535, "465538");
-    good("00001", "coils", 0, "00003");
-    good("000017", "coils", 16, "000019");
-    const QString forms =
-        "it is written as in holding:100, from 0, or by the old number 40101, from 1";
-    bad("100", forms);
-    bad("50001", forms);
-    bad("4000001", forms);
-    bad("", forms);
-    bad("40000", "the old numbers of holding count from 40001 to 465536");
-    bad("465537", "the old numbers of holding count from 40001 to 465536");
-    bad("input:1", "the tables are coils, holding, h");
-    bad("h:", "numbers count from 0 to 65535");
-    bad("h:65536", "numbers count from 0 to 65535");
-}
+void TestPoints::address_data() { addRows("addresses"); }
 
 void TestPoints::address()
 {
-    QFETCH(QString, text);
-    QFETCH(int, number);
+    QFETCH(QStringList, cells);
+    const QString text = QString(QTest::currentDataTag()).remove('"');
     const Profile profile = tables();
     const AddressReading read = addressFrom(text, profile);
-    QTEST(read.error, "error");
-    QCOMPARE(read.address.has_value(), number >= 0);
-    if (read.address) {
-        QCOMPARE(read.address->number, number);
-        QTEST(read.address->table->name, "table");
-        QTEST(addressText(*read.address, 2), "third");
+    QCOMPARE(read.address.has_value(), cells.size() == 3);
+    if (!read.address) {
+        QCOMPARE(read.error, QString("'%1' is no address: %2").arg(text, cells[0]));
+        return;
     }
+    QCOMPARE(read.address->table->name, cells[0]);
+    QCOMPARE(read.address->number, cells[1].toInt());
+    QCOMPARE(addressText(*read.address, 2), cells[2]);
 }
 
 void TestPoints::quality()

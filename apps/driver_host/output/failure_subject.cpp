@@ -63,9 +63,7 @@ FailureSubject subjectOf(const Points::Profile& profile, const QString& command,
     return subject;
 }
 
-QString lossHint(const Points::Profile& profile, const QString& why)
+QString lossHint(const Points::Profile& profile, const OrderFailure& loss)
 {
-    return why.contains(QLatin1String("keep-alive"))
-        ? hintFor(profile, QStringLiteral("keep_alive_lost"))
-        : QString();
+    return loss.byKeepAlive ? hintFor(profile, QStringLiteral("keep_alive_lost")) : QString();
 }

@@ -20,6 +20,5 @@ struct FailureSubject
 FailureSubject subjectOf(const Points::Profile& profile, const QString& command,
                          const ParameterMap& parameters, const OrderFailure& failure);
 
-/// What the profile has to say of a lost connection, by the text that tells why it was lost; or
-/// empty.
-QString lossHint(const Points::Profile& profile, const QString& why);
+/// What the profile has to say of a connection that was lost so; or empty.
+QString lossHint(const Points::Profile& profile, const OrderFailure& loss);

@@ -155,7 +155,7 @@ QString unconnectedFailureText(const QString& command, const OrderFailure& failu
 
 QString lossText(const Points::Profile& profile, const OrderFailure& failure)
 {
-    const QString hint = lossHint(profile, failure.text);
+    const QString hint = lossHint(profile, failure);
     return QStringLiteral("connection lost: %1").arg(failure.text)
         + (hint.isEmpty() ? hint : QLatin1String("; ") + hint);
 }

@@ -273,7 +273,7 @@ void Session::takeConnectionState(bool connected)
 void Session::takeTrouble(quint64 orderId, const OrderFailure& failure)
 {
     if (orderId == m_connectId) {
-        m_whyLost = failure.text;
+        m_loss = failure;
         if (m_state == State::Connecting) {
             m_console.note(noConnectionYetText(failure));
         }
@@ -321,7 +321,8 @@ void Session::giveUpConnecting()
     }
     const QString text = QStringLiteral("%1 failed: 'connect' has told of no connection within "
                                         "%2 s%3; --connect-limit gives it longer");
-    const QString why = m_whyLost.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(m_whyLost);
+    const QString why =
+        m_loss.text.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(m_loss.text);
     m_exitCode = ExitNoConnection;
     fail(OrderFailure::of(Code::NotConnected, {}),
          text.arg(m_request.command, QString::number(m_request.connectLimitS), why));

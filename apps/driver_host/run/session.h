@@ -102,7 +102,7 @@ private:
     bool m_recurrent;
     bool m_connected = false;
     bool m_wasConnected = false; // at some time
-    QString m_whyLost;
+    OrderFailure m_loss; ///< the last one of the connection
     quint64 m_connectId = 0;
     quint64 m_orderId = 0;
     int m_resultCount = 0;

@@ -178,9 +178,10 @@ void Session::addToFile(const QDateTime& time, const QString& name, const QVaria
 
 void Session::tellConnection(bool connected)
 {
-    const QString hint = lossHint(m_profile, m_whyLost);
-    const QString text = connected ? QStringLiteral("connected again")
-                                   : QStringLiteral("connection lost (%1), retrying").arg(m_whyLost)
+    const QString hint = lossHint(m_profile, m_loss);
+    const QString text = connected
+        ? QStringLiteral("connected again")
+        : QStringLiteral("connection lost (%1), retrying").arg(m_loss.text)
             + (hint.isEmpty() ? hint : QLatin1String("; ") + hint);
     m_console.write(m_renderer->connection(now(), connected, text));
     m_console.note(text);

@@ -550,7 +550,7 @@ void WorkerEngine::timedOut(qint64 nowUs)
     const QString text = QStringLiteral("no answer within %1 ms").arg(instruction->limitMs);
     // On a link of several, a device that has answered there is not gone with the one behind it.
     if (instruction->id == 0 && !(m_turn.isShared() && m_link.hasAnswered())) {
-        declareLost(QStringLiteral("the keep-alive got ") + text, nowUs);
+        declareLost(QStringLiteral("the keep-alive got ") + text, nowUs, Loss::ByKeepAlive);
     } else if (!m_tellsRepliesApart || m_link.noteSilence()) {
         replaceLink(text, nowUs); // its reply may still come, and would look like the next one's
     }
@@ -732,19 +732,19 @@ void WorkerEngine::replaceLink(const QString& why, qint64 nowUs)
         return;
     }
     if (!m_link.replace(nowUs)) {
-        declareLost(why, nowUs, true);
+        declareLost(why, nowUs, Loss::Spoiled);
         return;
     }
     openLink(true);
 }
 
-void WorkerEngine::declareLost(const QString& why, qint64 nowUs, bool isSpoiled)
+void WorkerEngine::declareLost(const QString& why, qint64 nowUs, Loss loss)
 {
     if (!m_link.isOpen()) { // replaced meanwhile
         return;
     }
     m_link.lose(why, nowUs);
-    closeLink(isSpoiled);
+    closeLink(loss == Loss::Spoiled);
     m_actions.log(QStringLiteral("%1 disconnected: %2").arg(m_link.endpoint().text(), why), false);
     if (m_phase == Phase::InFlight) {
         const QString text = QStringLiteral("the connection to %1 was lost (%2)");
@@ -752,25 +752,26 @@ void WorkerEngine::declareLost(const QString& why, qint64 nowUs, bool isSpoiled)
             m_exchange.failure(Code::NotConnected, text.arg(m_link.endpoint().text(), why));
         settle(release(), lost, lost.toReply(), nowUs);
     }
-    tellState(false, why);
+    tellState(false, why, loss == Loss::ByKeepAlive);
 }
 
-void WorkerEngine::tellState(bool open, const QString& why)
+void WorkerEngine::tellState(bool open, const QString& why, bool byKeepAlive)
 {
     m_actions.add(Kind::TellState, 0, open);
     if (!open) {
-        tellConnectDown(why);
+        tellConnectDown(why, byKeepAlive);
     } else if (m_connectId != 0) {
         m_actions.tell(Outcome::Answer, m_connectId, {{QStringLiteral("connected"), true}}, {});
     }
 }
 
-void WorkerEngine::tellConnectDown(const QString& why)
+void WorkerEngine::tellConnectDown(const QString& why, bool byKeepAlive)
 {
     if (m_connectId == 0) {
         return;
     }
-    const OrderFailure failure = OrderFailure::of(Code::NotConnected, why);
+    OrderFailure failure = OrderFailure::of(Code::NotConnected, why);
+    failure.byKeepAlive = byKeepAlive;
     ParameterMap reply = failure.toReply();
     reply.remove(QStringLiteral("doneOk")); // a state, not a rejected reply
     reply.insert(QStringLiteral("disconnected"), true);

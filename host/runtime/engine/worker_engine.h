@@ -95,6 +95,9 @@ public:
 
 private:
     enum class Phase : quint8 { Idle, Chosen, Calling, InFlight, Judging };
+    /// How a link was lost: it ended, what comes over it can no longer be trusted, or the device
+    /// did not answer the keep-alive.
+    enum class Loss : quint8 { Ended, Spoiled, ByKeepAlive };
     using Kind = WorkerAction::Kind;
     using Code = OrderFailure::Code;
 
@@ -127,9 +130,9 @@ private:
     void closeLink(bool isSpoiled = false);
     QString connectRefusal(const ParameterMap& parameters) const;
     void replaceLink(const QString& why, qint64 nowUs);
-    void declareLost(const QString& why, qint64 nowUs, bool isSpoiled = false);
-    void tellState(bool open, const QString& why);
-    void tellConnectDown(const QString& why);
+    void declareLost(const QString& why, qint64 nowUs, Loss loss = Loss::Ended);
+    void tellState(bool open, const QString& why, bool byKeepAlive = false);
+    void tellConnectDown(const QString& why, bool byKeepAlive = false);
 
     // What an instruction touches, together: of a thousand devices each line of memory that one
     // touches comes from far away.

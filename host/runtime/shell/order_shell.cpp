@@ -142,10 +142,28 @@ void OrderShell::stopInstructions(RunningOrder& order)
     }
 }
 
+// Tells those who hear of the orders, the listener first. A signal that nobody was ever connected
+// to is not sent: of a thousand devices it costs two lines of memory each.
+template <typename Call>
+void OrderShell::announce(const Call& call)
+{
+    if (m_listener != nullptr) {
+        call(*m_listener);
+    }
+    if (m_orders != nullptr && m_orders->m_hasReceivers) {
+        call(*m_orders);
+    }
+}
+
+void OrderShell::tellResult(quint64 orderId, const QString& name, const QVariant& value)
+{
+    announce([&](auto& hearer) { ForeignCalls::tellResult(hearer, orderId, name, value); });
+}
+
 void OrderShell::publish(quint64 orderId, const QString& name, const QVariant& value)
 {
     if (!mustWait()) {
-        ForeignCalls::tellResult(*m_orders, orderId, name, value);
+        tellResult(orderId, name, value);
         return;
     }
     Report report;
@@ -272,7 +290,8 @@ void OrderShell::bring(quint64 id, Outcome outcome, const ParameterMap& reply,
     }
     order->life.noteFailure(failure);
     if (failure && outcome == Outcome::Answer) {
-        ForeignCalls::tellTrouble(*m_orders, order->orderId(), failure);
+        announce(
+            [&](auto& hearer) { ForeignCalls::tellTrouble(hearer, order->orderId(), failure); });
     }
     bool accepted = false;
     bool ok = false;
@@ -312,7 +331,7 @@ void OrderShell::end(const RunningOrderPtr& order)
 {
     if (m_running.remove(order->orderId())) {
         ForeignCalls::link(*order->command, nullptr);
-        ForeignCalls::tellEnd(*m_orders, order->life.data);
+        announce([&](auto& hearer) { ForeignCalls::tellEnd(hearer, order->life.data); });
     }
 }
 
@@ -381,7 +400,7 @@ void OrderShell::tell(const Report& report)
         bring(report.id, report.outcome, report.reply, report.failure);
         break;
     case Report::Kind::Result:
-        ForeignCalls::tellResult(*m_orders, report.id, report.name, report.value);
+        tellResult(report.id, report.name, report.value);
         break;
     case Report::Kind::End:
         report.order->life.decideEnd();

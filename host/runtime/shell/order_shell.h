@@ -36,6 +36,7 @@ public:
     int runningCount() const { return static_cast<int>(m_running.size()); }
     void shutDown();
 
+    void setListener(OrderListener* listener) { m_listener = listener; }
     void addPrototype(const DAbstractCommand* prototype);
     void setWorker(DAbstractWorker* worker);
     void clear();
@@ -78,6 +79,7 @@ private:
     quint64 startInstruction(RunningOrder& order, const Instruction& instruction);
     bool stopInstruction(RunningOrder& order, quint64 id);
     void stopInstructions(RunningOrder& order);
+    void tellResult(quint64 orderId, const QString& name, const QVariant& value);
     void publish(quint64 orderId, const QString& name, const QVariant& value);
 
     void run(const RunningOrderPtr& order);
@@ -90,6 +92,8 @@ private:
 
     template <typename Call>
     bool callCommand(RunningOrder& order, const Call& call);
+    template <typename Call>
+    void announce(const Call& call);
     bool mustWait() const { return m_holds > 0 || !m_later.empty(); }
     void reportLater(const Report& report);
     void wakeReports();
@@ -98,6 +102,7 @@ private:
     void tell(const Report& report);
 
     DOrders* m_orders; ///< null once they have gone
+    OrderListener* m_listener = nullptr;
     int m_holds = 0; ///< a command is inside addInstruction(), or start() has not returned an id
     bool m_isWoken = false; ///< reportNow() will be called
     bool m_isClosed = false;

@@ -196,7 +196,7 @@ quint64 OrderShell::start(const QString& command, const ParameterMap& parameters
     } else if (found == nullptr) {
         error = QStringLiteral("there is no command '%1'").arg(command);
     }
-    if (found == nullptr || !checkParameters(found->arguments, checked, &error)) {
+    if (found == nullptr || !checkParameters(found->declared->arguments, checked, &error)) {
         if (refusal != nullptr) {
             *refusal = error;
         }
@@ -207,8 +207,11 @@ quint64 OrderShell::start(const QString& command, const ParameterMap& parameters
     data.id = nextId();
     data.command = command;
     data.parameters = checked;
-    data.recurrent = found->isRecurrent;
-    order->command = ForeignCalls::create(*found->factory, checked);
+    data.recurrent = found->declared->isRecurrent;
+    {
+        const CommandDeclarations::Expectation expectation(found->declared);
+        order->command = ForeignCalls::create(*found->factory, checked);
+    }
     m_running.append(data.id, order);
     run(order);
     return data.id;
@@ -415,8 +418,9 @@ void OrderShell::tell(const Report& report)
 
 const OrderShell::Prototype* OrderShell::prototype(const QString& name) const
 {
-    const auto it = std::find_if(m_prototypes.cbegin(), m_prototypes.cend(),
-                                 [&](const Prototype& known) { return known.name == name; });
+    const auto it =
+        std::find_if(m_prototypes.cbegin(), m_prototypes.cend(),
+                     [&](const Prototype& known) { return known.declared->name == name; });
     return it != m_prototypes.cend() ? &*it : nullptr;
 }
 
@@ -428,8 +432,12 @@ const DOrder* OrderShell::find(quint64 orderId)
 
 void OrderShell::addPrototype(const DAbstractCommand* prototype)
 {
-    m_prototypes.push_back({ForeignCalls::name(*prototype), ForeignCalls::arguments(*prototype),
-                            ForeignCalls::isRecurrent(*prototype), withoutParent(*prototype)});
+    const CommandDeclarations declared{
+        ForeignCalls::name(*prototype), ForeignCalls::isRecurrent(*prototype),
+        ForeignCalls::arguments(*prototype), prototype->commandResults()};
+    const CommandDeclarations::Ptr shared = CommandDeclarations::shared(declared);
+    const CommandDeclarations::Expectation expectation(shared);
+    m_prototypes.push_back({shared, withoutParent(*prototype)});
 }
 
 void OrderShell::setWorker(DAbstractWorker* worker)

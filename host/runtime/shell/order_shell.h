@@ -1,6 +1,7 @@
 #pragma once
 
 #include <runtime/engine/order_life.h>
+#include <runtime/shell/command_declarations.h>
 #include <runtime/shell/id_table.h>
 #include <runtime/shell/lingering.h>
 
@@ -48,9 +49,7 @@ private:
     /// A command that orders are made from, with what it declares at hand.
     struct Prototype
     {
-        QString name;
-        QList<Declaration> arguments;
-        bool isRecurrent = false;
+        CommandDeclarations::Ptr declared;
         QSharedPointer<ICommand> factory; ///< makes commands without a parent: orders own them
     };
 

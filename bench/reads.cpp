@@ -204,6 +204,65 @@ ParameterMap parametersOf(const Job& job)
     return parameters;
 }
 
+/// Reads again and again, as driver-host hears of orders.
+class Reader : private OrderListener
+{
+public:
+    Reader(const Job& job, DOrders& orders)
+        : m_job(job), m_orders(orders), m_parameters(parametersOf(job))
+    {
+        orders.setListener(this);
+        orders.start(QStringLiteral("connect"),
+                     {{QStringLiteral("host"), QStringLiteral("127.0.0.1")},
+                      {QStringLiteral("port"), job.port}});
+    }
+    virtual ~Reader() { m_orders.setListener(nullptr); }
+    Q_DISABLE_COPY(Reader)
+
+private:
+    void read() { m_orders.start(m_read, m_parameters); }
+
+    void orderResult(quint64 id, const QString& name, const QVariant& value) override
+    {
+        Q_UNUSED(id)
+        Q_UNUSED(name)
+        if (!m_watch) { // "connected"
+            m_watch = std::make_unique<Stopwatch>(m_job.count);
+            read();
+        } else if (value.toList().value(0).toInt() != firstRegister) {
+            fail("a wrong reply");
+        }
+    }
+
+    void orderTrouble(quint64 id, const OrderFailure& failure) override
+    {
+        Q_UNUSED(id)
+        fail(qPrintable(failure.text));
+    }
+
+    void orderFinished(const DOrder& order) override
+    {
+        if (order.state != DOrder::State::Done) {
+            fail(qPrintable(order.failure.text));
+        }
+        m_watch->lap();
+        if (++m_done < m_job.count) {
+            read();
+            return;
+        }
+        m_watch->print();
+        std::fflush(stdout);
+        std::_Exit(0); // the connect order would end as stopped, which is no failure here
+    }
+
+    const Job& m_job;
+    DOrders& m_orders;
+    const QString m_read = QStringLiteral("read");
+    const ParameterMap m_parameters;
+    std::unique_ptr<Stopwatch> m_watch;
+    int m_done = 0;
+};
+
 void readByDriver(const Job& job)
 {
     const DPluginLoader::Result module = DPluginLoader::load(job.module);
@@ -214,36 +273,7 @@ void readByDriver(const Job& job)
         dynamic_cast<DAbstractPlugin*>(module.root->createInstance(QUuid::createUuid())));
     device->initPluginCommands();
     setLinkOptions(*device, job.link);
-    DOrders* orders = device->orders();
-    const QString read = QStringLiteral("read");
-    const ParameterMap parameters = parametersOf(job);
-    std::unique_ptr<Stopwatch> watch;
-    int done = 0;
-    QObject::connect(orders, &DOrders::sigOrderResult, orders,
-                     [&](quint64, const QString&, const QVariant& value) {
-                         if (!watch) { // "connected"
-                             watch = std::make_unique<Stopwatch>(job.count);
-                             orders->start(read, parameters);
-                         } else if (value.toList().value(0).toInt() != firstRegister) {
-                             fail("a wrong reply");
-                         }
-                     });
-    QObject::connect(orders, &DOrders::sigOrderFinished, orders, [&](const DOrder& order) {
-        if (order.state != DOrder::State::Done) {
-            fail(qPrintable(order.failure.text));
-        }
-        watch->lap();
-        if (++done < job.count) {
-            orders->start(read, parameters);
-        } else {
-            watch->print();
-            std::fflush(stdout);
-            std::_Exit(0); // the connect order would end as stopped, which is no failure here
-        }
-    });
-    orders->start(QStringLiteral("connect"),
-                  {{QStringLiteral("host"), QStringLiteral("127.0.0.1")},
-                   {QStringLiteral("port"), job.port}});
+    const Reader reader(job, *device->orders());
     QCoreApplication::exec();
 }
 

@@ -25,10 +25,10 @@ ROOMS = {
                           r"plugin_management/(fast_delegate|link_options|reply_framing)\.h$", QT,
                           r"openssl/",
                           STANDARD, SYSTEM],
-    "host/runtime/shell": [r"runtime/", KIT, r"Q(LoggingCategory|Object|Pointer|Thread|tGlobal)$",
+    "host/runtime/shell": [r"runtime/", KIT, r"Q(List|LoggingCategory|Object|Pointer|Thread|tGlobal)$",
                            r"sys/random\.h$", STANDARD],
-    "host/plugin_management": [KIT, r"runtime/shell/\w+_shell\.h$", r"runtime/engine/map_lookup\.h$",
-                               QT, STANDARD],
+    "host/plugin_management": [KIT, r"runtime/shell/(\w+_shell|command_declarations)\.h$",
+                               r"runtime/engine/map_lookup\.h$", QT, STANDARD],
     "host/points": [r"Q(ByteArray|Date\w+|Json\w+|List|Locale|Map|RegularExpression|String|"
                     r"StringList|tGlobal|Variant|Vector)$", STANDARD],
     "plugins/p_driver_modbus/source/modbus_codec.cpp": [r"modbus_codec\.h$", r"endian\.h$", STANDARD],

@@ -7,7 +7,7 @@
 
 namespace {
 
-class DriverClient : public Client
+class DriverClient : public Client, private OrderListener
 {
 public:
     DriverClient(const Job& job, Tally& tally)
@@ -16,18 +16,7 @@ public:
     {
         m_plugin->initPluginCommands();
         m_orders = m_plugin->orders();
-        QObject::connect(m_orders, &DOrders::sigOrderResult, m_orders,
-                         [this](quint64 id, const QString&, const QVariant& value) {
-                             if (id != m_connectId) {
-                                 done(value.toList().value(0).toInt());
-                             } else if (value.toBool()) {
-                                 m_onOpen();
-                             }
-                         });
-        QObject::connect(m_orders, &DOrders::sigOrderFinished, m_orders,
-                         [this](const DOrder& order) { finished(order); });
-        QObject::connect(m_orders, &DOrders::sigOrderTrouble, m_orders,
-                         [](quint64, const OrderFailure& failure) { fail(failure.text); });
+        m_orders->setListener(this);
     }
 
     ~DriverClient() override
@@ -35,7 +24,7 @@ public:
         const WorkerStatistics seen = m_plugin->worker()->statistics();
         const auto count = static_cast<double>(seen.done);
         m_tally.keepRoundTrips(static_cast<double>(seen.roundTripMeanUs) * count, count);
-        m_orders->disconnect();
+        m_orders->setListener(nullptr);
     }
 
     void open(const std::function<void()>& onOpen) override
@@ -64,7 +53,23 @@ private:
         }
     }
 
-    void finished(const DOrder& order)
+    void orderResult(quint64 id, const QString& name, const QVariant& value) override
+    {
+        Q_UNUSED(name)
+        if (id != m_connectId) {
+            done(value.toList().value(0).toInt());
+        } else if (value.toBool()) {
+            m_onOpen();
+        }
+    }
+
+    void orderTrouble(quint64 id, const OrderFailure& failure) override
+    {
+        Q_UNUSED(id)
+        fail(failure.text);
+    }
+
+    void orderFinished(const DOrder& order) override
     {
         if (order.state != DOrder::State::Done) {
             fail(order.failure.text);

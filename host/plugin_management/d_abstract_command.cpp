@@ -3,6 +3,7 @@
 #include <plugin_management/i_order.h>
 #include <plugin_management/thread_rule.h>
 #include <runtime/engine/map_lookup.h>
+#include <runtime/shell/command_declarations.h>
 
 #include <algorithm>
 #include <utility>
@@ -22,17 +23,20 @@ QString listed(const char* title, const QList<Declaration>& declarations)
     return text.isEmpty() ? text : QLatin1Char('\n') + QLatin1String(title) + text;
 }
 
-template <typename Declarations>
-QList<Declaration> toList(const Declarations& declarations)
+// True when what is declared is just what was expected at this place.
+bool isNext(const QList<Declaration>* expected, int place, const QString& name,
+            const QString& typeTag, const QString& description, const QVariant& defaultValue)
 {
-    return {declarations.cbegin(), declarations.cend()};
+    return expected != nullptr && place < expected->size()
+        && isDeclared(expected->at(place), name, typeTag, description, defaultValue);
 }
 
 } // namespace
 
 DAbstractCommand::DAbstractCommand(const QString& name, const QString& stopName,
                                    const ParameterMap& parameters, QObject* parent)
-    : DObject(parent), m_name(name), m_stopName(stopName), m_parameters(parameters)
+    : DObject(parent), m_name(name), m_stopName(stopName), m_parameters(parameters),
+      m_declared(CommandDeclarations::expected())
 {
 }
 
@@ -80,7 +84,10 @@ QString DAbstractCommand::fullDescription() const
         + listed("Parameters:", commandArguments()) + listed("Results:", commandResults());
 }
 
-QList<Declaration> DAbstractCommand::commandArguments() const { return toList(m_arguments); }
+QList<Declaration> DAbstractCommand::commandArguments() const
+{
+    return m_declared ? m_declared->arguments.mid(0, m_argumentCount) : QList<Declaration>();
+}
 
 bool DAbstractCommand::commandExecute() { return isValid(); }
 
@@ -91,10 +98,11 @@ bool DAbstractCommand::setReply(quint64 instructionId, const ParameterMap& reply
     if (done != nullptr && !done->toBool()) {
         return false;
     }
-    for (const Declaration& result : qAsConst(m_results)) {
-        const QVariant* value = findValue(reply, result.name);
+    for (int i = 0; i < m_resultCount; ++i) {
+        const QString name = m_declared->results.at(i).name;
+        const QVariant* value = findValue(reply, name);
         if (value != nullptr && m_order != nullptr) {
-            m_order->resultUpdated(result.name, *value);
+            m_order->resultUpdated(name, *value);
         }
     }
     return true;
@@ -120,20 +128,35 @@ quint64 DAbstractCommand::addInstruction(const QString& worker, const QString& f
     return m_order->startInstruction({worker, function, parameters, timeoutMs, reply});
 }
 
-QList<Declaration> DAbstractCommand::commandResults() const { return toList(m_results); }
+QList<Declaration> DAbstractCommand::commandResults() const
+{
+    return m_declared ? m_declared->results.mid(0, m_resultCount) : QList<Declaration>();
+}
 
 void DAbstractCommand::setDescription(const QString& text) { m_description = text; }
 
 void DAbstractCommand::declareAParameter(const QString& name, const QString& typeTag,
                                          const QString& description, const QVariant& defaultValue)
 {
-    m_arguments.append({name, typeTag, description, defaultValue});
+    if (!isNext(m_declared ? &m_declared->arguments : nullptr, m_argumentCount, name, typeTag,
+                description, defaultValue)) {
+        CommandDeclarations own{{}, false, commandArguments(), commandResults()};
+        own.arguments.append({name, typeTag, description, defaultValue});
+        m_declared = std::make_shared<const CommandDeclarations>(own);
+    }
+    ++m_argumentCount;
 }
 
 void DAbstractCommand::declareAResult(const QString& name, const QString& typeTag,
                                       const QString& description, const QVariant& defaultValue)
 {
-    m_results.append({name, typeTag, description, defaultValue});
+    if (!isNext(m_declared ? &m_declared->results : nullptr, m_resultCount, name, typeTag,
+                description, defaultValue)) {
+        CommandDeclarations own{{}, false, commandArguments(), commandResults()};
+        own.results.append({name, typeTag, description, defaultValue});
+        m_declared = std::make_shared<const CommandDeclarations>(own);
+    }
+    ++m_resultCount;
 }
 
 QVariant DAbstractCommand::getParameterValue(const QString& name,
@@ -152,7 +175,8 @@ bool DAbstractCommand::stopTheInstruction(quint64 instructionId)
 bool DAbstractCommand::commandUpdateResult(const QString& name, const QVariant& value)
 {
     assertOwnThread(*this, "DAbstractCommand::commandUpdateResult()");
-    const bool declared = std::any_of(m_results.cbegin(), m_results.cend(),
+    const QList<Declaration> results = commandResults();
+    const bool declared = std::any_of(results.cbegin(), results.cend(),
                                       [&](const Declaration& d) { return d.name == name; });
     if (!declared || m_order == nullptr) {
         return false;

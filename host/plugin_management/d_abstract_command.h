@@ -3,7 +3,9 @@
 #include <plugin_management/d_object.h>
 #include <plugin_management/i_command.h>
 
-#include <QVarLengthArray>
+#include <memory>
+
+struct CommandDeclarations;
 
 /// The base of every command: name, declarations, the order's parameters and the way to the worker.
 ///
@@ -98,8 +100,10 @@ private:
     QString m_stopName;
     QString m_description;
     ParameterMap m_parameters;
-    QVarLengthArray<Declaration, 4> m_arguments;
-    QVarLengthArray<Declaration, 2> m_results;
+    // As many as it has declared until now of what may be shared with commands that declare more.
+    std::shared_ptr<const CommandDeclarations> m_declared;
+    int m_argumentCount = 0;
+    int m_resultCount = 0;
     IOrder* m_order = nullptr;
     bool m_finished = false;
     bool m_finishedOk = false;

@@ -39,6 +39,19 @@ void DOrders::shutDown()
     m_shell->shutDown();
 }
 
+void DOrders::setListener(OrderListener* listener)
+{
+    assertOwnThread(*this, "DOrders::setListener()");
+    m_shell->setListener(listener);
+}
+
+// On whatever thread connects.
+void DOrders::connectNotify(const QMetaMethod& signal)
+{
+    Q_UNUSED(signal)
+    m_hasReceivers = true;
+}
+
 void DOrders::addPrototype(const DAbstractCommand* prototype) { m_shell->addPrototype(prototype); }
 
 void DOrders::setWorker(ILocalWorker* worker)

@@ -3,9 +3,26 @@
 #include <plugin_management/d_object.h>
 #include <plugin_management/d_order.h>
 
+#include <atomic>
+
 class DAbstractCommand;
 class ILocalWorker;
 class OrderShell;
+
+/// Hears by plain calls what the signals of DOrders tell. One can listen to any number of plug-in
+/// objects: with a thousand of them the way of the two signals of an order costs a tenth of it, as
+/// what Qt keeps of each connection lies far from all else.
+class OrderListener
+{
+public:
+    // As the signals of DOrders of the like names; all that a slot may do, these may.
+    virtual void orderResult(quint64 orderId, const QString& name, const QVariant& value) = 0;
+    virtual void orderTrouble(quint64 orderId, const OrderFailure& failure) = 0;
+    virtual void orderFinished(const DOrder& order) = 0;
+
+protected:
+    ~OrderListener() = default;
+};
 
 /// The orders of one plug-in object: starts them, carries instructions to the worker and replies
 /// back, and sees to it that every order ends exactly once.
@@ -38,6 +55,10 @@ public:
     /// calls are refused, until clear().
     void shutDown();
 
+    /// Who hears of the orders, before the receivers of the signals; null: nobody else. Not owned:
+    /// to be taken back before it goes.
+    void setListener(OrderListener* listener);
+
     /// Makes a command available. What it declares is read now, and one createCommand() makes the
     /// copy that its orders' commands come from; \a prototype itself is not kept.
     void addPrototype(const DAbstractCommand* prototype);
@@ -56,6 +77,11 @@ signals:
     /// call.
     void sigOrderFinished(const DOrder& order);
 
+protected:
+    void connectNotify(const QMetaMethod& signal) override;
+
 private:
+    friend class OrderShell;
+    std::atomic<bool> m_hasReceivers{false}; ///< somebody has connected, once
     OrderShell* m_shell; ///< goes with the orders, or later when it is at work
 };

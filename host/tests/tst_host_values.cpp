@@ -11,6 +11,48 @@
 
 #include <limits>
 
+namespace {
+
+QVariantMap map(const char* key, const QVariant& value)
+{
+    return {{QString::fromLatin1(key), value}};
+}
+
+/// Declares each letter of "declares", capitals as results.
+class Chameleon : public DAbstractCommand
+{
+public:
+    explicit Chameleon(const ParameterMap& parameters)
+        : DAbstractCommand(QStringLiteral("change"), parameters, nullptr)
+    {
+        const QString letters =
+            parameters.value(QStringLiteral("declares"), QStringLiteral("abR")).toString();
+        for (const QChar letter : letters) {
+            const auto declare =
+                letter.isUpper() ? &Chameleon::declareAResult : &Chameleon::declareAParameter;
+            (this->*declare)(letter, QStringLiteral("vart"), QString(), QVariant());
+        }
+    }
+
+    QSharedPointer<ICommand> createCommand(const ParameterMap& parameters) const override
+    {
+        return QSharedPointer<ICommand>(new Chameleon(parameters));
+    }
+
+    bool commandExecute() override
+    {
+        declared.clear();
+        for (const auto& each : commandArguments() + commandResults()) {
+            declared += each.name;
+        }
+        return true;
+    }
+
+    static inline QString declared;
+};
+
+} // namespace
+
 class HostValuesTest : public QObject
 {
     Q_OBJECT
@@ -28,6 +70,8 @@ private slots:
     void roundTrips();
     void delegates();
     void commandsOfOrders();
+    void commandsThatDeclareOtherwise_data();
+    void commandsThatDeclareOtherwise();
 };
 
 void HostValuesTest::versions_data()
@@ -326,6 +370,26 @@ void HostValuesTest::commandsOfOrders()
     QCOMPARE(plugin.found.join(QLatin1String(", ")), QStringLiteral("no parent, level"));
     QCOMPARE(plugin.command(QStringLiteral("probe"))->parent(), &plugin);
     QCOMPARE(plugin.findChildren<DAbstractCommand*>().size(), 1);
+}
+
+void HostValuesTest::commandsThatDeclareOtherwise_data()
+{
+    QTest::addColumn<QString>("declares");
+    for (const char* letters : {"abR", "a", "acR", "abcR", "bR", "abRS", "", "R"}) {
+        QTest::addRow("'%s'", letters) << QString::fromLatin1(letters);
+    }
+}
+
+void HostValuesTest::commandsThatDeclareOtherwise()
+{
+    QFETCH(QString, declares);
+    DOrders orders;
+    const Chameleon prototype({});
+    orders.addPrototype(&prototype);
+    for (int i = 0; i < 2; ++i) {
+        QVERIFY(orders.start(QStringLiteral("change"), map("declares", declares)) != 0);
+        QCOMPARE(Chameleon::declared, declares);
+    }
 }
 
 QTEST_APPLESS_MAIN(HostValuesTest)

@@ -28,6 +28,8 @@ private slots:
     void connectFails();
     void theLinkIsSetUpForTheField();
     void aFloodOfRepliesEndsTheConnection();
+    void aListenerHearsFirst_data();
+    void aListenerHearsFirst();
 };
 
 void RuntimeTest::noOrderStopsAnothersInstruction()
@@ -210,6 +212,56 @@ void RuntimeTest::aFloodOfRepliesEndsTheConnection()
     const QByteArray stray = QByteArray::fromHex("7777000000050003020000");
     device.findChild<QTcpSocket*>()->write(stray.repeated(20000));
     QTRY_COMPARE(object.plugin->worker()->statistics().reconnects, 1u);
+}
+
+void RuntimeTest::aListenerHearsFirst_data()
+{
+    QTest::addColumn<QByteArray>("destroysOn");
+    QTest::addColumn<QByteArray>("heard"); // "S": by a receiver of the signal
+    QTest::newRow("nothing") << QByteArray() << QByteArray("result end S");
+    QTest::newRow("the result") << QByteArray("result") << QByteArray("result end S");
+    QTest::newRow("the end") << QByteArray("end") << QByteArray("result end");
+}
+
+void RuntimeTest::aListenerHearsFirst()
+{
+    QFETCH(QByteArray, destroysOn);
+    struct Listener final : OrderListener
+    {
+        void orderResult(quint64 id, const QString&, const QVariant&) override
+        {
+            hear(id, "result");
+        }
+        void orderTrouble(quint64 id, const OrderFailure&) override { hear(id, "trouble"); }
+        void orderFinished(const DOrder& order) override { hear(order.id, "end"); }
+        void hear(quint64 id, const QByteArray& what)
+        {
+            if (id == asked) {
+                heard.append(what);
+                if (what == destroysOn) {
+                    object.plugin.reset();
+                }
+            }
+        }
+        RecordedObject object;
+        QByteArray destroysOn;
+        QByteArrayList heard;
+        quint64 asked = 0;
+    };
+    EchoDevice device;
+    Listener listener;
+    listener.destroysOn = destroysOn;
+    DOrders* orders = listener.object.plugin->orders();
+    orders->setListener(&listener);
+    connect(orders, &DOrders::sigOrderFinished, this, [&](const DOrder& order) {
+        if (order.id == listener.asked) {
+            listener.heard.append("S");
+        }
+    });
+    listener.object.connectTo(device.serverPort());
+    listener.asked = listener.object.start(ask, value(1));
+    QVERIFY(waitFor([&] { return listener.heard.contains("end"); }));
+    QTEST(listener.heard.join(' '), "heard");
 }
 
 QTEST_GUILESS_MAIN(RuntimeTest)

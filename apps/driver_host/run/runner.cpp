@@ -79,7 +79,7 @@ Runner::Runner(const Module& module, Console& console, bool verbose, QObject* pa
 Runner::~Runner()
 {
     for (const auto& [name, device] : m_devices) {
-        device.object.plugin->orders()->disconnect(this);
+        device.object.plugin->orders()->setListener(nullptr);
     }
 }
 
@@ -275,10 +275,7 @@ Runner::Device* Runner::device(const QString& name)
 
 void Runner::watch(DAbstractPlugin& plugin)
 {
-    const DOrders* orders = plugin.orders();
-    connect(orders, &DOrders::sigOrderResult, this, &Runner::takeResult);
-    connect(orders, &DOrders::sigOrderTrouble, this, &Runner::takeTrouble);
-    connect(orders, &DOrders::sigOrderFinished, this, &Runner::takeFinished);
+    plugin.orders()->setListener(this);
     if (plugin.worker() == nullptr) {
         return;
     }
@@ -316,7 +313,7 @@ Runner::Running Runner::leave(quint64 orderId)
     return running;
 }
 
-void Runner::takeResult(quint64 orderId, const QString& name, const QVariant& value)
+void Runner::orderResult(quint64 orderId, const QString& name, const QVariant& value)
 {
     const auto it = m_running.find(orderId);
     if (it == m_running.end()) {
@@ -326,7 +323,7 @@ void Runner::takeResult(quint64 orderId, const QString& name, const QVariant& va
     m_console.write(EventJson::result(it->source, now(), name, value));
 }
 
-void Runner::takeTrouble(quint64 orderId, const OrderFailure& failure)
+void Runner::orderTrouble(quint64 orderId, const OrderFailure& failure)
 {
     const auto it = m_running.constFind(orderId);
     if (it == m_running.constEnd()) {
@@ -383,7 +380,7 @@ QString Runner::endText(const DOrder& order, const OrderFailure& failure,
         : failureText(order.command, failure, subject(running, order, failure, said));
 }
 
-void Runner::takeFinished(const DOrder& order)
+void Runner::orderFinished(const DOrder& order)
 {
     if (!m_running.contains(order.id)) {
         return;

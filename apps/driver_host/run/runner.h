@@ -6,7 +6,7 @@
 #include "run/line_reader.h"
 #include "run/order_line.h"
 
-#include <plugin_management/d_order.h>
+#include <plugin_management/d_orders.h>
 
 #include <QHash>
 #include <QObject>
@@ -30,7 +30,7 @@ struct RunCounts
 /// order that names it, and writes their events to standard output as JSON lines.
 ///
 /// Every line that begins an order ends with one "finished" event, whatever happens.
-class Runner : public QObject
+class Runner : public QObject, private OrderListener
 {
     Q_OBJECT
 
@@ -90,15 +90,15 @@ private:
     void enter(quint64 orderId, const OrderLine& line, Device& device);
     Running leave(quint64 orderId);
 
-    void takeResult(quint64 orderId, const QString& name, const QVariant& value);
-    void takeTrouble(quint64 orderId, const OrderFailure& failure);
+    void orderResult(quint64 orderId, const QString& name, const QVariant& value) override;
+    void orderTrouble(quint64 orderId, const OrderFailure& failure) override;
+    void orderFinished(const DOrder& order) override;
     QString endText(const DOrder& order, const OrderFailure& failure, const Running& running) const;
     OrderFailure notConfirmed(const DOrder& order) const;
     FailureSubject subject(const Running& running, const DOrder& order, const OrderFailure& failure,
                            const QString& said) const;
     void followProfile(const OrderLine& line, ParameterMap& parameters);
     bool lacksConnect(const DOrder& order, const Running& running) const;
-    void takeFinished(const DOrder& order);
     void writeFinished(const EventSource& source, bool ok, const ParameterMap& results);
     void rememberEnded(const QJsonValue& id);
     void stopRunning();

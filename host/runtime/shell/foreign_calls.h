@@ -83,7 +83,20 @@ public:
         }
     }
 
-    // Of the orders.
+    // Of who hears of orders: a listener, or the receivers of signals.
+    static void tellResult(OrderListener& listener, quint64 id, const QString& name,
+                           const QVariant& value)
+    {
+        listener.orderResult(id, name, value);
+    }
+    static void tellTrouble(OrderListener& listener, quint64 id, const OrderFailure& failure)
+    {
+        listener.orderTrouble(id, failure);
+    }
+    static void tellEnd(OrderListener& listener, const DOrder& order)
+    {
+        listener.orderFinished(order);
+    }
     static void tellResult(DOrders& orders, quint64 id, const QString& name, const QVariant& value)
     {
         emit orders.sigOrderResult(id, name, value);

@@ -142,10 +142,28 @@ void OrderShell::stopInstructions(RunningOrder& order)
     }
 }
 
+// Tells those who hear of the orders, the listener first. A signal that nobody was ever connected
+// to is not sent: of a thousand devices it costs two lines of memory each.
+template <typename Call>
+void OrderShell::announce(const Call& call)
+{
+    if (m_listener != nullptr) {
+        call(*m_listener);
+    }
+    if (m_orders != nullptr && m_orders->m_hasReceivers) {
+        call(*m_orders);
+    }
+}
+
+void OrderShell::tellResult(quint64 orderId, const QString& name, const QVariant& value)
+{
+    announce([&](auto& hearer) { ForeignCalls::tellResult(hearer, orderId, name, value); });
+}
+
 void OrderShell::publish(quint64 orderId, const QString& name, const QVariant& value)
 {
     if (!mustWait()) {
-        ForeignCalls::tellResult(*m_orders, orderId, name, value);
+        tellResult(orderId, name, value);
         return;
     }
     Report report;
@@ -178,7 +196,7 @@ quint64 OrderShell::start(const QString& command, const ParameterMap& parameters
     } else if (found == nullptr) {
         error = QStringLiteral("there is no command '%1'").arg(command);
     }
-    if (found == nullptr || !checkParameters(found->arguments, checked, &error)) {
+    if (found == nullptr || !checkParameters(found->declared->arguments, checked, &error)) {
         if (refusal != nullptr) {
             *refusal = error;
         }
@@ -189,8 +207,11 @@ quint64 OrderShell::start(const QString& command, const ParameterMap& parameters
     data.id = nextId();
     data.command = command;
     data.parameters = checked;
-    data.recurrent = found->isRecurrent;
-    order->command = ForeignCalls::create(*found->factory, checked);
+    data.recurrent = found->declared->isRecurrent;
+    {
+        const CommandDeclarations::Expectation expectation(found->declared);
+        order->command = ForeignCalls::create(*found->factory, checked);
+    }
     m_running.append(data.id, order);
     run(order);
     return data.id;
@@ -272,7 +293,8 @@ void OrderShell::bring(quint64 id, Outcome outcome, const ParameterMap& reply,
     }
     order->life.noteFailure(failure);
     if (failure && outcome == Outcome::Answer) {
-        ForeignCalls::tellTrouble(*m_orders, order->orderId(), failure);
+        announce(
+            [&](auto& hearer) { ForeignCalls::tellTrouble(hearer, order->orderId(), failure); });
     }
     bool accepted = false;
     bool ok = false;
@@ -312,7 +334,7 @@ void OrderShell::end(const RunningOrderPtr& order)
 {
     if (m_running.remove(order->orderId())) {
         ForeignCalls::link(*order->command, nullptr);
-        ForeignCalls::tellEnd(*m_orders, order->life.data);
+        announce([&](auto& hearer) { ForeignCalls::tellEnd(hearer, order->life.data); });
     }
 }
 
@@ -381,7 +403,7 @@ void OrderShell::tell(const Report& report)
         bring(report.id, report.outcome, report.reply, report.failure);
         break;
     case Report::Kind::Result:
-        ForeignCalls::tellResult(*m_orders, report.id, report.name, report.value);
+        tellResult(report.id, report.name, report.value);
         break;
     case Report::Kind::End:
         report.order->life.decideEnd();
@@ -396,8 +418,9 @@ void OrderShell::tell(const Report& report)
 
 const OrderShell::Prototype* OrderShell::prototype(const QString& name) const
 {
-    const auto it = std::find_if(m_prototypes.cbegin(), m_prototypes.cend(),
-                                 [&](const Prototype& known) { return known.name == name; });
+    const auto it =
+        std::find_if(m_prototypes.cbegin(), m_prototypes.cend(),
+                     [&](const Prototype& known) { return known.declared->name == name; });
     return it != m_prototypes.cend() ? &*it : nullptr;
 }
 
@@ -409,8 +432,12 @@ const DOrder* OrderShell::find(quint64 orderId)
 
 void OrderShell::addPrototype(const DAbstractCommand* prototype)
 {
-    m_prototypes.push_back({ForeignCalls::name(*prototype), ForeignCalls::arguments(*prototype),
-                            ForeignCalls::isRecurrent(*prototype), withoutParent(*prototype)});
+    const CommandDeclarations declared{
+        ForeignCalls::name(*prototype), ForeignCalls::isRecurrent(*prototype),
+        ForeignCalls::arguments(*prototype), prototype->commandResults()};
+    const CommandDeclarations::Ptr shared = CommandDeclarations::shared(declared);
+    const CommandDeclarations::Expectation expectation(shared);
+    m_prototypes.push_back({shared, withoutParent(*prototype)});
 }
 
 void OrderShell::setWorker(DAbstractWorker* worker)

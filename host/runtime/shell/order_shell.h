@@ -1,6 +1,7 @@
 #pragma once
 
 #include <runtime/engine/order_life.h>
+#include <runtime/shell/command_declarations.h>
 #include <runtime/shell/id_table.h>
 #include <runtime/shell/lingering.h>
 
@@ -36,6 +37,7 @@ public:
     int runningCount() const { return static_cast<int>(m_running.size()); }
     void shutDown();
 
+    void setListener(OrderListener* listener) { m_listener = listener; }
     void addPrototype(const DAbstractCommand* prototype);
     void setWorker(DAbstractWorker* worker);
     void clear();
@@ -47,9 +49,7 @@ private:
     /// A command that orders are made from, with what it declares at hand.
     struct Prototype
     {
-        QString name;
-        QList<Declaration> arguments;
-        bool isRecurrent = false;
+        CommandDeclarations::Ptr declared;
         QSharedPointer<ICommand> factory; ///< makes commands without a parent: orders own them
     };
 
@@ -78,6 +78,7 @@ private:
     quint64 startInstruction(RunningOrder& order, const Instruction& instruction);
     bool stopInstruction(RunningOrder& order, quint64 id);
     void stopInstructions(RunningOrder& order);
+    void tellResult(quint64 orderId, const QString& name, const QVariant& value);
     void publish(quint64 orderId, const QString& name, const QVariant& value);
 
     void run(const RunningOrderPtr& order);
@@ -90,6 +91,8 @@ private:
 
     template <typename Call>
     bool callCommand(RunningOrder& order, const Call& call);
+    template <typename Call>
+    void announce(const Call& call);
     bool mustWait() const { return m_holds > 0 || !m_later.empty(); }
     void reportLater(const Report& report);
     void wakeReports();
@@ -98,6 +101,7 @@ private:
     void tell(const Report& report);
 
     DOrders* m_orders; ///< null once they have gone
+    OrderListener* m_listener = nullptr;
     int m_holds = 0; ///< a command is inside addInstruction(), or start() has not returned an id
     bool m_isWoken = false; ///< reportNow() will be called
     bool m_isClosed = false;

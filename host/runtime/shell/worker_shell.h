@@ -97,6 +97,5 @@ private:
     Deadline m_due;
     std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in the other's place
     Link m_link;
-    std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in its place
     WorkerEngine m_engine;
 };

@@ -36,7 +36,7 @@ CommandDeclarations::Ptr CommandDeclarations::shared(const CommandDeclarations& 
     known.erase(
         std::remove_if(known.begin(), known.end(), [](const auto& each) { return each.expired(); }),
         known.end());
-    const Ptr made = std::make_shared<const CommandDeclarations>(declarations);
+    Ptr made = std::make_shared<const CommandDeclarations>(declarations);
     known.push_back(made);
     return made;
 }

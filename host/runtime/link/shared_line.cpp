@@ -88,7 +88,7 @@ std::shared_ptr<SharedLine> SharedLine::of(const LinePlace& place, const QString
         std::remove_if(lines.begin(), lines.end(), [](const auto& line) { return line.expired(); }),
         lines.end());
     for (const std::weak_ptr<SharedLine>& known : lines) {
-        const std::shared_ptr<SharedLine> line = known.lock();
+        std::shared_ptr<SharedLine> line = known.lock();
         if (line->isFor(place, host, port)) {
             return line;
         }

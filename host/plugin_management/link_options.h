@@ -36,6 +36,14 @@ struct LinkOptions
     /// to 255, and leaves no place for transaction ids. Functions 1 to 6 and 15 to 17 are
     /// understood; a reply to another one, or with a wrong CRC, is a bad reply.
     bool rtu = false;
+    /// The device is on this serial line, DEVICE[,BAUD[,FORMAT]][,echo], such as
+    /// "/dev/ttyUSB0,9600,8N1"; what is left out is 19200 baud and 8E1, as Modbus over Serial Line
+    /// V1.02 has it, section 3.2. The line is this object's alone. It has RTU frames on it and asks
+    /// for what 'rtu' does; a "connect" needs no host and no port then, and does not look at them.
+    /// "echo": all that is sent comes back first, as on some lines of two wires. Empty: off.
+    QString serial;
+
+    bool isRtu() const { return rtu || !serial.isEmpty(); }
 
     // unit, transactionIds and rtu are for workers whose framing is mbapFraming(): Modbus Messaging
     // on TCP/IP V1.0b, section 3.1.3.

@@ -115,6 +115,7 @@ private:
     OrderFailure refused(const ParameterMap& result) const;
 
     QString connectRefusal(const ParameterMap& parameters) const;
+    LinkKeeper::Endpoint endpointOf(const ParameterMap& parameters) const;
     void replaceLink(const QString& why, qint64 nowUs);
     void declareLost(const QString& why, qint64 nowUs);
     void tellState(bool open, const QString& why);
@@ -137,6 +138,7 @@ private:
     // What it does not.
     QString m_endedWhy;
     bool m_tellsRepliesApart = false; ///< a late reply is never taken for the next one's
+    QString m_serial; ///< the device in the place of host and port
     bool m_opensFirst = false; ///< the next link is a connect's own
     quint64 m_connectId = 0; ///< the running connect
     std::vector<Function> m_functions; ///< by number

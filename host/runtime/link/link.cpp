@@ -79,6 +79,10 @@ void Link::open(const QString& host, quint16 port)
     close();
     m_host = host;
     m_port = port;
+    if (m_serial) {
+        openSerial();
+        return;
+    }
     NameLookup::Result known;
     if (m_lookup.start(host, known)) {
         found(known);
@@ -91,6 +95,32 @@ void Link::close()
     m_addresses.clear();
     m_socket.end();
     closeDescriptor();
+    if (m_serial) {
+        m_serial->close();
+    }
+}
+
+void Link::setSerial(const SerialSettings* settings)
+{
+    m_serial = settings == nullptr
+        ? nullptr
+        : std::make_unique<SerialLine>(
+            *settings,
+            SerialLine::Events{{this, &Link::serialOpened}, m_events.failed, m_events.readable});
+}
+
+void Link::openSerial()
+{
+    const QString why = m_serial->open();
+    if (!why.isEmpty()) {
+        m_events.failed(why);
+    }
+}
+
+void Link::serialOpened()
+{
+    m_socket.adopt(*m_serial, m_host, QHostAddress(), m_port);
+    m_events.opened();
 }
 
 void Link::found(const NameLookup::Result& result)
@@ -197,6 +227,10 @@ void Link::shakeHands()
 
 void Link::look()
 {
+    if (m_serial) {
+        m_serial->look();
+        return;
+    }
     const bool hasMore = m_tls && m_tls->hasMore();
     const int wanted = m_isConnecting || hasMore ? POLLIN | POLLOUT : POLLIN;
     pollfd ready{m_descriptor, static_cast<short>(wanted), 0};

@@ -86,10 +86,15 @@ bool WorkerShell::setLinkOptions(const LinkOptions& options, QString& refusal)
     if (refusal.isEmpty() && tls) {
         refusal = tls->load(options);
     }
+    SerialSettings serial;
+    if (refusal.isEmpty() && !options.serial.isEmpty()) {
+        refusal = serial.load(options.serial);
+    }
     if (!refusal.isEmpty()) {
         return false;
     }
     m_link.setTls(std::move(tls));
+    m_link.setSerial(options.serial.isEmpty() ? nullptr : &serial);
     m_engine.setLinkOptions(options);
     m_link.socket().setTranslation(Translation::make(options));
     return true;

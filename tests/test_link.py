@@ -398,6 +398,21 @@ class Tls(LinkTest):
                         connect("d", host="127.0.0.1", port=server.getsockname()[1]), *orders])[1]
         self.assertEqual([came[n] for n in (1, 2, 3)], [[1], [2], [3]])
 
+    def test_what_is_only_tls(self):
+        alerting = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(alerting.close)
+
+        def alert():
+            with alerting.accept()[0] as client:
+                client.recv(4096)
+                client.sendall(bytes.fromhex("15030100020246"))
+        threading.Thread(target=alert, daemon=True).start()
+        for port, says in ((self.device(), "before any answer; it may have no room for one more, or want TLS"),
+                           (alerting.getsockname()[1], "the device answers in TLS; connect with 'tls'")):
+            came = run([connect("d", host="127.0.0.1", port=port),
+                        order(1, "d", "read", ("holdingRegisters", 100, 1))])[1]
+            self.assertIn(says, came[1])
+
     def test_what_is_no_tls(self):
         for answer, says in ((b"HTTP/1.0 400 Bad Request\r\n\r\n", "does not speak TLS; check the port"),
                              (b"", "closed the connection in the TLS handshake; check that TLS is")):

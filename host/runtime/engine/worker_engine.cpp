@@ -409,13 +409,14 @@ void WorkerEngine::timePassed(qint64 nowUs)
     }
 }
 
-void WorkerEngine::looked(qint64 nowUs)
+void WorkerEngine::looked(qint64 nowUs, const QString& missing)
 {
     if (nowUs >= m_exchange.limitUs()) {
         timedOut(nowUs);
     }
     if (m_link.isOverdue(nowUs)) {
-        linkFailed(QStringLiteral("no answer within %1 ms").arg(m_link.endpoint().limitMs), nowUs);
+        const QString text = QStringLiteral("no answer within %1 ms");
+        linkFailed(text.arg(m_link.endpoint().limitMs) + missing, nowUs);
     }
 }
 

@@ -57,8 +57,8 @@ public:
     void functionReturned(bool succeeded, const ParameterMap& result, qint64 nowUs);
     QByteArray frame() const { return m_exchange.frame(); }
     void judged(ParameterMap judgement, qint64 nowUs);
-    /// All that had arrived has been taken in.
-    void looked(qint64 nowUs);
+    /// All that had arrived has been taken in; \a missing is what an attempt to connect waits for.
+    void looked(qint64 nowUs, const QString& missing = {});
 
     // What the world does.
     void received(const char* data, int size, qint64 nowUs);

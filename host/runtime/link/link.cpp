@@ -32,6 +32,14 @@ void setLinkOptions(int descriptor)
     setOption(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, unacknowledgedLimitMs);
 }
 
+QString systemText(int error)
+{
+    const bool isFull = error == EMFILE || error == ENFILE;
+    return qt_error_string(error)
+        + (isFull ? QStringLiteral("; raise that limit, such as with 'ulimit -n 4096'")
+                  : QString());
+}
+
 sockaddr_in ipv4(const QHostAddress& address, quint16 port)
 {
     sockaddr_in to{};
@@ -137,7 +145,7 @@ void Link::connectNext()
         if (startConnecting(m_address)) {
             return;
         }
-        m_trouble = qt_error_string(errno);
+        m_trouble = systemText(errno);
         closeDescriptor();
     }
     m_events.failed(m_trouble);
@@ -223,6 +231,11 @@ void Link::shakeHands()
     }
     m_socket.adopt(*m_tls, m_host, m_address, m_port);
     m_events.opened();
+}
+
+QString Link::missing() const
+{
+    return m_isSecuring ? QStringLiteral(" to the TLS handshake; is it a TLS port?") : QString();
 }
 
 void Link::look()

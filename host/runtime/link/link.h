@@ -34,6 +34,9 @@ public:
     void close();
     /// Takes in what has happened already, before the event loop comes to it.
     void look();
+    /// What an attempt that lasts too long waits for, behind "no answer within 5 s"; empty when
+    /// that says all.
+    QString missing() const;
 
     LinkSocket& socket() { return m_socket; }
 

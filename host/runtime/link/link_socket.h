@@ -77,6 +77,7 @@ private:
     qint64 sendRaw(const char* data, qint64 size);
     qint64 sendTranslated(const char* data, qint64 size);
     bool mustFindNothing() const;
+    bool isTlsAlert(const char* data, qint64 size);
     void failBySystem(int error);
     void fail(SocketError error, const QString& why);
 
@@ -88,6 +89,7 @@ private:
     Stream* m_stream = nullptr; ///< in the descriptor's place
     bool m_hasWritten = false;
     bool m_isStale = false;
+    bool m_hasReceived = false; ///< on this connection
     Watch m_watch;
     std::unique_ptr<Translation> m_translation;
     QByteArray m_translated; ///< not taken yet

@@ -226,7 +226,7 @@ void WorkerShell::execute(const WorkerAction& action)
         break;
     case Kind::Look:
         m_link.look();
-        m_engine.looked(m_nowUs);
+        m_engine.looked(m_nowUs, m_link.missing());
         break;
     case Kind::Log:
         log(action);

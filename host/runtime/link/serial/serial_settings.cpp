@@ -45,7 +45,7 @@ qint64 SerialSettings::durationUs(int characters) const
 {
     constexpr qint64 usPerSecond = 1000000;
     const int bits = 1 + 8 + (parity == 'N' ? 0 : 1) + stopBits;
-    return (characters * bits * usPerSecond + baud - 1) / baud;
+    return (qint64{characters} * bits * usPerSecond + baud - 1) / baud;
 }
 
 qint64 SerialSettings::silenceUs() const

@@ -7,6 +7,7 @@
 #include <plugin_management/link_options.h>
 #include <plugin_management/types.h>
 
+#include <deque>
 #include <map>
 #include <optional>
 
@@ -51,7 +52,7 @@ public:
     // What the process does with its links.
     void attempts(quint64 link) override;
     void opens(quint64 link) override;
-    void sends(quint64 link, const QByteArray& bytes) override;
+    void sends(quint64 link, const QByteArray& wire) override;
     void receives(quint64 link, const QByteArray& bytes) override;
     void loses(quint64 link) override;
     void closes(quint64 link, int unread) override;
@@ -77,6 +78,7 @@ private:
         Asked asked;
         quint64 id = 0; ///< 0 until start() has returned it
         quint64 request = 0; ///< the last one that left for it
+        std::deque<quint64> early; ///< those before, if they left before start() had returned
         quint64 link = 0; ///< on which it left
         qint64 leftUs = 0;
         quint64 leftAt = 0; ///< the moment
@@ -107,6 +109,7 @@ private:
     Open* find(quint64 id);
     int numberOf(const QByteArray& request) const;
     void checkRead(Open& open, const QVariant& value);
+    bool isOwn(const Open& open, quint64 request, const QVariant& value) const;
     void checkWrite(Open& open, const QVariant& value);
     void noteAnswer(int number);
     void checkTimeout(const Open& open) const;

@@ -192,7 +192,7 @@ class Installed(unittest.TestCase):
             self.assertEqual(paths, expected)
         depends = [output("dpkg-deb", "-f", glob.glob(f"{self.scratch}/{name}_*.deb")[0], "Depends")
                    for name in OF_DEBIAN]
-        self.assertRegex(depends[0], r"libqt5core5a \(>= 5\.15.*libqt5network5.*libqt5serialbus5")
+        self.assertRegex(depends[0], r"libqt5core5a \(>= 5\.15.*libqt5network5.*libqt5serialbus5.*libqt5serialport5")
         self.assertIn("modbus-driver (= 1.0.0)", depends[1])
 
 

@@ -15,10 +15,12 @@ import tempfile
 import threading
 import unittest
 
-from programs import PATIENCE, parse
+from programs import PATIENCE, Device, Program, parse
 
 sys.path.append(str(pathlib.Path(__file__).parent / "devices"))
 from certificates import AUTHORITY, USUAL, Certificates  # noqa: E402
+from gateway import Gateway, crc  # noqa: E402
+from serial_device import SerialDevice  # noqa: E402
 import raw_device  # noqa: E402  its tables, and what it answers
 
 HOST = os.environ["DRIVER_HOST"]
@@ -33,7 +35,7 @@ ORDERS = [  # command, its parameters, what comes of it
     ("write", ("singleRegister", 310, [4660]), [1]),
     ("write", ("multipleCoils", 331, [0x0500, 0, 0]), "device_exception 3"),
     ("write", ("multipleRegisters", 320, list(range(121))), [1]),
-    ("deviceInformation", (), b"\x01\xffraw device".hex()),
+    ("deviceInformation", (), "its identity"),
     ("read", ("holdingRegisters", 310, 1), [4660]),
     ("read", ("holdingRegisters", 439, 2), [119, 120]),
 ]
@@ -103,16 +105,6 @@ class OneConnection(UnitDevice):
     def verify_request(self, request, client_address):
         self.connections += 1
         return self.connections == 1
-
-
-def crc(frame):
-    """As shifts of a whole number: the remainder by the mirrored polynomial."""
-    rest = 0xFFFF
-    for byte in frame:
-        rest ^= byte
-        for _ in range(8):
-            rest = rest >> 1 ^ 0xA001 * (rest & 1)
-    return struct.pack("<H", rest)
 
 
 class RtuDevice(UnitDevice):
@@ -197,14 +189,17 @@ def half_records(context, server):
 
 
 class LinkTest(unittest.TestCase):
-    def check_orders(self, link, **endpoint):
+    def check_orders(self, link, identity=b"raw device", **endpoint):
         """All commands of the module, one after the other."""
         orders = [order(n, "d", command, values) for n, (command, values, _) in enumerate(ORDERS)]
         code, came = run([{"device": "d", "link": link}, connect("d", **endpoint), *orders])
         self.assertEqual(code, 1)  # as some are answered by exceptions
         for number, (*given, expected) in enumerate(ORDERS):
             with self.subTest(link=link, order=given):
-                self.assertEqual(came.get(number), expected)
+                if given[0] == "deviceInformation":
+                    self.assertIn(identity, bytes.fromhex(came[number]))
+                else:
+                    self.assertEqual(came.get(number), expected)
 
     def serve(self, device):
         self.addCleanup(device.server_close)
@@ -266,11 +261,85 @@ class Units(LinkTest):
         values = [came[n] if came[n] == [258] else came[n].split()[0] for n in range(9)]
         self.assertEqual(values, [[258], [258], "bad_reply"] * 3)
 
+    def test_gateway(self):
+        line = socket.create_connection(self.serve(RtuDevice({7, 9})).server_address)
+        self.addCleanup(line.close)
+        port = self.serve(Gateway(line.fileno())).server_address[1]
+        for link in ({"unit": 7}, {"unit": 9, "transactionIds": True}):
+            self.check_orders(link, host="127.0.0.1", port=port)
+        came = run([{"device": "d", "link": {"unit": 8}}, connect("d", host="127.0.0.1", port=port),
+                    order(1, "d", "read", ("holdingRegisters", 100, 1))])[1]
+        self.assertEqual(came[1], "device_exception 11")
+
+    def test_another_make(self):
+        server = ["/usr/bin/python3", os.path.dirname(__file__) + "/devices/pymodbus_server.py", "9999"]
+        for frames, link in (("tcp", {"unit": 5, "transactionIds": True}), ("rtu", {"unit": 5, "rtu": True})):
+            device = Device([*server, frames])
+            self.addCleanup(device.close)
+            self.check_orders(link, b"Pymodbus", host="127.0.0.1", port=device.port)
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        ours, others = folder.name + "/ours", folder.name + "/others"
+        line = Program(["socat", "-d", "-d", f"pty,raw,echo=0,link={ours}", f"pty,raw,echo=0,link={others}"])
+        self.addCleanup(line.close)
+        while "starting data transfer" not in line.stderr.readline():
+            self.assertIsNone(line.poll())
+        device = Device([*server, "rtu", others])
+        self.addCleanup(device.close)
+        self.check_orders({"unit": 5, "serial": ours}, b"Pymodbus")
+
     def test_a_module_without_units(self):
         done = subprocess.run([HOST, "--plugin", os.environ["SAMPLE_MODULE"], "get", "--host=a",
                                "--name=level", "--unit=1"], capture_output=True, encoding="utf-8")
         self.assertEqual(done.returncode, 2)
         self.assertIn("this module does not speak", done.stderr)
+
+
+class Serial(LinkTest):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.name = folder.name + "/line"
+
+    def read(self, options=""):
+        came = run([{"device": "d", "link": {"serial": self.name + options, "unit": 5}}, connect("d"),
+                    order(1, "d", "read", ("holdingRegisters", 100, 1))])[1]
+        return f"{came['to d']}; {came[1]}"
+
+    def test_all_commands(self):
+        for options, echoes in ((",9600,8N2", False), (",115200,8O1,echo", True)):
+            device = SerialDevice(self.name, {5}, echoes)
+            self.check_orders({"serial": self.name + options, "unit": 5})
+            device.unplug()
+
+    def test_what_is_wrong_with_the_line(self):
+        for says, how in (("there is no such device; ", {}),
+                          ("(what came back is not what was sent; ", {"units": {5}, "options": ",echo"}),
+                          ("bad_reply ", {"units": {5}, "echoes": True}),
+                          ("bad_reply ", {"units": {5}, "spoil": lambda reply: reply[:-1] + b"\0"}),
+                          ("no answer within 2000 ms", {"units": {6}})):
+            with self.subTest(says):
+                options = how.pop("options", "")
+                device = SerialDevice(self.name, **how) if how else None
+                self.assertIn(says, self.read(options))
+                if device:
+                    device.unplug()
+
+    def test_unplugged_and_in_use(self):
+        device = SerialDevice(self.name, {5})
+        host = Program([HOST, "listen", f"--serial={self.name}", "--unit=5", "--register=40101", "--plain"],
+                       stderr=subprocess.STDOUT)
+        self.addCleanup(host.close)
+        self.assertIn("258", host.stdout.readline())
+        self.assertIn("it is in use already", self.read())
+        device.unplug()
+        lines = iter(host.stdout.readline, "")
+        self.assertTrue(any("connection lost (the serial line has gone; " in line for line in lines))
+        device = SerialDevice(self.name, {5})
+        self.assertTrue(any("connected again" in line for line in lines))
+        self.assertTrue(any("258" in line for line in lines))
+        self.assertEqual(host.end()[0], 0)
+        device.unplug()
 
 
 class Tls(LinkTest):
@@ -356,6 +425,21 @@ class Tls(LinkTest):
             came = run([{"device": "d", "link": self.link()},
                         connect("d", host="127.0.0.1", port=server.getsockname()[1]), *orders])[1]
         self.assertEqual([came[n] for n in (1, 2, 3)], [[1], [2], [3]])
+
+    def test_what_is_only_tls(self):
+        alerting = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(alerting.close)
+
+        def alert():
+            with alerting.accept()[0] as client:
+                client.recv(4096)
+                client.sendall(bytes.fromhex("15030100020246"))
+        threading.Thread(target=alert, daemon=True).start()
+        for port, says in ((self.device(), "before any answer; it may have no room for one more, or want TLS"),
+                           (alerting.getsockname()[1], "the device answers in TLS; connect with 'tls'")):
+            came = run([connect("d", host="127.0.0.1", port=port),
+                        order(1, "d", "read", ("holdingRegisters", 100, 1))])[1]
+            self.assertIn(says, came[1])
 
     def test_what_is_no_tls(self):
         for answer, says in ((b"HTTP/1.0 400 Bad Request\r\n\r\n", "does not speak TLS; check the port"),

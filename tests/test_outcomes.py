@@ -204,6 +204,18 @@ class Outcomes(unittest.TestCase):
                     3: "refused; check host and port"}[done.returncode])
         self.assertEqual(ends, [2] * 15 + [3] * 5)
 
+    def test_many_devices_and_few_descriptors(self):
+        with contextlib.closing(Socket(50)) as device:
+            lines = [{"id": n, "device": str(n), "command": "connect",
+                      "parameters": {"host": "127.0.0.1", "port": device.port}} for n in range(50)]
+            done = subprocess.run(
+                [os.environ["DRIVER_HOST"], "run", "-"], input="\n".join(map(json.dumps, lines)),
+                encoding="utf-8", capture_output=True, timeout=PATIENCE, check=False,
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (40, 40)))
+        told = {parse(line).get("message") for line in done.stdout.splitlines()} - {None}
+        self.assertRegex(" ".join(told), "^connect failed: cannot connect to 127.0.0.1:[0-9]+: Too many "
+                                         "open files; raise that limit, such as with 'ulimit -n 4096'$")
+
     def test_table_is_whole(self):
         """Each exit code, kind of error and way to be stopped has a row for each of these."""
         seen = set(self.never)

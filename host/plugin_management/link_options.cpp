@@ -52,7 +52,7 @@ QString readText(const QVariant& given, LinkOptions& options)
     return isText ? QString() : QStringLiteral("'%1' is not a text").arg(given.toString());
 }
 
-constexpr std::array<Option, 10> all{{
+constexpr std::array<Option, 11> all{{
     {"keepTrying", "", "Keep trying until there is a first connection",
      readFlag<&LinkOptions::keepTrying>},
     {"unit", "0..255", "Ask this unit instead of unit 0", readUnit},
@@ -70,6 +70,8 @@ constexpr std::array<Option, 10> all{{
      readFlag<&LinkOptions::rtu>},
     {"share", "", "Use one connection for all devices that name the same host and port",
      readFlag<&LinkOptions::share>},
+    {"serial", "DEVICE,BAUD,FORMAT", "Go by this serial line, 19200,8E1 by default, instead of TCP",
+     readText<&LinkOptions::serial>},
 }};
 
 QString unknown()
@@ -120,13 +122,17 @@ QString linkOptionsRefusal(const LinkOptions& options)
         return QStringLiteral("a certificate of one's own needs its private key as well ('tlsCert' "
                               "and 'tlsKey')");
     }
-    if (options.rtu && options.unit < 1) {
-        return QStringLiteral(
-            "'rtu' needs a 'unit', 1 to 255: on a serial line unit 0 is everybody, "
-            "and nobody answers");
+    if (!options.serial.isEmpty() && options.tls) {
+        return QStringLiteral("a serial line has no TLS; leave 'tls' or 'serial' out");
     }
-    if (options.rtu && options.transactionIds) {
-        return QStringLiteral("'rtu' leaves no place for 'transactionIds'");
+    const QString rtu = QLatin1String(options.serial.isEmpty() ? "'rtu'" : "'serial'");
+    if (options.isRtu() && options.unit < 1) {
+        return QStringLiteral("%1 needs a 'unit', 1 to 255: on a serial line unit 0 is everybody, "
+                              "and nobody answers")
+            .arg(rtu);
+    }
+    if (options.isRtu() && options.transactionIds) {
+        return QStringLiteral("%1 leaves no place for 'transactionIds'").arg(rtu);
     }
     return {};
 }

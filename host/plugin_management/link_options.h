@@ -43,6 +43,15 @@ struct LinkOptions
     /// without a reply is paused for 250 ms, doubling to 15 s, in which its orders fail at once as
     /// "not connected", so that it does not hold up the others.
     bool share = false;
+    /// The device is on this serial line, DEVICE[,BAUD[,FORMAT]][,echo], such as
+    /// "/dev/ttyUSB0,9600,8N1"; what is left out is 19200 baud and 8E1, as Modbus over Serial Line
+    /// V1.02 has it, section 3.2. Objects of one thread can 'share' it; else it is one object's
+    /// alone. It has RTU frames on it and asks for what 'rtu' does; a "connect" needs no host and
+    /// no port then, and does not look at them. "echo": all that is sent comes back first, as on
+    /// some lines of two wires. Empty: off.
+    QString serial;
+
+    bool isRtu() const { return rtu || !serial.isEmpty(); }
 
     // unit, transactionIds and rtu are for workers whose framing is mbapFraming(): Modbus Messaging
     // on TCP/IP V1.0b, section 3.1.3.

@@ -1,5 +1,6 @@
 #include "book.h"
 
+#include "rtu.h"
 #include "world.h"
 
 #include <hostile/frames.h>
@@ -218,11 +219,14 @@ void Book::result(quint64 id, const QString& name, const QVariant& value)
 // is what nobody can tell from its own. It is the one hole.
 void Book::checkRead(Open& open, const QVariant& value)
 {
-    const Device::Said* own = m_device.said(open.request);
-    if (own != nullptr && own->function == open.asked.function && holds(value, *own)) {
-        if (own->isNeverGood) {
-            fail(QStringLiteral("a spoiled reply was taken for good"));
+    while (!open.early.empty()) { // told only now, in their order
+        const quint64 request = open.early.front();
+        open.early.pop_front();
+        if (isOwn(open, request, value)) {
+            return;
         }
+    }
+    if (isOwn(open, open.request, value)) {
         open.request = 0; // and no second time
         return;
     }
@@ -237,6 +241,16 @@ void Book::checkRead(Open& open, const QVariant& value)
     }
     ++m_staleCopies;
     open.request = 0;
+}
+
+bool Book::isOwn(const Open& open, quint64 request, const QVariant& value) const
+{
+    const Device::Said* own = m_device.said(request);
+    const bool isIt = own != nullptr && own->function == open.asked.function && holds(value, *own);
+    if (isIt && own->isNeverGood) {
+        fail(QStringLiteral("a spoiled reply was taken for good"));
+    }
+    return isIt;
 }
 
 void Book::checkWrite(Open& open, const QVariant& value)
@@ -504,9 +518,10 @@ void Book::checkHeader(const QByteArray& request)
     m_lastTransaction = id;
 }
 
-bool Book::isUnitOf(const QByteArray& request) const
+// As it stands on the wire.
+bool Book::isUnitOf(const QByteArray& wire) const
 {
-    return m_options.unit == static_cast<uchar>(request.at(functionOffset - 1));
+    return m_options.unit == static_cast<uchar>(wire.at(m_options.rtu ? 0 : unitOffset));
 }
 
 // With ids the link stays after a time-out, that of a stopped order and of the keep-alive too.
@@ -532,8 +547,13 @@ void Book::otherSends(quint64 link, const QByteArray& bytes)
     m_trafficUs = awakeUs();
 }
 
-void Book::sends(quint64 link, const QByteArray& bytes)
+void Book::sends(quint64 link, const QByteArray& wire)
 {
+    const QByteArray bytes = m_options.rtu ? Rtu::request(wire) : wire;
+    if (bytes.isEmpty()) {
+        fail(QStringLiteral("a request with a wrong CRC"));
+        return;
+    }
     const int number = numberOf(bytes);
     note("request", number, bytes);
     checkHeader(bytes);
@@ -555,6 +575,9 @@ void Book::sends(quint64 link, const QByteArray& bytes)
     }
     if (!open.asked.repeats() && open.request != 0) {
         fail(QStringLiteral("an order has asked twice"));
+    }
+    if (open.id == 0 && open.request != 0) {
+        open.early.push_back(open.request);
     }
     open.request = m_device.lastRequest();
     open.link = link;

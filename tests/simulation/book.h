@@ -8,6 +8,7 @@
 #include <plugin_management/types.h>
 #include <plugin_management/worker_statistics.h>
 
+#include <deque>
 #include <map>
 #include <optional>
 
@@ -53,7 +54,7 @@ public:
     // What the process does with its links.
     void attempts(quint64 link);
     void opens(quint64 link);
-    void sends(quint64 link, const QByteArray& bytes);
+    void sends(quint64 link, const QByteArray& wire);
     /// Another object does, on a link that both use.
     void otherSends(quint64 link, const QByteArray& bytes);
     void receives(quint64 link, const QByteArray& bytes);
@@ -69,7 +70,7 @@ public:
 
     bool wantsLink() const;
     bool isThere() const { return m_isThere; }
-    bool isUnitOf(const QByteArray& request) const;
+    bool isUnitOf(const QByteArray& wire) const;
     quint64 connectOrder() const;
     bool isAskedFor(quint16 start) const { return m_numberOfStart.count(start) > 0; }
     /// An open order that is drawn, 0 when there is none.
@@ -85,6 +86,7 @@ private:
         Asked asked;
         quint64 id = 0; ///< 0 until start() has returned it
         quint64 request = 0; ///< the last one that left for it
+        std::deque<quint64> early; ///< those before, if they left before start() had returned
         quint64 link = 0; ///< on which it left
         qint64 leftUs = 0;
         quint64 leftAt = 0; ///< the moment
@@ -126,6 +128,7 @@ private:
     Open* find(quint64 id);
     int numberOf(const QByteArray& request) const;
     void checkRead(Open& open, const QVariant& value);
+    bool isOwn(const Open& open, quint64 request, const QVariant& value) const;
     void checkWrite(Open& open, const QVariant& value);
     void noteAnswer(int number);
     void checkTimeout(const Open& open) const;

@@ -1,5 +1,6 @@
 #include "device.h"
 
+#include "rtu.h"
 #include "world.h"
 
 #include <hostile/frames.h>
@@ -123,8 +124,26 @@ void Device::asked(quint64 link)
 void Device::sent(quint64 link, const QByteArray& bytes)
 {
     const quint64 request = ++m_requests;
-    World::current()->outside(latencyUs(),
-                              [this, link, request, bytes] { answer(link, request, bytes); });
+    World::current()->outside(latencyUs(), [this, link, request, bytes] {
+        answer(link, request, options().rtu ? Rtu::request(bytes) : bytes);
+    });
+}
+
+QByteArray Device::onWire(const QByteArray& frames) const
+{
+    return options().rtu ? Rtu::replies(frames) : frames;
+}
+
+// Of a part of the reply so much as of the whole. What is wrong with the length, which is not
+// there, is wrong with the CRC.
+QByteArray Device::onWire(const QByteArray& now, const QByteArray& reply) const
+{
+    if (options().rtu && now != reply && now.mid(headerSize) == reply.mid(headerSize)) {
+        return Rtu::spoiled(reply);
+    }
+    const bool isPart = now.size() < reply.size() && reply.startsWith(now);
+    const QByteArray whole = onWire(reply);
+    return isPart ? whole.left(whole.size() * now.size() / reply.size()) : onWire(now);
 }
 
 void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
@@ -140,7 +159,7 @@ void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
         return;
     }
     Wire& wire = m_wires[link];
-    const bool hasUnit = m_plan.links.at(static_cast<std::size_t>(m_number)).unit >= 0;
+    const bool hasUnit = options().unit >= 0;
     const MisbehaviourKind* kind = drawKind(reply, wire);
     said.isNeverGood = kind != nullptr
         && (kind->isNeverGood || (hasUnit && kind->name == std::string("other-unit")));
@@ -158,12 +177,13 @@ void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
                            static_cast<qint64>(request));
     const bool isSlow = !m_isCalm && m_random.perMille(m_plan.spoiledPerMille / 4);
     const qint64 delayUs = isSlow ? m_random.spread(10 * ms, 2500 * ms) : latencyUs();
-    send(link, delayUs, now, request, wire.lastRequest);
+    const QByteArray leaves = onWire(now, reply);
+    send(link, delayUs, leaves, request, wire.lastRequest);
     wire.lastReply = reply;
     wire.lastRequest = request;
     wire.isWithinReply = kind != nullptr && kind->sendsInParts();
     if (kind != nullptr) {
-        follow(link, reply, now.size(), request, *kind);
+        follow(link, onWire(reply), leaves.size(), request, *kind);
     }
 }
 
@@ -281,7 +301,8 @@ void Device::repeat(quint64 link, qint64 pauseUs, const QByteArray& bytes, quint
         if (m_isCalm || !Network::current()->isOpen(link)) {
             return;
         }
-        if (Network::current()->hasRoom(link)) {
+        const bool isBetween = m_wires[link].freeUs <= World::current()->nowUs();
+        if (isBetween && Network::current()->hasRoom(link)) {
             arrive(link, bytes, request, 0);
         }
         repeat(link, pauseUs, bytes, request);

@@ -75,6 +75,9 @@ private:
     void goAwayLater();
     void goAway();
     void comeBack();
+    const LinkOptions& options() const { return m_plan.links[static_cast<std::size_t>(m_number)]; }
+    QByteArray onWire(const QByteArray& frames) const;
+    QByteArray onWire(const QByteArray& now, const QByteArray& reply) const;
     void answer(quint64 link, quint64 request, const QByteArray& frame);
     QByteArray carryOut(const QByteArray& frame, Said& said);
     const MisbehaviourKind* drawKind(const QByteArray& reply, const Wire& wire);

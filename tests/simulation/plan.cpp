@@ -25,6 +25,11 @@ LinkOptions drawLink(Random& random)
     options.keepTrying = random.oneIn(3);
     options.unit = random.oneIn(3) ? random.below(256) : -1;
     options.transactionIds = random.oneIn(3);
+    options.rtu = random.oneIn(4);
+    if (options.rtu) {
+        options.unit = random.between(1, 255);
+        options.transactionIds = false;
+    }
     return options;
 }
 
@@ -77,7 +82,8 @@ void Plan::drawShare()
     for (LinkOptions& link : links) {
         link.share = true;
         link.transactionIds = links.front().transactionIds;
-        link.unit = unit++ % 256;
+        link.rtu = links.front().rtu;
+        link.unit = link.rtu ? 1 + unit++ % 255 : unit++ % 256;
     }
 }
 

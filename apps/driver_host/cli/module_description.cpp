@@ -31,6 +31,12 @@ QString typeText(quint32 type)
 
 bool CommandDescription::isConnect() const { return name == QLatin1String("connect"); }
 
+bool CommandDescription::isAddress(const QString& parameter) const
+{
+    return isConnect()
+        && (parameter == QLatin1String("host") || parameter == QLatin1String("port"));
+}
+
 const CommandDescription* ModuleDescription::find(const QString& name) const
 {
     const auto it = std::find_if(commands.cbegin(), commands.cend(),

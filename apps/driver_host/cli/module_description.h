@@ -20,6 +20,9 @@ struct CommandDescription
 
     /// True for the command that makes the connection for all others: "connect" by convention.
     bool isConnect() const;
+    /// True for the parameters of a network address, by convention "host" and "port" of "connect":
+    /// nobody needs them where a serial line is in its place.
+    bool isAddress(const QString& parameter) const;
 };
 
 /// What a module tells about itself, and its profile of it: all that driver-host knows of it.

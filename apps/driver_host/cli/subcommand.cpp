@@ -217,7 +217,8 @@ QString Subcommand::checkRules(Request& request) const
     for (const ParameterOption& option : m_options) {
         const Points::ParameterProfile* profile = profileOf(option);
         ParameterMap& map = option.ofConnect ? request.connectParameters : request.parameters;
-        if (profile == nullptr || profile->role == Points::Role::Kind) {
+        const bool isLeftOut = !map.contains(option.declared.name); // as not needed
+        if (profile == nullptr || profile->role == Points::Role::Kind || isLeftOut) {
             continue; // kinds are chosen where points are
         }
         QString error =
@@ -332,12 +333,19 @@ QString Subcommand::fillDefaults(Request& request) const
     return fits ? QString() : error;
 }
 
+bool Subcommand::isNeeded(const ParameterOption& option, const Request& request) const
+{
+    const CommandDescription* connect = m_module.connectCommand();
+    const CommandDescription& command = option.ofConnect ? *connect : m_command;
+    return request.link.serial.isEmpty() || !command.isAddress(option.declared.name);
+}
+
 QString Subcommand::missing(const Request& request) const
 {
     QStringList names;
     for (const ParameterOption& option : m_options) {
         const ParameterMap& map = option.ofConnect ? request.connectParameters : request.parameters;
-        if (!map.contains(option.declared.name)) {
+        if (!map.contains(option.declared.name) && isNeeded(option, request)) {
             names.append(option.option != nullptr
                              ? optionName(option.declared.name)
                              : QStringLiteral("--param %1=VALUE").arg(option.declared.name));

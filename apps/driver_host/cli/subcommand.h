@@ -77,6 +77,7 @@ private:
     void fillNumbers(Request& request) const;
     QString fillLink(Request& request) const;
     QString missing(const Request& request) const;
+    bool isNeeded(const ParameterOption& option, const Request& request) const;
     QString fillDefaults(Request& request) const;
 
     const ModuleDescription& m_module;

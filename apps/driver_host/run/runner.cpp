@@ -50,11 +50,13 @@ QByteArray digest(const QJsonValue& id)
     return QCryptographicHash::hash(compactJson(id).toUtf8(), QCryptographicHash::Sha1);
 }
 
-QString missingParameters(const CommandDescription& command, const ParameterMap& parameters)
+QString missingParameters(const CommandDescription& command, const ParameterMap& parameters,
+                          bool isSerial)
 {
     QStringList names;
     for (const Declaration& declared : command.parameters) {
-        if (!parameters.value(declared.name).isValid()) {
+        const bool isNeeded = !isSerial || !command.isAddress(declared.name);
+        if (isNeeded && !parameters.value(declared.name).isValid()) {
             names.append(declared.name);
         }
     }
@@ -176,8 +178,10 @@ QString Runner::checkOrder(const OrderLine& line, ParameterMap& parameters) cons
     if (!error.isEmpty() || command == nullptr) {
         return error.isEmpty() ? unknownCommand(line.command) : error;
     }
+    const auto known = m_devices.find(line.device);
+    const bool isSerial = known != m_devices.end() && known->second.isSerial;
     return checkParameters(command->parameters, parameters, &error)
-        ? missingParameters(*command, parameters)
+        ? missingParameters(*command, parameters, isSerial)
         : error;
 }
 
@@ -243,6 +247,9 @@ QString Runner::setLink(const OrderLine& line)
     QString refusal = QStringLiteral("the module makes no more devices");
     const bool taken =
         target != nullptr && target->object.plugin->setLinkOptions(options, &refusal);
+    if (taken) {
+        target->isSerial = !options.serial.isEmpty();
+    }
     return taken ? QString() : refusal;
 }
 

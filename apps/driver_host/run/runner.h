@@ -61,6 +61,7 @@ private:
     struct Device
     {
         PluginObject object;
+        bool isSerial = false; // on a serial line, and needs no address
         int oneShots = 0; // running orders that end by themselves
         int connects = 0; // running orders that keep a connection
     };

@@ -27,8 +27,11 @@ using Code = OrderFailure::Code;
 
 QDateTime now() { return QDateTime::currentDateTimeUtc(); }
 
-QString endpointText(const ParameterMap& parameters)
+QString endpointText(const Request& request, const ParameterMap& parameters)
 {
+    if (!request.link.serial.isEmpty()) {
+        return request.link.serial.section(QLatin1Char(','), 0, 0);
+    }
     return QStringLiteral("%1:%2").arg(parameters.value(QStringLiteral("host")).toString(),
                                        parameters.value(QStringLiteral("port")).toString());
 }
@@ -39,7 +42,7 @@ RenderedOrder renderedOrder(const QString& device, const CommandDescription& com
     RenderedOrder order;
     order.device = device;
     order.command = command.name;
-    order.endpoint = command.isConnect() ? endpointText(request.parameters) : QString();
+    order.endpoint = command.isConnect() ? endpointText(request, request.parameters) : QString();
     order.recurrent = command.recurrent;
     order.places = request.places;
     order.saysWritten = request.saysWritten;
@@ -101,7 +104,8 @@ LiveStatus Session::liveStatus() const
 {
     const WorkerStatistics after = workerStatistics();
     LiveStatus status;
-    status.device = m_needsConnection ? endpointText(m_request.connectParameters) : QString();
+    status.device =
+        m_needsConnection ? endpointText(m_request, m_request.connectParameters) : QString();
     status.connected = !m_isLost;
     status.intervalMs = m_request.parameters.value(QStringLiteral("recurrentInterval")).toInt();
     status.done = after.done - m_before.done;

@@ -18,10 +18,13 @@ public:
     struct Endpoint
     {
         QString host;
-        quint16 port = 0;
+        quint16 port = 0; ///< 0: the host is the whole of it, a serial line
         int limitMs = defaultLimitMs; ///< for one attempt to connect
 
-        QString text() const { return QStringLiteral("%1:%2").arg(host, QString::number(port)); }
+        QString text() const
+        {
+            return port == 0 ? host : QStringLiteral("%1:%2").arg(host, QString::number(port));
+        }
     };
 
     /// What the end of an attempt means.

@@ -97,6 +97,7 @@ void WorkerEngine::setLinkOptions(const LinkOptions& options)
     m_exchange.setUnit(options.unit);
     m_tellsRepliesApart = options.transactionIds;
     m_turn.setShared(options.share);
+    m_serial = options.serial.section(QLatin1Char(','), 0, 0);
 }
 
 // --- what users ask for ---
@@ -534,13 +535,14 @@ bool WorkerEngine::isKeepAliveDue(qint64 nowUs) const
     return nowUs >= m_keepAlive.dueUs() && !m_turn.isPaused(nowUs);
 }
 
-void WorkerEngine::looked(qint64 nowUs)
+void WorkerEngine::looked(qint64 nowUs, const QString& missing)
 {
     if (nowUs >= m_exchange.limitUs()) {
         timedOut(nowUs);
     }
     if (m_link.isOverdue(nowUs)) {
-        linkFailed(QStringLiteral("no answer within %1 ms").arg(m_link.endpoint().limitMs), nowUs);
+        const QString text = QStringLiteral("no answer within %1 ms");
+        linkFailed(text.arg(m_link.endpoint().limitMs) + missing, nowUs);
     }
 }
 
@@ -638,12 +640,19 @@ bool WorkerEngine::beginConnect(const ParameterMap& parameters, ParameterMap& re
     if (m_link.isReported()) { // that of a connect which was stopped, and is replaced by this one
         m_actions.add(Kind::TellState);
     }
-    m_link.begin({parameters.value(QStringLiteral("host")).toString().trimmed(),
-                  static_cast<quint16>(parameters.value(QStringLiteral("port")).toUInt()),
-                  m_current->limitMs},
-                 nowUs);
+    m_link.begin(endpointOf(parameters), nowUs);
     openLink(false);
     return true;
+}
+
+LinkKeeper::Endpoint WorkerEngine::endpointOf(const ParameterMap& parameters) const
+{
+    if (!m_serial.isEmpty()) {
+        return {m_serial, 0, m_current->limitMs};
+    }
+    return {parameters.value(QStringLiteral("host")).toString().trimmed(),
+            static_cast<quint16>(parameters.value(QStringLiteral("port")).toUInt()),
+            m_current->limitMs};
 }
 
 QString WorkerEngine::connectRefusal(const ParameterMap& parameters) const
@@ -651,12 +660,15 @@ QString WorkerEngine::connectRefusal(const ParameterMap& parameters) const
     if (m_phase != Phase::Calling) {
         return QStringLiteral("a connect runs as an order");
     }
-    bool portIsNumber = false;
-    const uint port = parameters.value(QStringLiteral("port")).toUInt(&portIsNumber);
     if (m_connectId != 0) {
         return QStringLiteral("already connected to %1; disconnect first")
             .arg(m_link.endpoint().text());
     }
+    if (!m_serial.isEmpty()) {
+        return {};
+    }
+    bool portIsNumber = false;
+    const uint port = parameters.value(QStringLiteral("port")).toUInt(&portIsNumber);
     if (parameters.value(QStringLiteral("host")).toString().trimmed().isEmpty()) {
         return QStringLiteral("parameter 'host' is empty; name the device's address");
     }

@@ -58,8 +58,8 @@ public:
     void functionReturned(bool succeeded, const ParameterMap& result, qint64 nowUs);
     QByteArray frame() const { return m_exchange.frame(); }
     void judged(ParameterMap judgement, qint64 nowUs);
-    /// All that had arrived has been taken in.
-    void looked(qint64 nowUs);
+    /// All that had arrived has been taken in; \a missing is what an attempt to connect waits for.
+    void looked(qint64 nowUs, const QString& missing = {});
 
     // What the world does.
     void received(const char* data, int size, qint64 nowUs);
@@ -129,6 +129,7 @@ private:
     void openLink(bool anew);
     void closeLink(bool isSpoiled = false);
     QString connectRefusal(const ParameterMap& parameters) const;
+    LinkKeeper::Endpoint endpointOf(const ParameterMap& parameters) const;
     void replaceLink(const QString& why, qint64 nowUs);
     void declareLost(const QString& why, qint64 nowUs, Loss loss = Loss::Ended);
     void tellState(bool open, const QString& why, bool byKeepAlive = false);
@@ -156,6 +157,7 @@ private:
     // What it does not.
     QString m_endedWhy;
     bool m_tellsRepliesApart = false; ///< a late reply is never taken for the next one's
+    QString m_serial; ///< the device in the place of host and port
     bool m_opensFirst = false; ///< the next link is a connect's own
     quint64 m_connectId = 0; ///< the running connect
 };

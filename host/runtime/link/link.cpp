@@ -32,6 +32,14 @@ void setLinkOptions(int descriptor)
     setOption(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, unacknowledgedLimitMs);
 }
 
+QString systemText(int error)
+{
+    const bool isFull = error == EMFILE || error == ENFILE;
+    return qt_error_string(error)
+        + (isFull ? QStringLiteral("; raise that limit, such as with 'ulimit -n 4096'")
+                  : QString());
+}
+
 sockaddr_in ipv4(const QHostAddress& address, quint16 port)
 {
     sockaddr_in to{};
@@ -79,6 +87,10 @@ void Link::open(const QString& host, quint16 port)
     close();
     m_host = host;
     m_port = port;
+    if (m_serial) {
+        openSerial();
+        return;
+    }
     NameLookup::Result known;
     if (m_lookup.start(host, known)) {
         found(known);
@@ -91,6 +103,32 @@ void Link::close()
     m_addresses.clear();
     m_socket.end();
     closeDescriptor();
+    if (m_serial) {
+        m_serial->close();
+    }
+}
+
+void Link::setSerial(const SerialSettings* settings)
+{
+    m_serial = settings == nullptr
+        ? nullptr
+        : std::make_unique<SerialLine>(
+            *settings,
+            SerialLine::Events{{this, &Link::serialOpened}, m_events.failed, m_events.readable});
+}
+
+void Link::openSerial()
+{
+    const QString why = m_serial->open();
+    if (!why.isEmpty()) {
+        m_events.failed(why);
+    }
+}
+
+void Link::serialOpened()
+{
+    m_socket.adopt(*m_serial, m_host, QHostAddress(), m_port);
+    m_events.opened();
 }
 
 void Link::found(const NameLookup::Result& result)
@@ -107,7 +145,7 @@ void Link::connectNext()
         if (startConnecting(m_address)) {
             return;
         }
-        m_trouble = qt_error_string(errno);
+        m_trouble = systemText(errno);
         closeDescriptor();
     }
     m_events.failed(m_trouble);
@@ -195,8 +233,17 @@ void Link::shakeHands()
     m_events.opened();
 }
 
+QString Link::missing() const
+{
+    return m_isSecuring ? QStringLiteral(" to the TLS handshake; is it a TLS port?") : QString();
+}
+
 void Link::look()
 {
+    if (m_serial) {
+        m_serial->look();
+        return;
+    }
     const bool hasMore = m_tls && m_tls->hasMore();
     const int wanted = m_isConnecting || hasMore ? POLLIN | POLLOUT : POLLIN;
     pollfd ready{m_descriptor, static_cast<short>(wanted), 0};

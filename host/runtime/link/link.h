@@ -2,6 +2,7 @@
 
 #include <runtime/link/link_socket.h>
 #include <runtime/link/name_lookup.h>
+#include <runtime/link/serial/serial_line.h>
 #include <runtime/link/tls_stream.h>
 #include <runtime/loop/reactor.h>
 
@@ -25,16 +26,23 @@ public:
 
     /// Secures every connection from the next attempt on; null: none.
     void setTls(std::unique_ptr<TlsSettings> settings) { m_tlsSettings = std::move(settings); }
+    /// Goes by this serial line instead of a network from the next attempt on; null: it does not.
+    void setSerial(const SerialSettings* settings);
     /// Begins an attempt; what there is of a link is closed first. It ends in opened or failed, or
     /// in close().
     void open(const QString& host, quint16 port);
     void close();
     /// Takes in what has happened already, before the event loop comes to it.
     void look();
+    /// What an attempt that lasts too long waits for, behind "no answer within 5 s"; empty when
+    /// that says all.
+    QString missing() const;
 
     LinkSocket& socket() { return m_socket; }
 
 private:
+    void openSerial();
+    void serialOpened();
     void found(const NameLookup::Result& result);
     void connectNext();
     bool startConnecting(const QHostAddress& address);
@@ -53,6 +61,7 @@ private:
     std::shared_ptr<Reactor> m_reactor;
     std::unique_ptr<TlsSettings> m_tlsSettings;
     std::unique_ptr<TlsStream> m_tls;
+    std::unique_ptr<SerialLine> m_serial;
     QString m_host;
     quint16 m_port = 0;
     QList<QHostAddress> m_addresses; ///< not tried yet

@@ -44,6 +44,7 @@ void LinkSocket::begin(const QString& peerName, const QHostAddress& peer, quint1
     setPeerPort(port);
     setOpenMode(ReadWrite | Unbuffered);
     setSocketState(ConnectedState);
+    m_hasReceived = false;
     if (m_translation) {
         m_translation->begin();
         m_translated.clear();
@@ -147,13 +148,30 @@ qint64 LinkSocket::receiveRaw(char* data, qint64 size)
     const ssize_t count = ::recv(m_descriptor, data, static_cast<std::size_t>(size), MSG_DONTWAIT);
     if (count > 0) {
         m_watch.passed(false, data, static_cast<int>(count));
-        return count;
+        if (!isTlsAlert(data, count)) {
+            return count;
+        }
+        fail(NetworkError,
+             QStringLiteral("the device answers in TLS; connect with 'tls', or to another port"));
+        return -1;
     }
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
         return 0;
     }
     failBySystem(count == 0 ? ECONNRESET : errno);
     return -1;
+}
+
+// How a TLS port answers what is none, RFC 8446 section 6. As a header it would tell a length that
+// no frame has, and as an RTU frame it would have a wrong CRC.
+bool LinkSocket::isTlsAlert(const char* data, qint64 size)
+{
+    constexpr std::array<char, 2> alert{0x15, 0x03};
+    constexpr std::array<char, 3> fatal{0x00, 0x02, 0x02};
+    constexpr int alertSize = 7;
+    return !std::exchange(m_hasReceived, true) && size == alertSize
+        && std::memcmp(data, alert.data(), alert.size()) == 0
+        && std::memcmp(data + 3, fatal.data(), fatal.size()) == 0;
 }
 
 // A worker function reads: before its request to drop what has come late, behind it for the reply.
@@ -255,9 +273,14 @@ qint64 LinkSocket::sendBy(Stream& stream, const char* data, qint64 size)
 
 void LinkSocket::failBySystem(int error)
 {
-    const bool closed = error == ECONNRESET || error == EPIPE;
-    fail(closed ? RemoteHostClosedError : NetworkError,
-         closed ? QStringLiteral("the device closed the connection") : qt_error_string(error));
+    const bool isClosed = error == ECONNRESET || error == EPIPE;
+    const bool isAtOnce = m_hasWritten && !m_hasReceived;
+    const char* how = isAtOnce
+        ? "the device closed the connection before any answer; it may have no "
+          "room for one more, or want TLS on this port"
+        : "the device closed the connection";
+    fail(isClosed ? RemoteHostClosedError : NetworkError,
+         isClosed ? QString::fromLatin1(how) : qt_error_string(error));
 }
 
 void LinkSocket::fail(SocketError error, const QString& why)

@@ -84,6 +84,7 @@ private:
     qint64 sendRaw(const char* data, qint64 size);
     qint64 sendTranslated(const char* data, qint64 size);
     bool mustFindNothing() const;
+    bool isTlsAlert(const char* data, qint64 size);
     void failBySystem(int error);
     void fail(SocketError error, const QString& why);
 
@@ -95,6 +96,7 @@ private:
     int m_descriptor = -1;
     bool m_hasWritten = false;
     bool m_isStale = false;
+    bool m_hasReceived = false; ///< on this connection
     Stream* m_stream = nullptr; ///< in the descriptor's place
     std::unique_ptr<Translation> m_translation;
     QByteArray m_translated; ///< not taken yet

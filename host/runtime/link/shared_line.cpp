@@ -11,7 +11,7 @@ constexpr std::size_t readSize = 4096;
 
 auto wayOf(const LinkOptions& options)
 {
-    return std::tie(options.transactionIds, options.rtu, options.tls, options.tlsCa,
+    return std::tie(options.transactionIds, options.rtu, options.serial, options.tls, options.tlsCa,
                     options.tlsCert, options.tlsKey, options.tlsName);
 }
 
@@ -76,6 +76,8 @@ void LinePlace::look()
     }
 }
 
+QString LinePlace::missing() const { return m_line ? m_line->missing() : QString(); }
+
 LinkSocket* LinePlace::socket() { return m_line ? &m_line->socket() : nullptr; }
 
 // --- the line ---
@@ -94,6 +96,7 @@ std::shared_ptr<SharedLine> SharedLine::of(const LinePlace& place, const QString
         }
     }
     auto line = std::make_shared<SharedLine>(host, port, place.m_options, place.m_framing);
+    line->m_link.setSerial(place.m_serial.get()); // for good, as what it tells may open it anew
     lines.push_back(line);
     return line;
 }

@@ -34,6 +34,11 @@ public:
 
     /// Null: no TLS. Taken by the next connection that is opened for this place.
     void setTls(std::unique_ptr<TlsSettings> settings) { m_tls = std::move(settings); }
+    /// Null: no serial line.
+    void setSerial(const SerialSettings* settings)
+    {
+        m_serial = settings != nullptr ? std::make_unique<SerialSettings>(*settings) : nullptr;
+    }
     /// Joins the connection, which is opened if there is none; \a anew: closed and opened again for
     /// everybody.
     void open(const QString& host, quint16 port, bool anew);
@@ -49,6 +54,9 @@ public:
     /// Takes in what has happened already, before the event loop comes to it.
     void look();
 
+    /// What an attempt to connect still waits for, as Link has it.
+    QString missing() const;
+
     /// Null before the first open().
     LinkSocket* socket();
 
@@ -61,6 +69,7 @@ private:
     Events m_events;
     LinkSocket::Watch m_watch;
     std::unique_ptr<TlsSettings> m_tls;
+    std::unique_ptr<SerialSettings> m_serial;
     std::shared_ptr<SharedLine> m_line; ///< kept while off, as its transaction ids go on
     State m_state = State::Off;
 };
@@ -88,6 +97,7 @@ public:
     void takeTurn(LinePlace& place, bool isOver, const LinkLife& life);
     void look(LinePlace& place);
     bool isTurnOf(const LinePlace& place) const { return m_holder == &place && !m_isTurnComing; }
+    QString missing() const { return m_link.missing(); }
     LinkSocket& socket() { return m_link.socket(); }
 
 private:

@@ -7,14 +7,14 @@ namespace {
 
 bool isWanted(const LinkOptions& options)
 {
-    return options.unit >= 0 || options.transactionIds || options.rtu;
+    return options.unit >= 0 || options.transactionIds || options.isRtu();
 }
 
 } // namespace
 
 std::unique_ptr<Translation> Translation::make(const LinkOptions& options)
 {
-    if (options.rtu) {
+    if (options.isRtu()) {
         return std::make_unique<RtuTranslation>(options);
     }
     return isWanted(options) ? std::make_unique<MbapTranslation>(options) : nullptr;
@@ -23,7 +23,7 @@ std::unique_ptr<Translation> Translation::make(const LinkOptions& options)
 std::unique_ptr<Translation> Translation::makeShared(const LinkOptions& options,
                                                      const ReplyFraming& framing)
 {
-    if (&framing == &mbapFraming() && !options.rtu) {
+    if (&framing == &mbapFraming() && !options.isRtu()) {
         return std::make_unique<MbapTranslation>(options);
     }
     return make(options);

@@ -92,15 +92,20 @@ bool WorkerShell::setLinkOptions(const LinkOptions& options, QString& refusal)
     if (refusal.isEmpty() && tls) {
         refusal = tls->load(options);
     }
+    SerialSettings serial;
+    if (refusal.isEmpty() && !options.serial.isEmpty()) {
+        refusal = serial.load(options.serial);
+    }
     if (!refusal.isEmpty()) {
         return false;
     }
     m_engine.setLinkOptions(options);
-    setUpLink(options, std::move(tls));
+    setUpLink(options, std::move(tls), options.serial.isEmpty() ? nullptr : &serial);
     return true;
 }
 
-void WorkerShell::setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls)
+void WorkerShell::setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls,
+                            const SerialSettings* serial)
 {
     if (m_place && m_worker->m_socket) {
         m_worker->m_socket = &m_link.socket();
@@ -108,6 +113,7 @@ void WorkerShell::setUpLink(const LinkOptions& options, std::unique_ptr<TlsSetti
     m_place.reset();
     if (!options.share) {
         m_link.setTls(std::move(tls));
+        m_link.setSerial(serial);
         m_link.socket().setTranslation(Translation::make(options));
         return;
     }
@@ -117,6 +123,7 @@ void WorkerShell::setUpLink(const LinkOptions& options, std::unique_ptr<TlsSetti
         {this, &WorkerShell::handleTurn},   {this, &WorkerShell::handleReadable}};
     m_place = std::make_unique<LinePlace>(options, m_engine.framing(), events, watch());
     m_place->setTls(std::move(tls));
+    m_place->setSerial(serial);
 }
 
 bool WorkerShell::connectLink(const ParameterMap& parameters, ParameterMap& result)
@@ -284,7 +291,7 @@ void WorkerShell::execute(const WorkerAction& action)
         break;
     case Kind::Look:
         m_place ? m_place->look() : m_link.look();
-        m_engine.looked(m_nowUs);
+        m_engine.looked(m_nowUs, m_place ? m_place->missing() : m_link.missing());
         break;
     case Kind::Log:
         log(action);

@@ -67,7 +67,8 @@ private:
 
     LinkSocket::Watch watch();
     LinkSocket* socketToUse();
-    void setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls);
+    void setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls,
+                   const SerialSettings* serial);
     void openLink(bool anew);
     void closeLink(bool isSpoiled);
     void askTurn();

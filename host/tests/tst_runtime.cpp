@@ -21,6 +21,7 @@ private slots:
     void refusals();
     void nothingIsReportedBeforeStartReturns();
     void aLoopInsideStartReportsOthersOnly();
+    void whatIsGivenInsideALoopOfAReportIsCarriedOut_data();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut();
     void whatFailsAtOnce_data();
     void whatFailsAtOnce();
@@ -98,9 +99,17 @@ void RuntimeTest::aLoopInsideStartReportsOthersOnly()
     QCOMPARE(object.valueOf(within), QVariant(3));
 }
 
+void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut_data()
+{
+    QTest::addColumn<bool>("isGivenInLoop");
+    QTest::newRow("in the loop") << true;
+    QTest::newRow("before it") << false;
+}
+
 // No time limit comes to its help: that of the first order is far off.
 void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
 {
+    QFETCH(bool, isGivenInLoop);
     EchoDevice device;
     RecordedObject object;
     object.connectTo(device.serverPort());
@@ -111,7 +120,11 @@ void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
         if (given == QVariant(1)) {
             QEventLoop loop;
             connect(object.plugin->orders(), &DOrders::sigOrderFinished, &loop, &QEventLoop::quit);
-            QTimer::singleShot(0, &loop, [&] { object.start(ask, value(2)); });
+            if (isGivenInLoop) {
+                QTimer::singleShot(0, &loop, [&] { object.start(ask, value(2)); });
+            } else {
+                object.start(ask, value(2));
+            }
             QTimer::singleShot(5000, &loop, &QEventLoop::quit);
             loop.exec();
         }

@@ -287,7 +287,6 @@ void Book::tick(Open& open)
 {
     ++open.outcomes;
     const qint64 nowUs = World::current()->nowUs();
-    open.lastUs = nowUs;
     // It may have been started while the process was late, so that its time is a little before.
     if (open.asked.repeats()
         && open.outcomes > (nowUs - open.sinceUs) / open.asked.intervalUs + 2) {
@@ -297,14 +296,15 @@ void Book::tick(Open& open)
 
 // Each repetition that fell due is told or counted as skipped. Those before the order was stopped
 // may be either.
-void Book::addSkipped(Counts& counts, const Open& open)
+void Book::addSkipped(Counts& counts, const Open& open, bool isOver)
 {
     if (!open.asked.repeats()) {
         return;
     }
     const auto dueAt = [&](qint64 us) { return (us - open.sinceUs) / open.asked.intervalUs + 1; };
-    counts.leastSkipped += open.outcomes > 0 ? dueAt(open.lastUs) - open.outcomes : 0;
-    counts.mostSkipped += dueAt(World::current()->nowUs()) - open.outcomes;
+    const qint64 untold = dueAt(World::current()->nowUs()) - open.outcomes;
+    counts.leastSkipped += isOver ? 0 : untold - 1; // what it skipped last was not counted any more
+    counts.mostSkipped += untold;
     ++counts.repeating;
 }
 
@@ -313,7 +313,7 @@ void Book::checkCounts(const WorkerStatistics& counted) const
     using Code = OrderFailure::Code;
     Counts counts = m_counts;
     for (const auto& [number, open] : m_open) {
-        addSkipped(counts, open);
+        addSkipped(counts, open, open.isStopped);
     }
     const auto skipped = static_cast<qint64>(counted.ticksSkipped);
     if (skipped < counts.leastSkipped - counts.repeating
@@ -355,7 +355,7 @@ void Book::ended(const DOrder& order)
     note("end", number, QByteArray::number(static_cast<int>(order.state)));
     ++m_endedOrders;
     checkEnd(*open, order);
-    addSkipped(m_counts, *open);
+    addSkipped(m_counts, *open, true);
     m_counts.stopped += open->isStopped ? 1 : 0;
     if (order.state == DOrder::State::Failed) {
         noteAnswer(number);

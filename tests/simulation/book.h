@@ -96,7 +96,6 @@ private:
         bool isStopped = false;
         bool isConfirmed = false;
         int results = 0;
-        qint64 lastUs = -1; ///< of a listen, its last outcome
         qint64 outcomes = 0;
     };
 
@@ -106,8 +105,8 @@ private:
         quint64 done = 0;
         std::map<OrderFailure::Code, quint64> failed;
         quint64 stopped = 0; ///< orders
-        qint64 leastSkipped = 0; ///< repetitions, at the last outcome of each order
-        qint64 mostSkipped = 0; ///< at its end
+        qint64 leastSkipped = 0; ///< repetitions
+        qint64 mostSkipped = 0;
         qint64 repeating = 0; ///< orders; each may be off by one, as it is started at any moment
     };
     using OpenOrders = std::map<int, Open>;
@@ -138,7 +137,7 @@ private:
     void checkHeader(const QByteArray& request);
     void checkTurn(const Open& open) const;
     void tick(Open& open);
-    static void addSkipped(Counts& counts, const Open& open);
+    static void addSkipped(Counts& counts, const Open& open, bool isOver);
     void checkCounts(const WorkerStatistics& counted) const;
     void checkDelay() const;
     void linkGone();

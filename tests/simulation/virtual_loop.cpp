@@ -34,6 +34,9 @@ bool VirtualLoop::processEvents(QEventLoop::ProcessEventsFlags flags)
         return false;
     }
     emit aboutToBlock();
+    if (m_isWoken || m_isInterrupted) {
+        return true;
+    }
     world.passTo(std::max(world.nowUs(), std::min(firstDueUs(), world.nextUs())));
     emit awake();
     callReady();

@@ -182,7 +182,7 @@ void WorkerEngine::choose(qint64 nowUs)
     const bool nobodyWaits =
         m_phase == Phase::InFlight && (m_current->stopped || m_current->id == 0);
     if (nobodyWaits && m_queue.endsLinkNext()) {
-        settle(release(), {}, {}, nowUs); // with the link goes every late reply
+        settle(takeCurrent(), {}, {}, nowUs); // with the link goes every late reply, and the turn
     }
     // One failure a turn of the loop: whoever answers each failure with a new order must not keep
     // the link from being opened again.
@@ -235,7 +235,8 @@ void WorkerEngine::failAtOnce(const QString& text, qint64 nowUs)
 // Which instruction runs is chosen once the turn is there, so that those that run once go first.
 bool WorkerEngine::mayRunNext(qint64 nowUs)
 {
-    if (m_turn.isHeld() && !m_queue.needsLinkNext() && !isKeepAliveDue(nowUs)) {
+    const bool isNeeded = m_queue.needsLinkNext() || m_queue.endsLinkNext();
+    if (m_turn.isHeld() && !isNeeded && !isKeepAliveDue(nowUs)) {
         giveTurnBack();
     }
     if (!m_link.isOpen() || m_turn.isHeld() || m_turn.isPaused(nowUs) || !m_queue.needsLinkNext()) {
@@ -565,9 +566,14 @@ void WorkerEngine::timedOut(qint64 nowUs)
 
 WorkerInstructionPtr WorkerEngine::release()
 {
+    giveTurnBack();
+    return takeCurrent();
+}
+
+WorkerInstructionPtr WorkerEngine::takeCurrent()
+{
     m_exchange.end();
     m_phase = Phase::Idle;
-    giveTurnBack();
     return std::move(m_current);
 }
 

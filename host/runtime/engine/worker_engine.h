@@ -120,6 +120,7 @@ private:
     void unasked(int size, qint64 nowUs);
 
     WorkerInstructionPtr release();
+    WorkerInstructionPtr takeCurrent();
     void settle(const WorkerInstructionPtr& instruction, const OrderFailure& failure,
                 ParameterMap reply, qint64 nowUs);
     void failWaiting(const QString& why, qint64 nowUs);

@@ -49,8 +49,6 @@ public:
     void beginRequest();
     /// Another worker asks from here on, and this unit, where a translation says that.
     void beginTurn(int unit);
-    /// The request that begins has left, at least in part.
-    bool hasWritten() const { return m_hasWritten; }
     /// A late reply is never taken for another one's.
     bool tellsRepliesApart() const;
     /// Nobody waits for a reply any more.

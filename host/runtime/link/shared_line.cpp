@@ -188,9 +188,9 @@ void SharedLine::leaveTurn(const LinePlace& place)
     if (m_holder != &place) {
         return;
     }
-    const bool wasAsked = !m_isTurnComing && socket().hasWritten();
+    const bool hasAsked = !m_isTurnComing && m_hasAsked;
     forgetTurn();
-    if (wasAsked && !socket().tellsRepliesApart()) {
+    if (hasAsked) { // even where replies are told apart: no second request leaves beside it
         spoilLater();
     } else {
         grantNext();
@@ -347,6 +347,7 @@ void SharedLine::beginTurn(LinePlace& place)
     m_holder = &place;
     m_lastHolder = &place;
     m_isTurnComing = false;
+    m_hasAsked = false;
     removeAll(m_places, &place);
     m_places.push_back(&place);
     socket().beginTurn(place.m_options.unit);
@@ -413,6 +414,7 @@ void SharedLine::tell(const Notice& notice)
 
 void SharedLine::handleWritten(const char* data, int size)
 {
+    m_hasAsked = true;
     if (m_holder != nullptr) {
         m_holder->m_watch.written(data, size);
     }

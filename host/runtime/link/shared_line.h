@@ -148,6 +148,7 @@ private:
     std::deque<LinePlace*> m_waiting; ///< for the turn
     LinePlace* m_holder = nullptr; ///< of the turn
     bool m_isTurnComing = false; ///< the holder has not been told yet
+    bool m_hasAsked = false; ///< the holder has, and may wait for a reply
     LinePlace* m_lastHolder = nullptr; ///< who hears of what belongs to nobody
     std::deque<Notice> m_notices;
     Deadline m_due;

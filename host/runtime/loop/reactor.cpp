@@ -1,7 +1,9 @@
 #include <runtime/loop/reactor.h>
 
+#include <runtime/loop/before_sleep.h>
 #include <runtime/loop/deadline.h>
 
+#include <QAbstractEventDispatcher>
 #include <QEvent>
 
 #include <sys/epoll.h>
@@ -187,5 +189,32 @@ void Reactor::startForFirst(qint64 nowUs)
 {
     if (!m_deadlines.empty() && m_deadlines.begin()->first < m_startedForUs) {
         startTimer(m_deadlines.begin()->first, nowUs);
+    }
+}
+
+// --- before sleep ---
+
+void Reactor::callBeforeSleep(BeforeSleep* one)
+{
+    if (!m_sleep) {
+        m_sleep = connect(QAbstractEventDispatcher::instance(),
+                          &QAbstractEventDispatcher::aboutToBlock, this, &Reactor::loopSleeps);
+    }
+    m_beforeSleep.push_back(one);
+}
+
+void Reactor::forget(const BeforeSleep* one)
+{
+    m_beforeSleep.erase(std::remove(m_beforeSleep.begin(), m_beforeSleep.end(), one),
+                        m_beforeSleep.end());
+}
+
+void Reactor::loopSleeps()
+{
+    const std::shared_ptr<Reactor> keep = shared_from_this(); // a handler may let go of it
+    while (!m_beforeSleep.empty()) {
+        BeforeSleep* last = m_beforeSleep.back();
+        m_beforeSleep.pop_back();
+        last->come();
     }
 }

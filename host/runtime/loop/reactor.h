@@ -12,6 +12,7 @@
 #include <memory>
 #include <vector>
 
+class BeforeSleep;
 class Deadline;
 
 /// Microseconds of a clock that never goes back.
@@ -49,6 +50,7 @@ protected:
     void timerEvent(QTimerEvent* event) override;
 
 private:
+    friend class BeforeSleep;
     friend class Deadline;
     using Deadlines = std::multimap<qint64, Deadline*>; ///< of one time in order of setting
 
@@ -74,6 +76,12 @@ private:
     quint32 m_generation = 0;
     std::unique_ptr<QSocketNotifier> m_notifier;
 
+    void callBeforeSleep(BeforeSleep* one);
+    void forget(const BeforeSleep* one);
+    void loopSleeps();
+
+    std::vector<BeforeSleep*> m_beforeSleep;
+    QMetaObject::Connection m_sleep; ///< of the thread's event loop
     Deadlines m_deadlines;
     QBasicTimer m_timer;
     qint64 m_startedForUs = std::numeric_limits<qint64>::max();

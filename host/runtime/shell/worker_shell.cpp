@@ -28,6 +28,7 @@ unsigned systemSeed()
 
 WorkerShell::WorkerShell(DAbstractWorker& worker)
     : m_worker(&worker), m_due({this, &WorkerShell::handleDue}),
+      m_leftInCall({this, &WorkerShell::handleSleep}),
       m_link({{this, &WorkerShell::handleOpened},
               {this, &WorkerShell::handleFailed},
               {this, &WorkerShell::handleReadable}},
@@ -233,6 +234,17 @@ void WorkerShell::noteEnd()
 void WorkerShell::performFromOutside()
 {
     if (m_depth == 0 || loopLevel() > m_loopLevel) {
+        perform();
+    } else {
+        m_leftInCall.set();
+    }
+}
+
+// Something was asked for inside a call, and that call runs an event loop now.
+void WorkerShell::handleSleep()
+{
+    if (m_depth > 0 && m_worker != nullptr) {
+        m_nowUs = steadyNowUs();
         perform();
     }
 }

@@ -3,6 +3,7 @@
 #include <runtime/engine/worker_engine.h>
 #include <runtime/link/link.h>
 #include <runtime/link/shared_line.h>
+#include <runtime/loop/before_sleep.h>
 #include <runtime/loop/deadline.h>
 #include <runtime/shell/lingering.h>
 
@@ -61,6 +62,7 @@ private:
     void handleReplaced(const QString& why);
     void handleTurn(const LinkLife& life);
     void handleDue();
+    void handleSleep();
     void handleWritten(const char* data, int size);
     void handleDrained(int size);
     void handleDropped(int size, int replies);
@@ -96,6 +98,7 @@ private:
     DAbstractWorker::FrameTracer m_tracer;
     OutcomeHandler m_outcomeHandler;
     Deadline m_due;
+    BeforeSleep m_leftInCall; ///< what is left to perform until a call returns
     std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in the other's place
     Link m_link;
     WorkerEngine m_engine;

@@ -21,14 +21,13 @@ class Chameleon : public DAbstractCommand
 {
 public:
     explicit Chameleon(const ParameterMap& parameters)
-        : DAbstractCommand(QStringLiteral("change"), parameters, nullptr)
+        : DAbstractCommand("change", parameters, nullptr)
     {
-        const QString letters =
-            parameters.value(QStringLiteral("declares"), QStringLiteral("abR")).toString();
+        const QString letters = parameters.value("declares", "abR").toString();
         for (const QChar letter : letters) {
             const auto declare =
                 letter.isUpper() ? &Chameleon::declareAResult : &Chameleon::declareAParameter;
-            (this->*declare)(letter, QStringLiteral("vart"), QString(), QVariant());
+            (this->*declare)(letter, "vart", QString(), QVariant());
         }
     }
 
@@ -110,11 +109,11 @@ void HostValuesTest::words()
 void HostValuesTest::mapsAsText()
 {
     const QVariantMap nested{
-        {QStringLiteral("a"), 2},
-        {QStringLiteral("b"), QStringLiteral("say \"hi\"\n")},
-        {QStringLiteral("c"), QByteArray::fromHex("01FF")},
-        {QStringLiteral("d"), QVariantList{true, QVariantMap{}}},
-        {QStringLiteral("e"), QVariant()},
+        {"a", 2},
+        {"b", "say \"hi\"\n"},
+        {"c", QByteArray::fromHex("01FF")},
+        {"d", QVariantList{true, QVariantMap{}}},
+        {"e", QVariant()},
     };
     const char* text = "{\"a\": 2, \"b\": \"say \\\"hi\\\"\\u000a\", \"c\": 01ff, "
                        "\"d\": [true, {}], \"e\": <none>}";
@@ -127,8 +126,7 @@ void HostValuesTest::parameters()
 {
     QFETCH(QStringList, cells);
     const QString name = cells[0];
-    QList<Declaration> declared{
-        {QStringLiteral("q"), QStringLiteral("ui16"), QString(), QVariant(80)}};
+    QList<Declaration> declared{{"q", "ui16", QString(), QVariant(80)}};
     if (!cells[1].isEmpty()) {
         declared.append({name, cells[1], QString(), QVariant()});
     }
@@ -136,9 +134,9 @@ void HostValuesTest::parameters()
     QString error;
     const bool isTaken = checkParameters(declared, parameters, &error);
     QCOMPARE(isTaken ? typed(parameters.value(name)) : QString(), cells[3]);
-    const QString refusal = QStringLiteral("parameter '") + name + cells.value(4);
+    const QString refusal = "parameter '" + name + cells.value(4);
     QVERIFY2(isTaken || error.startsWith(refusal), qPrintable(error));
-    QVERIFY(!isTaken || parameters.value(QStringLiteral("q")) == QVariant(80));
+    QVERIFY(!isTaken || parameters.value("q") == QVariant(80));
 }
 
 void HostValuesTest::frameLengths_data() { addRows("frame_lengths"); }
@@ -146,7 +144,7 @@ void HostValuesTest::frameLengths_data() { addRows("frame_lengths"); }
 void HostValuesTest::frameLengths()
 {
     QFETCH(QStringList, cells);
-    const bool isLine = cells[0] == QLatin1String("line");
+    const bool isLine = cells[0] == "line";
     const QByteArray bytes =
         QByteArray(cells[1].toInt(), 'x') + QByteArray::fromHex(cells[2].toLatin1());
     const ReplyFraming& framing = isLine ? lineFraming() : mbapFraming();
@@ -204,11 +202,10 @@ class ProbeCommand : public DAbstractCommand
 {
 public:
     ProbeCommand(const ParameterMap& parameters, QObject* owner, QStringList& found)
-        : DAbstractCommand(QStringLiteral("probe"), parameters, owner), m_owner(owner),
-          m_found(found)
+        : DAbstractCommand("probe", parameters, owner), m_owner(owner), m_found(found)
     {
-        declareAResult(getParameterValue(QStringLiteral("result"), QVariant()).toString(),
-                       QStringLiteral("vart"), QString(), QVariant());
+        declareAResult(getParameterValue("result", QVariant()).toString(), "vart", QString(),
+                       QVariant());
     }
 
     QSharedPointer<ICommand> createCommand(const ParameterMap& parameters) const override
@@ -218,8 +215,7 @@ public:
 
     bool commandExecute() override
     {
-        m_found << (parent() == nullptr ? QStringLiteral("no parent") : QStringLiteral("parent"))
-                << commandResults().value(0).name;
+        m_found << (parent() == nullptr ? "no parent" : "parent") << commandResults().value(0).name;
         return false;
     }
 
@@ -231,10 +227,7 @@ private:
 class ProbePlugin : public DAbstractPlugin
 {
 public:
-    ProbePlugin()
-        : DAbstractPlugin(QUuid(), QStringLiteral("Probe"), TypeDriver, 1, QUuid(), nullptr, false)
-    {
-    }
+    ProbePlugin() : DAbstractPlugin(QUuid(), "Probe", TypeDriver, 1, QUuid(), nullptr, false) { }
 
     void initPluginCommands() override
     {
@@ -252,10 +245,9 @@ void HostValuesTest::commandsOfOrders()
 {
     ProbePlugin plugin;
     plugin.initPluginCommands();
-    plugin.orders()->start(QStringLiteral("probe"),
-                           {{QStringLiteral("result"), QStringLiteral("level")}});
-    QCOMPARE(plugin.found.join(QLatin1String(", ")), QStringLiteral("no parent, level"));
-    QCOMPARE(plugin.command(QStringLiteral("probe"))->parent(), &plugin);
+    plugin.orders()->start("probe", {{"result", "level"}});
+    QCOMPARE(plugin.found.join(", "), "no parent, level");
+    QCOMPARE(plugin.command("probe")->parent(), &plugin);
     QCOMPARE(plugin.findChildren<DAbstractCommand*>().size(), 1);
 }
 
@@ -274,7 +266,7 @@ void HostValuesTest::commandsThatDeclareOtherwise()
     const Chameleon prototype({});
     orders.addPrototype(&prototype);
     for (int i = 0; i < 2; ++i) {
-        QVERIFY(orders.start(QStringLiteral("change"), map("declares", declares)) != 0);
+        QVERIFY(orders.start("change", map("declares", declares)) != 0);
         QCOMPARE(Chameleon::declared, declares);
     }
 }

@@ -10,7 +10,7 @@ inline void addRows(const char* name, const char* test = __builtin_FILE())
 {
     QTest::addColumn<QStringList>("cells");
     const QString path = QStringLiteral("tables/%1.txt").arg(QLatin1String(name));
-    QFile table(QTest::qFindTestData(path, test, __builtin_LINE(), QT_TESTCASE_BUILDDIR));
+    QFile table(QTest::qFindTestData(path, test, __LINE__, QT_TESTCASE_BUILDDIR));
     if (!table.open(QIODevice::ReadOnly)) {
         qFatal("no table %s", name);
     }

@@ -1,12 +1,21 @@
 """Programs that the end-to-end tests start, and end, whatever happens."""
 
 import json
+import pathlib
 import signal
 import socket
 import subprocess
 import threading
 
 PATIENCE = 100  # seconds until something that hangs is given up
+
+
+def table(name):
+    """The fields of each row of tables/NAME.txt."""
+    path = pathlib.Path(__file__).parent / "tables" / (name + ".txt")
+    lines = path.read_text(encoding="utf-8").splitlines()
+    return [[field.strip() for field in line.split("|")] for line in lines
+            if line and not line.startswith("#")]
 
 
 def parse(line):

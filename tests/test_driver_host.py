@@ -14,7 +14,7 @@ import unittest
 
 from pymodbus.client import ModbusTcpClient
 
-from programs import PATIENCE, Device, Program, free_port, parse
+from programs import PATIENCE, Device, Program, free_port, parse, table
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 HOST = os.environ["DRIVER_HOST"]
@@ -119,21 +119,6 @@ class Info(EndToEnd):
 
 
 class Read(EndToEnd):
-    ROWS = [
-        # type, register, count, values
-        ("holdingRegisters", 100, 3, [258, 772, 1286]),
-        ("holdingRegisters", 9998, 1, [0]),
-        ("holdingRegisters", 100, 63, [258, 772, 1286, 1800, 2314, 2828, 3342, 3856, 4370, 4884]
-         + [0] * 53),
-        ("inputRegisters", 200, 2, [7, 65535]),
-        # Packed, and of the last byte only the last bit asked for is kept: 49 92 gives 49 80.
-        ("coilsRegister", 0, 16, [0x4980]),
-        ("coilsRegister", 0, 7, [0x40]),
-        ("coilsRegister", 0, 1, [0x01]),
-        ("coilsRegister", 2, 8, [0x80]),
-        ("coilsRegister", 1, 9, [0x2401]),
-        ("inputStatus", 0, 16, [0x2180]),
-    ]
     SERVER_IDS = {
         "device-simulator": b"\x01\xffdevice-simulator 1.0.0",
         "libmodbus server": b"\xb4\xffLMB",
@@ -141,10 +126,11 @@ class Read(EndToEnd):
     }
 
     def test_values(self):
-        self.on_every_device(self.check_values, self.ROWS)
+        self.on_every_device(self.check_values, table("reads"))
 
     def check_values(self, device, kind, register, count, values):
         options = ["--raw", "--register-type", kind, "--register", register, "--data-size", count]
+        values = [int(value, 0) for value in values.split()]
         done = run("read", PORTS[device], "--format", "json", *options)
         self.assertEnded(done, 0)
         self.assertEqual([e["value"] for e in events(done.stdout)], [values])
@@ -169,35 +155,24 @@ class Read(EndToEnd):
 
 
 class Write(EndToEnd):
-    ROWS = [
-        # type, register, data, table and values that another client then reads there
-        ("coilsRegister", 301, "1", "coils", "1"),
-        ("coilsRegister", 303, "0", "coils", "0"),
-        ("multipleCoils", 341, "on,off,1,true,0", "coils", "1 0 1 1 0"), # one by one
-        ("coilsRegister", 350, "1,1,0,1", "coils", "1 1 0 1"),
-        ("singleRegister", 310, "0x1234", "holding", "4660"),
-        ("multipleRegisters", 320, "258,0x304,65535", "holding", "258 772 65535"),
-        ("multipleRegisters", 400, "0" + 120 * ",65535", "holding", "0" + 120 * " 65535"),
-    ]
-
     def write(self, device, kind, register, data, *options):
         return run("write", PORTS[device], "--register-type", kind, "--register", register,
                    "--data", data, *options)
 
-    def assertHolds(self, device, table, register, values):
+    def assertHolds(self, device, kept, register, values):
         with ModbusTcpClient("127.0.0.1", PORTS[device]) as client:
-            ask = client.read_coils if table == "coils" else client.read_holding_registers
+            ask = client.read_coils if kept == "coils" else client.read_holding_registers
             wanted = list(map(int, values.split()))
-            reply = ask(register, len(wanted), slave=0)
-            found = reply.bits if table == "coils" else reply.registers
+            reply = ask(int(register), len(wanted), slave=0)
+            found = reply.bits if kept == "coils" else reply.registers
             self.assertEqual(found[:len(wanted)], wanted)
 
     def test_read_back_by_another_client(self):
-        self.on_every_device(self.check_write, self.ROWS)
+        self.on_every_device(self.check_write, table("writes"))
 
-    def check_write(self, device, kind, register, data, table, values):
+    def check_write(self, device, kind, register, data, kept, values):
         self.assertEnded(self.write(device, kind, register, data), 0)
-        self.assertHolds(device, table, register, values)
+        self.assertHolds(device, kept, register, values)
 
     def test_multiple_coils_travel_as_words(self):
         """Three words where three bits are due: libmodbus takes the first bits of them, stricter

@@ -15,7 +15,7 @@ import tempfile
 import threading
 import unittest
 
-from programs import PATIENCE, Device, Program, parse
+from programs import PATIENCE, Device, Program, parse, table
 
 sys.path.append(str(pathlib.Path(__file__).parent / "devices"))
 from certificates import AUTHORITY, USUAL, Certificates  # noqa: E402
@@ -24,21 +24,8 @@ from serial_device import SerialDevice  # noqa: E402
 import raw_device  # noqa: E402  its tables, and what it answers
 
 HOST = os.environ["DRIVER_HOST"]
-ORDERS = [  # command, its parameters, what comes of it
-    ("read", ("coilsRegister", 0, 9), [0x4900]),
-    ("read", ("inputStatus", 0, 16), [0x2180]),
-    ("read", ("holdingRegisters", 100, 63), [258, 772, 1286, 1800, 2314, 2828, 3342, 3856, 4370, 4884]
-     + [0] * 53),
-    ("read", ("inputRegisters", 200, 2), [7, 65535]),
-    ("read", ("holdingRegisters", 9999, 1), "device_exception 2"),
-    ("write", ("coilsRegister", 301, [1]), [1]),
-    ("write", ("singleRegister", 310, [4660]), [1]),
-    ("write", ("multipleCoils", 331, [0x0500, 0, 0]), "device_exception 3"),
-    ("write", ("multipleRegisters", 320, list(range(121))), [1]),
-    ("deviceInformation", (), "its identity"),
-    ("read", ("holdingRegisters", 310, 1), [4660]),
-    ("read", ("holdingRegisters", 439, 2), [119, 120]),
-]
+ORDERS = [(command, json.loads(values), json.loads(result))
+          for command, values, result in table("link_orders")]
 
 
 def order(number, device, command, values):

@@ -16,7 +16,7 @@ import sys
 import tempfile
 import unittest
 
-from programs import PATIENCE, Device, Program, parse
+from programs import PATIENCE, Device, Program, parse, table
 
 HERE = pathlib.Path(__file__).parent
 RAW_DEVICE = str(HERE / "devices" / "raw_device.py")
@@ -161,9 +161,7 @@ class Play:
 
 class Outcomes(unittest.TestCase):
     def setUp(self):
-        text = (HERE / "tables" / "outcomes.txt").read_text(encoding="utf-8")
-        lines = [line for line in text.splitlines() if line and not line.startswith("#")]
-        rows = [[field.strip() for field in line.split("|")] for line in lines]
+        rows = table("outcomes")
         self.never = {(row[1], row[2]) for row in rows if row[0] == "never"}
         self.rows = [(row + ["", ""])[:6] for row in rows if row[0] != "never"]
 

@@ -12,10 +12,9 @@ import sys
 import threading
 import unittest
 
-from programs import Device, Program
+from programs import Device, Program, table
 
 HERE = pathlib.Path(__file__).parent
-TABLE = HERE / "tables" / "recording.txt"
 
 
 class Recorder:
@@ -75,24 +74,18 @@ def record(line, device):
     return " ".join(recorder.heard)
 
 
-def rows():
-    for line in TABLE.read_text(encoding="utf-8").splitlines():
-        if line and not line.startswith("#"):
-            yield [field.strip() for field in line.split("|")]
-
-
 class Recording(unittest.TestCase):
     def test_session(self):
         device = Device([sys.executable, str(HERE / "devices" / "raw_device.py")])
         self.addCleanup(device.close)
-        for line, wanted in rows():
+        for line, wanted in table("recording"):
             with self.subTest(line):
                 self.assertEqual(record(line, device.port), wanted)
 
 
 if __name__ == "__main__" and sys.argv[1:] == ["--record"]:
     DEVICE = Device([sys.executable, str(HERE / "devices" / "raw_device.py")])
-    for row in rows():
+    for row in table("recording"):
         print(row[0], "|", record(row[0], DEVICE.port))
     DEVICE.end()
 elif __name__ == "__main__":

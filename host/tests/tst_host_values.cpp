@@ -7,9 +7,7 @@
 #include <runtime/engine/round_trips.h>
 #include <utilities/utilities.h>
 
-#include <QtTest>
-
-#include <limits>
+#include "table.h"
 
 namespace {
 
@@ -23,14 +21,13 @@ class Chameleon : public DAbstractCommand
 {
 public:
     explicit Chameleon(const ParameterMap& parameters)
-        : DAbstractCommand(QStringLiteral("change"), parameters, nullptr)
+        : DAbstractCommand("change", parameters, nullptr)
     {
-        const QString letters =
-            parameters.value(QStringLiteral("declares"), QStringLiteral("abR")).toString();
+        const QString letters = parameters.value("declares", "abR").toString();
         for (const QChar letter : letters) {
             const auto declare =
                 letter.isUpper() ? &Chameleon::declareAResult : &Chameleon::declareAParameter;
-            (this->*declare)(letter, QStringLiteral("vart"), QString(), QVariant());
+            (this->*declare)(letter, "vart", QString(), QVariant());
         }
     }
 
@@ -74,31 +71,15 @@ private slots:
     void commandsThatDeclareOtherwise();
 };
 
-void HostValuesTest::versions_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QChar>("separator");
-    QTest::addColumn<quint64>("version");
-    QTest::addColumn<bool>("good");
-    const QChar dot = QLatin1Char('.');
-    QTest::newRow("two fields") << "1.0" << dot << Q_UINT64_C(0x0001000000000000) << true;
-    QTest::newRow("four fields") << "1.2.3.4" << dot << Q_UINT64_C(0x0001000200030004) << true;
-    QTest::newRow("widest") << "65535" << dot << Q_UINT64_C(0xFFFF000000000000) << true;
-    QTest::newRow("other separator")
-        << "2-7" << QChar(QLatin1Char('-')) << Q_UINT64_C(0x0002000700000000) << true;
-    QTest::newRow("field too large") << "1.65536" << dot << Q_UINT64_C(0) << false;
-    QTest::newRow("five fields") << "1.2.3.4.5" << dot << Q_UINT64_C(0) << false;
-    QTest::newRow("letters") << "1.x" << dot << Q_UINT64_C(0) << false;
-    QTest::newRow("empty") << "" << dot << Q_UINT64_C(0) << false;
-}
+void HostValuesTest::versions_data() { addRows("versions"); }
 
 void HostValuesTest::versions()
 {
-    QFETCH(QString, text);
-    QFETCH(QChar, separator);
+    QFETCH(QStringList, cells);
     bool ok = false;
-    QTEST(quint64(versionFromString(text, &ok, separator)), "version");
-    QTEST(ok, "good");
+    const quint64 version = versionFromString(cells[0], &ok, cells[1].at(0));
+    QCOMPARE(version, cells[2].toULongLong(nullptr, 16));
+    QCOMPARE(ok, !cells[2].isEmpty());
 }
 
 void HostValuesTest::words_data()
@@ -128,142 +109,46 @@ void HostValuesTest::words()
 void HostValuesTest::mapsAsText()
 {
     const QVariantMap nested{
-        {QStringLiteral("a"), 2},
-        {QStringLiteral("b"), QStringLiteral("say \"hi\"\n")},
-        {QStringLiteral("c"), QByteArray::fromHex("01FF")},
-        {QStringLiteral("d"), QVariantList{true, QVariantMap{}}},
-        {QStringLiteral("e"), QVariant()},
+        {"a", 2},
+        {"b", "say \"hi\"\n"},
+        {"c", QByteArray::fromHex("01FF")},
+        {"d", QVariantList{true, QVariantMap{}}},
+        {"e", QVariant()},
     };
     const char* text = "{\"a\": 2, \"b\": \"say \\\"hi\\\"\\u000a\", \"c\": 01ff, "
                        "\"d\": [true, {}], \"e\": <none>}";
     QCOMPARE(convVariantMapToString(nested), QString::fromLatin1(text));
 }
 
-void HostValuesTest::parameters_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("tag"); // empty: the parameter is not declared
-    QTest::addColumn<QVariant>("given");
-    QTest::addColumn<QVariant>("taken");
-    QTest::addColumn<QString>("refusal"); // what it begins with; empty: taken
-    const auto text = [](const char* t) { return QVariant(QString::fromLatin1(t)); };
-    const auto list = [](const QVariantList& values) { return QVariant(values); };
-    const auto good = [](const char* name, const char* tag, const QVariant& given,
-                         const QVariant& taken) {
-        QTest::newRow(name) << "p" << tag << given << taken << QString();
-    };
-    const auto bad = [](const char* name, const char* tag, const QVariant& given,
-                        const char* refusal) {
-        QTest::newRow(name) << "p" << tag << given << QVariant() << QString::fromLatin1(refusal);
-    };
-    const auto free = [](const char* name, const char* parameter, const QVariant& given,
-                         const QVariant& taken) { // invalid: refused
-        QTest::newRow(name) << parameter << QString() << given << taken
-                            << QString::fromLatin1(taken.isValid() ? "" : parameter);
-    };
-    good("number", "ui16", 65535, 65535);
-    good("number as text", "ui16", text(" 100 "), 100u);
-    good("hexadecimal text", "ui16", text("0x0102"), 258u);
-    good("leading zero is decimal", "ui16", text("010"), 10u);
-    good("whole real", "ui16", 2.0, 2u);
-    bad("broken real", "ui16", 2.5, "p': '2.5' is not a number 0 to 65535");
-    bad("negative", "ui16", -1, "p': '-1' is not a number 0 to 65535");
-    bad("too large", "ui16", 65536, "p': '65536' is not a number 0 to 65535");
-    bad("too large for words", "ui16", qlonglong(4294967301), "p': '4294967301' is not a number 0");
-    bad("word", "ui16", text("abc"), "p': 'abc' is not a number 0 to 65535");
-    bad("twice hexadecimal", "ui16", text("0x0x5"), "p': '0x0x5' is not a number 0 to 65535");
-    bad("list as number", "ui16", list({1}), "p': '[1]' is not a number");
-    bad("bool as number", "ui16", true, "p': 'true' is not a number");
-    good("bool", "bool", text("TRUE"), true);
-    bad("no bool", "bool", text("maybe"), "p': 'maybe' is not true or false");
-    good("text", "strg", text("10.0.0.1"), text("10.0.0.1"));
-    good("number as a text", "strg", 5, text("5"));
-    good("digits", "strg", text("4294967301"), text("4294967301"));
-    bad("broken real as a text", "strg", 1.5, "p': '1.5' is not a text");
-    bad("list as text", "strg", list({}), "p': '[]' is not a text");
-    good("list", "varL", list({1}), list({1}));
-    bad("no list", "varL", 1, "p': '1' is not a list");
-    bad("broken real in a list", "varL", list({1, 2.5}), "p[1]': '2.5' is not a whole number -2");
-    good("whole real in a list", "vart", list({1.0, text("x")}), list({1, text("x")}));
-    bad("deep", "vart", list({1, QVariantMap{{QStringLiteral("a"), list({true, 1e300})}}}),
-        "p[1].a[1]': '1e+300' is not a whole number");
-    good("least", "vart", -2147483648.0, std::numeric_limits<int>::min());
-    good("most", "vart", qlonglong(4294967295), 4294967295u);
-    bad("one less", "vart", qlonglong(-2147483649), "p': '-2147483649' is not a whole number");
-    bad("one more", "vart", 4294967296.0, "p': '4294967296' is not a whole number");
-    bad("no number", "vart", qQNaN(), "p': 'nan' is not a whole number");
-    bad("text of one more", "vart", list({text("4294967296")}), "p[0]': '4294967296' is not a");
-    good("text of a fraction", "vart", text("1.6"), text("1.6"));
-    const char* interval = "recurrentInterval";
-    free("undeclared text", "x", text("4294967301"), text("4294967301"));
-    free("undeclared whole real", "x", 7.0, 7);
-    free("undeclared negative", "x", -5, -5);
-    free("undeclared broken real", "x", 1.6, {});
-    free("wrapping number", "keepAliveFunctionRegister", qlonglong(4294967301), {});
-    free("longest interval", interval, 86400000, 86400000);
-    free("interval as text", interval, text("0x14"), 20);
-    free("no interval", interval, 0, {});
-    free("too long an interval", interval, 86400001, {});
-    free("wrapping interval", interval, qlonglong(4294967301), {});
-    free("wrapping interval as text", interval, text("4294967301"), {});
-    free("interval that is no number", interval, text("soon"), {});
-}
+void HostValuesTest::parameters_data() { addRows("parameters"); }
 
 void HostValuesTest::parameters()
 {
-    QFETCH(QString, name);
-    QFETCH(QString, tag);
-    QFETCH(QVariant, given);
-    QFETCH(QVariant, taken);
-    QFETCH(QString, refusal);
-    QList<Declaration> declared{
-        {QStringLiteral("q"), QStringLiteral("ui16"), QString(), QVariant(80)}};
-    if (!tag.isEmpty()) {
-        declared.append({name, tag, QString(), QVariant()});
+    QFETCH(QStringList, cells);
+    const QString name = cells[0];
+    QList<Declaration> declared{{"q", "ui16", QString(), QVariant(80)}};
+    if (!cells[1].isEmpty()) {
+        declared.append({name, cells[1], QString(), QVariant()});
     }
-    QVariantMap parameters{{name, given}};
+    QVariantMap parameters{{name, valueIn(cells[2])}};
     QString error;
-    QCOMPARE(checkParameters(declared, parameters, &error), refusal.isEmpty());
-    if (!refusal.isEmpty()) {
-        QVERIFY2(error.startsWith(QStringLiteral("parameter '") + refusal), qPrintable(error));
-        return;
-    }
-    QCOMPARE(parameters.value(name), taken);
-    QCOMPARE(parameters.value(name).userType(), taken.userType());
-    QCOMPARE(parameters.value(QStringLiteral("q")), QVariant(80));
+    const bool isTaken = checkParameters(declared, parameters, &error);
+    QCOMPARE(isTaken ? typed(parameters.value(name)) : QString(), cells[3]);
+    const QString refusal = "parameter '" + name + cells.value(4);
+    QVERIFY2(isTaken || error.startsWith(refusal), qPrintable(error));
+    QVERIFY(!isTaken || parameters.value("q") == QVariant(80));
 }
 
-void HostValuesTest::frameLengths_data()
-{
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<int>("length"); // 0: more is needed, -1: implausible
-    QTest::addColumn<bool>("text"); // a line
-    const auto line = [](const char* name, const QByteArray& bytes, int length) {
-        QTest::newRow(name) << bytes << length << true;
-    };
-    const QByteArray longLine(1023, 'x');
-    line("no line yet", "level 20.5", 0);
-    line("the first of two lines", "a 1\r\nb 2\r\n", 5);
-    line("longest line", longLine + '\n', 1024);
-    line("still a line", longLine, 0);
-    line("endless line", longLine + 'x', -1);
-    line("line too long", longLine + "x\n", -1);
-    QTest::newRow("nothing") << QByteArray() << 0 << false;
-    QTest::newRow("header not whole") << QByteArray::fromHex("aabb000000") << 0 << false;
-    QTest::newRow("rest to come") << QByteArray::fromHex("aabb00000007") << 13 << false;
-    QTest::newRow("shortest body") << QByteArray::fromHex("aabb00000002") << 8 << false;
-    QTest::newRow("longest body") << QByteArray::fromHex("aabb000000fe") << 260 << false;
-    QTest::newRow("body too short") << QByteArray::fromHex("aabb00000001") << -1 << false;
-    QTest::newRow("body too long") << QByteArray::fromHex("aabb000000ff") << -1 << false;
-    QTest::newRow("high byte counts") << QByteArray::fromHex("aabb00000102") << -1 << false;
-}
+void HostValuesTest::frameLengths_data() { addRows("frame_lengths"); }
 
 void HostValuesTest::frameLengths()
 {
-    QFETCH(QByteArray, bytes);
-    QFETCH(bool, text);
-    const ReplyFraming& framing = text ? lineFraming() : mbapFraming();
-    QTEST(framing.frameLength(bytes.constData(), bytes.size()), "length");
+    QFETCH(QStringList, cells);
+    const bool isLine = cells[0] == "line";
+    const QByteArray bytes =
+        QByteArray(cells[1].toInt(), 'x') + QByteArray::fromHex(cells[2].toLatin1());
+    const ReplyFraming& framing = isLine ? lineFraming() : mbapFraming();
+    QCOMPARE(framing.frameLength(bytes.constData(), bytes.size()), cells[3].toInt());
 }
 
 void HostValuesTest::roundTrips()
@@ -317,11 +202,10 @@ class ProbeCommand : public DAbstractCommand
 {
 public:
     ProbeCommand(const ParameterMap& parameters, QObject* owner, QStringList& found)
-        : DAbstractCommand(QStringLiteral("probe"), parameters, owner), m_owner(owner),
-          m_found(found)
+        : DAbstractCommand("probe", parameters, owner), m_owner(owner), m_found(found)
     {
-        declareAResult(getParameterValue(QStringLiteral("result"), QVariant()).toString(),
-                       QStringLiteral("vart"), QString(), QVariant());
+        declareAResult(getParameterValue("result", QVariant()).toString(), "vart", QString(),
+                       QVariant());
     }
 
     QSharedPointer<ICommand> createCommand(const ParameterMap& parameters) const override
@@ -331,8 +215,7 @@ public:
 
     bool commandExecute() override
     {
-        m_found << (parent() == nullptr ? QStringLiteral("no parent") : QStringLiteral("parent"))
-                << commandResults().value(0).name;
+        m_found << (parent() == nullptr ? "no parent" : "parent") << commandResults().value(0).name;
         return false;
     }
 
@@ -344,10 +227,7 @@ private:
 class ProbePlugin : public DAbstractPlugin
 {
 public:
-    ProbePlugin()
-        : DAbstractPlugin(QUuid(), QStringLiteral("Probe"), TypeDriver, 1, QUuid(), nullptr, false)
-    {
-    }
+    ProbePlugin() : DAbstractPlugin(QUuid(), "Probe", TypeDriver, 1, QUuid(), nullptr, false) { }
 
     void initPluginCommands() override
     {
@@ -365,10 +245,9 @@ void HostValuesTest::commandsOfOrders()
 {
     ProbePlugin plugin;
     plugin.initPluginCommands();
-    plugin.orders()->start(QStringLiteral("probe"),
-                           {{QStringLiteral("result"), QStringLiteral("level")}});
-    QCOMPARE(plugin.found.join(QLatin1String(", ")), QStringLiteral("no parent, level"));
-    QCOMPARE(plugin.command(QStringLiteral("probe"))->parent(), &plugin);
+    plugin.orders()->start("probe", {{"result", "level"}});
+    QCOMPARE(plugin.found.join(", "), "no parent, level");
+    QCOMPARE(plugin.command("probe")->parent(), &plugin);
     QCOMPARE(plugin.findChildren<DAbstractCommand*>().size(), 1);
 }
 
@@ -387,7 +266,7 @@ void HostValuesTest::commandsThatDeclareOtherwise()
     const Chameleon prototype({});
     orders.addPrototype(&prototype);
     for (int i = 0; i < 2; ++i) {
-        QVERIFY(orders.start(QStringLiteral("change"), map("declares", declares)) != 0);
+        QVERIFY(orders.start("change", map("declares", declares)) != 0);
         QCOMPARE(Chameleon::declared, declares);
     }
 }

@@ -1,15 +1,11 @@
 #include "echo_device.h"
 #include "recorded_object.h"
-
-#include <QtTest>
+#include "table.h"
 
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-
-using Code = OrderFailure::Code;
-Q_DECLARE_METATYPE(OrderFailure::Code)
 
 class RuntimeTest : public QObject
 {
@@ -17,16 +13,12 @@ class RuntimeTest : public QObject
 
 private slots:
     void noOrderStopsAnothersInstruction();
-    void refusals_data();
-    void refusals();
     void nothingIsReportedBeforeStartReturns();
     void aLoopInsideStartReportsOthersOnly();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut_data();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut();
-    void whatFailsAtOnce_data();
-    void whatFailsAtOnce();
-    void connectFails_data();
-    void connectFails();
+    void failures_data();
+    void failures();
     void theLinkIsSetUpForTheField();
     void aFloodOfRepliesEndsTheConnection();
     void aListenerHearsFirst_data();
@@ -44,28 +36,6 @@ void RuntimeTest::noOrderStopsAnothersInstruction()
     second.insert(QStringLiteral("stop"), itsInstruction);
     QCOMPARE(object.valueOf(object.start(ask, second)), QVariant(2));
     QCOMPARE(object.valueOf(first), QVariant(1));
-}
-
-void RuntimeTest::refusals_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QVariantMap>("parameters");
-    QTest::addColumn<QString>("says");
-    QTest::newRow("unknown command") << "dance" << QVariantMap() << "no command 'dance'";
-    QTest::newRow("stop name") << "disconnect" << QVariantMap() << "no command 'disconnect'";
-    QTest::newRow("out of range") << "ask" << value(65536)
-                                  << "parameter 'value': '65536' is not a number 0 to 65535";
-}
-
-void RuntimeTest::refusals()
-{
-    QFETCH(QString, command);
-    QFETCH(QVariantMap, parameters);
-    QFETCH(QString, says);
-    RecordedObject object;
-    QString refusal;
-    QCOMPARE(object.plugin->orders()->start(command, parameters, &refusal), 0u);
-    QVERIFY2(refusal.contains(says), qPrintable(refusal));
 }
 
 void RuntimeTest::nothingIsReportedBeforeStartReturns()
@@ -135,70 +105,30 @@ void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
     QVERIFY(carriedOut);
 }
 
-void RuntimeTest::whatFailsAtOnce_data()
-{
-    QTest::addColumn<QVariantMap>("parameters");
-    QTest::addColumn<Code>("code");
-    QTest::addColumn<QString>("says");
-    const auto with = [](const char* key, const QVariant& v) {
-        return QVariantMap{{QString::fromLatin1(key), v}};
-    };
-    QTest::newRow("no connection") << QVariantMap() << Code::NotConnected << "no connection";
-    QTest::newRow("unknown function")
-        << with("function", QStringLiteral("fly")) << Code::Usage << "no function 'fly'";
-    QTest::newRow("nothing issued")
-        << with("function", QString()) << Code::Usage << "nothing to ask";
-    QTest::newRow("command refuses") << with("refuse", true) << Code::Usage << "refused to run";
-    QTest::newRow("no interval") << with("recurrent", true) << Code::Usage << "'' is not a number";
-}
+void RuntimeTest::failures_data() { addRows("failures"); }
 
-void RuntimeTest::whatFailsAtOnce()
+// What waits for a connect that fails, fails too.
+void RuntimeTest::failures()
 {
-    QFETCH(QVariantMap, parameters);
-    QFETCH(QString, says);
-    RecordedObject object;
-    const DOrder& order = object.finish(object.start(ask, parameters));
-    QCOMPARE(order.state, DOrder::State::Failed);
-    QVERIFY2(order.failure.text.contains(says), qPrintable(order.failure.text));
-    QTEST(order.failure.code, "code");
-}
-
-void RuntimeTest::connectFails_data()
-{
-    QTest::addColumn<QVariantMap>("parameters");
-    QTest::addColumn<Code>("code");
-    QTest::addColumn<QString>("says");
-    const auto to = [](const char* host, const QVariant& port) {
-        return QVariantMap{{QStringLiteral("host"), QString::fromLatin1(host)},
-                           {QStringLiteral("port"), port},
-                           {QStringLiteral("limit"), 4000}};
-    };
+    QFETCH(QStringList, cells);
     QTcpServer closed;
     closed.listen(QHostAddress::LocalHost);
-    QTest::newRow("nobody listens")
-        << to("127.0.0.1", closed.serverPort()) << Code::NotConnected << "refused";
-    QTest::newRow("no such host") << to("no-such-host.invalid", 502) << Code::NotConnected
-                                  << "cannot connect to no-such-host.invalid:502";
-    QTest::newRow("port too large") << to("127.0.0.1", 70000) << Code::Usage << "'70000'";
-    QTest::newRow("port 0") << to("127.0.0.1", 0) << Code::Usage << "'0'";
-    QTest::newRow("no host") << to(" ", 502) << Code::Usage << "'host' is empty";
-    QVariantMap strange = to("127.0.0.1", 502);
-    strange.insert(QStringLiteral("keepAliveFunction"), QStringLiteral("sing"));
-    QTest::newRow("unknown keep-alive") << strange << Code::Usage << "no function 'sing'";
-}
-
-void RuntimeTest::connectFails()
-{
-    QFETCH(QVariantMap, parameters);
-    QFETCH(QString, says);
+    const QString port = QString::number(closed.serverPort());
+    closed.close();
     RecordedObject object;
-    const quint64 id = object.start(QStringLiteral("connect"), parameters);
-    const quint64 waiting = object.start(ask);
-    const DOrder& order = object.finish(id);
-    QCOMPARE(order.state, DOrder::State::Failed);
-    QVERIFY2(order.failure.text.contains(says), qPrintable(order.failure.text));
-    QTEST(order.failure.code, "code");
-    QCOMPARE(object.finish(waiting).failure.code, Code::NotConnected);
+    const QVariantMap parameters = valueIn(cells[1].replace("PORT", port)).toMap();
+    QString text;
+    const quint64 id = object.plugin->orders()->start(cells[0], parameters, &text);
+    QCOMPARE(id == 0, cells[2] == "refused");
+    if (id != 0) {
+        const quint64 waiting = object.start(ask);
+        const DOrder& order = object.finish(id);
+        QCOMPARE(order.state, DOrder::State::Failed);
+        QCOMPARE(QString(OrderFailure::codeName(order.failure.code)), cells[2]);
+        text = order.failure.text;
+        QCOMPARE(object.finish(waiting).failure.code, OrderFailure::Code::NotConnected);
+    }
+    QVERIFY2(text.contains(cells[3]), qPrintable(text));
 }
 
 void RuntimeTest::theLinkIsSetUpForTheField()

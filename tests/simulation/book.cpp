@@ -57,6 +57,13 @@ Book::Book(int object, Line& line, const LinkOptions& options, Device& device)
 
 void Book::fail(const QString& rule) const { World::current()->fail(m_object, rule); }
 
+void Book::failIf(bool isBroken, const char* rule) const
+{
+    if (isBroken) {
+        fail(QString::fromLatin1(rule));
+    }
+}
+
 void Book::note(const char* what, qint64 number, const QByteArray& bytes) const
 {
     World::current()->note(m_object, what, number, bytes);
@@ -66,9 +73,7 @@ qint64 Book::awakeUs() const { return World::current()->nowUs() - World::current
 
 Book::Open* Book::find(quint64 id)
 {
-    if (!m_isThere) {
-        fail(QStringLiteral("something was heard of an object that had gone"));
-    }
+    failIf(!m_isThere, "something was heard of an object that had gone");
     const auto it = m_numberOfId.find(id);
     return it != m_numberOfId.end() ? &m_open.at(it->second) : nullptr;
 }
@@ -97,16 +102,12 @@ int Book::starting(const Asked& asked)
 
 void Book::begun(int number, quint64 id)
 {
-    if (id == 0) {
-        fail(QStringLiteral("a good order was refused"));
-    }
+    failIf(id == 0, "a good order was refused");
     const auto it = m_open.find(number);
     if (it == m_open.end()) {
         return; // its object has gone within start()
     }
-    if (id != 0 && id <= it->second.idsBefore) {
-        fail(QStringLiteral("an order's id was given before"));
-    }
+    failIf(id != 0 && id <= it->second.idsBefore, "an order's id was given before");
     m_lastId = std::max(m_lastId, id);
     it->second.id = id;
     m_numberOfId[id] = number;
@@ -140,13 +141,9 @@ void Book::objectGone()
 {
     const bool allEnded = std::all_of(m_open.begin(), m_open.end(),
                                       [](const auto& one) { return one.second.id == 0; });
-    if (!allEnded) {
-        fail(QStringLiteral("an object went without an end of its orders"));
-    }
+    failIf(!allEnded, "an object went without an end of its orders");
     m_isThere = false;
-    if (!m_line.isUsed() && m_line.openCount() > 0) {
-        fail(QStringLiteral("an object went and left its link"));
-    }
+    failIf(!m_line.isUsed() && m_line.openCount() > 0, "an object went and left its link");
     m_open.clear();
     m_numberOfId.clear();
     m_numberOfStart.clear();
@@ -236,9 +233,8 @@ void Book::checkRead(Open& open, const QVariant& value)
                 || (said.request != open.request
                     && couldBe(open.asked, said.sentFunction, said.sentData, value)));
     };
-    if (m_options.transactionIds || !m_device.hasSaid(isStale)) {
-        fail(QStringLiteral("a value that was not said to this request"));
-    }
+    failIf(m_options.transactionIds || !m_device.hasSaid(isStale),
+           "a value that was not said to this request");
     ++m_staleCopies;
     open.request = 0;
 }
@@ -247,9 +243,7 @@ bool Book::isOwn(const Open& open, quint64 request, const QVariant& value) const
 {
     const Device::Said* own = m_device.said(request);
     const bool isIt = own != nullptr && own->function == open.asked.function && holds(value, *own);
-    if (isIt && own->isNeverGood) {
-        fail(QStringLiteral("a spoiled reply was taken for good"));
-    }
+    failIf(isIt && own->isNeverGood, "a spoiled reply was taken for good");
     return isIt;
 }
 
@@ -277,9 +271,7 @@ void Book::trouble(quint64 id, const OrderFailure& failure)
     noteAnswer(m_numberOfId.at(id));
     if (open->asked.function != 0) {
         tick(*open);
-        if (!open->asked.repeats()) {
-            fail(QStringLiteral("trouble of an order that runs once"));
-        }
+        failIf(!open->asked.repeats(), "trouble of an order that runs once");
     }
 }
 
@@ -288,10 +280,9 @@ void Book::tick(Open& open)
     ++open.outcomes;
     const qint64 nowUs = World::current()->nowUs();
     // It may have been started while the process was late, so that its time is a little before.
-    if (open.asked.repeats()
-        && open.outcomes > (nowUs - open.sinceUs) / open.asked.intervalUs + 2) {
-        fail(QStringLiteral("more repetitions than fell due"));
-    }
+    failIf(open.asked.repeats()
+               && open.outcomes > (nowUs - open.sinceUs) / open.asked.intervalUs + 2,
+           "more repetitions than fell due");
 }
 
 // Each repetition that fell due is told or counted as skipped. Those before the order was stopped
@@ -382,12 +373,9 @@ void Book::noteAnswer(int number) { m_isAnswered = m_isAnswered || number == m_l
 // Neither early, nor without a look at what had come.
 void Book::checkTimeout(const Open& open) const
 {
-    if (open.link == 0 || World::current()->nowUs() - open.leftUs < limitUs) {
-        fail(QStringLiteral("an order timed out before its time"));
-    }
-    if (open.link == m_leftUnread) {
-        fail(QStringLiteral("an order timed out while its reply was there"));
-    }
+    failIf(open.link == 0 || World::current()->nowUs() - open.leftUs < limitUs,
+           "an order timed out before its time");
+    failIf(open.link == m_leftUnread, "an order timed out while its reply was there");
 }
 
 // Whatever comes next on that link could be what this order did not get.
@@ -411,18 +399,14 @@ void Book::checkEnd(const Open& open, const DOrder& order) const
     if (isOnce && isDone && open.results != 1) {
         fail(QStringLiteral("an order was done with %1 results").arg(open.results));
     }
-    if (isOnce && order.state == DOrder::State::Failed && open.results != 0) {
-        fail(QStringLiteral("an order failed with a result"));
-    }
-    if (order.state == DOrder::State::Stopped && !open.isStopped) {
-        fail(QStringLiteral("an order was stopped that nobody stopped"));
-    }
-    if (open.asked.repeats() && order.state == DOrder::State::Done) {
-        fail(QStringLiteral("a repeating order was done"));
-    }
-    if (open.asked.writes() && m_device.carriedOut(open.asked.start) > 1) {
-        fail(QStringLiteral("a write was carried out more than once"));
-    }
+    failIf(isOnce && order.state == DOrder::State::Failed && open.results != 0,
+           "an order failed with a result");
+    failIf(order.state == DOrder::State::Stopped && !open.isStopped,
+           "an order was stopped that nobody stopped");
+    failIf(open.asked.repeats() && order.state == DOrder::State::Done,
+           "a repeating order was done");
+    failIf(open.asked.writes() && m_device.carriedOut(open.asked.start) > 1,
+           "a write was carried out more than once");
 }
 
 void Book::running() { ++m_turn; }
@@ -430,15 +414,11 @@ void Book::running() { ++m_turn; }
 void Book::status(bool isConnected)
 {
     note("status", isConnected ? 1 : 0);
-    if (isConnected == m_isTold) {
-        fail(QStringLiteral("the same status was told twice"));
-    }
+    failIf(isConnected == m_isTold, "the same status was told twice");
     m_isTold = isConnected;
     m_openedUs = isConnected ? World::current()->nowUs() : m_openedUs; // a shared one may be older
     // Of a shared one the news may be older than its end.
-    if (isConnected && m_line.openCount() == 0 && !m_options.share) {
-        fail(QStringLiteral("connected without a link"));
-    }
+    failIf(isConnected && m_line.openCount() == 0 && !m_options.share, "connected without a link");
 }
 
 // --- what the process does with its links ---
@@ -451,18 +431,12 @@ qint64 Book::delayUs() const
 void Book::attempts(quint64 link)
 {
     note("attempt", static_cast<qint64>(link));
-    if (!m_line.isUsed()) {
-        fail(QStringLiteral("a link is tried for an object that has gone"));
-    }
-    if (m_line.openCount() != 1) {
-        fail(QStringLiteral("a link is tried beside another one"));
-    }
+    failIf(!m_line.isUsed(), "a link is tried for an object that has gone");
+    failIf(m_line.openCount() != 1, "a link is tried beside another one");
     const auto connects = std::count_if(m_open.begin(), m_open.end(), [](const auto& one) {
         return one.second.asked.command == QLatin1String("connect");
     });
-    if (!m_line.isWanted()) {
-        fail(QStringLiteral("a link is tried that nobody wants"));
-    }
+    failIf(!m_line.isWanted(), "a link is tried that nobody wants");
     if (m_goneUs && m_isVainKnown && m_vain > 0 && !m_beginsAtOnce && connects == 1
         && connectOrder() != 0 && !m_line.isShared()) {
         const qint64 passedUs = World::current()->nowUs() - *m_goneUs;
@@ -512,9 +486,8 @@ void Book::checkHeader(const QByteArray& request)
     if (unit != std::max(0, m_options.unit)) {
         fail(QStringLiteral("a request to unit %1").arg(unit));
     }
-    if (m_options.transactionIds ? id == m_lastTransaction : id != QByteArray("\xaa\xbb")) {
-        fail(QStringLiteral("a request with a wrong transaction id"));
-    }
+    failIf(m_options.transactionIds ? id == m_lastTransaction : id != QByteArray("\xaa\xbb"),
+           "a request with a wrong transaction id");
     m_lastTransaction = id;
 }
 
@@ -529,12 +502,9 @@ void Book::checkOneIsOut(quint64 link) const
 {
     const bool mayBeOver = m_options.transactionIds && m_flight
         && (m_flight->order == 0 || World::current()->nowUs() - m_flight->leftUs >= limitUs);
-    if (m_flight && m_flight->link == link && !mayBeOver) {
-        fail(QStringLiteral("a request left while another one was out"));
-    }
-    if (m_tainted == link) {
-        fail(QStringLiteral("a request left on a link that could not be trusted any more"));
-    }
+    failIf(m_flight && m_flight->link == link && !mayBeOver,
+           "a request left while another one was out");
+    failIf(m_tainted == link, "a request left on a link that could not be trusted any more");
 }
 
 void Book::otherSends(quint64 link, const QByteArray& bytes)
@@ -570,12 +540,9 @@ void Book::sends(quint64 link, const QByteArray& wire)
         return;
     }
     Open& open = m_open.at(number);
-    if (open.asked.function != static_cast<quint8>(bytes.at(functionOffset))) {
-        fail(QStringLiteral("a request of another function"));
-    }
-    if (!open.asked.repeats() && open.request != 0) {
-        fail(QStringLiteral("an order has asked twice"));
-    }
+    failIf(open.asked.function != static_cast<quint8>(bytes.at(functionOffset)),
+           "a request of another function");
+    failIf(!open.asked.repeats() && open.request != 0, "an order has asked twice");
     if (open.id == 0 && open.request != 0) {
         open.early.push_back(open.request);
     }
@@ -677,22 +644,18 @@ void Book::look()
         fail(QStringLiteral("order %1 has outlived its limit").arg(m_flight->order));
     }
     const bool isKept = connectOrder() != 0;
-    if (isKept && m_goneUs && m_link == 0
-        && awakeUs() - *m_goneAwakeUs > longestDelayUs * 3 / 2 + longestLookUpUs + turnUs) {
-        fail(QStringLiteral("no attempt for longer than the longest delay"));
-    }
+    failIf(isKept && m_goneUs && m_link == 0
+               && awakeUs() - *m_goneAwakeUs > longestDelayUs * 3 / 2 + longestLookUpUs + turnUs,
+           "no attempt for longer than the longest delay");
     const qint64 pauseUs = m_options.share ? longestDelayUs * 3 / 2 : 0; // of a silent unit
-    if (isKept && m_isOpen && awakeUs() - m_trafficUs > keepAliveUs + limitUs + turnUs + pauseUs) {
-        fail(QStringLiteral("an open link was not looked after"));
-    }
+    failIf(isKept && m_isOpen && awakeUs() - m_trafficUs > keepAliveUs + limitUs + turnUs + pauseUs,
+           "an open link was not looked after");
 }
 
 void Book::expectCalm(int openOrders, const WorkerStatistics& counted)
 {
     checkCounts(counted);
-    if (!m_isOpen) {
-        fail(QStringLiteral("all is well, and there is no link"));
-    }
+    failIf(!m_isOpen, "all is well, and there is no link");
     if (static_cast<int>(m_open.size()) != openOrders) {
         fail(QStringLiteral("all is well, and %1 orders are open instead of %2")
                  .arg(m_open.size())

@@ -121,6 +121,7 @@ private:
     };
 
     void fail(const QString& rule) const;
+    void failIf(bool isBroken, const char* rule) const;
     void note(const char* what, qint64 number = 0, const QByteArray& bytes = {}) const;
     /// A clock that stands while the process does, for what must not take longer.
     qint64 awakeUs() const;

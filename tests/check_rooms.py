@@ -19,8 +19,8 @@ SYSTEM = r"(arpa|net|netinet|sys)/\w+\.h$|(fcntl|langinfo|netdb|poll|pthread|sig
 ROOMS = {
     "host/utilities": [QT, STANDARD],
     "host/runtime/engine": [rf"plugin_management/({'|'.join(VALUES)})\.h$", QT_VALUES, STANDARD],
-    "host/runtime/loop": [r"plugin_management/fast_delegate\.h$", r"Q(BasicTimer|Event|Object|"
-                          r"SocketNotifier)$", STANDARD, SYSTEM],
+    "host/runtime/loop": [r"plugin_management/fast_delegate\.h$", r"Q(AbstractEventDispatcher|"
+                          r"BasicTimer|Event|Object|SocketNotifier)$", STANDARD, SYSTEM],
     "host/runtime/link": [r"runtime/loop/", r"runtime/engine/link_life\.h$",
                           r"plugin_management/(fast_delegate|link_options|reply_framing)\.h$", QT,
                           r"openssl/|asm/termbits\.h$",

@@ -210,14 +210,20 @@ class Units(LinkTest):
     def test_every_unit(self):
         port = self.device(range(248)).server_address[1]
         lines = []
-        for unit in range(248):
-            name = str(unit)
-            lines += [{"device": name, "link": {"unit": unit}},
-                      connect(name, host="127.0.0.1", port=port),
-                      order(unit, name, "read", ("holdingRegisters", 1000, 1))]
-        code, came = run(lines)
-        self.assertEqual(code, 0)
-        self.assertEqual([came[unit] for unit in range(248)], [[unit] for unit in range(248)])
+        for unit in map(str, range(248)):
+            lines += [{"device": unit, "link": {"unit": int(unit)}},
+                      connect(unit, host="127.0.0.1", port=port),
+                      order(unit, unit, "read", ("holdingRegisters", 1000, 1))]
+            lines += [order(f"{unit}, {n}", unit, *given) for n, (*given, _) in enumerate(ORDERS)]
+        came = run(lines)[1]
+        self.assertEqual([came[str(unit)] for unit in range(248)], [[unit] for unit in range(248)])
+        for n, (command, values, expected) in enumerate(ORDERS):
+            answers = [came.get(f"{unit}, {n}") for unit in range(248)]
+            if command == "deviceInformation":
+                answers = [b"raw device" in bytes.fromhex(answer) for answer in answers]
+                expected = True
+            with self.subTest(command=command, values=values):
+                self.assertEqual(answers, [expected] * 248)
 
     def test_many_units_behind_one_connection(self):
         units = range(1, 33)
@@ -298,6 +304,17 @@ class Serial(LinkTest):
             device = SerialDevice(self.name, {5}, echoes)
             self.check_orders({"serial": self.name + options, "unit": 5})
             device.unplug()
+
+    def test_units_that_share_a_line(self):
+        device = SerialDevice(self.name, {1, 2, 3})
+        lines = []
+        for unit in map(str, range(1, 5)):
+            lines += [{"device": unit, "link": {"serial": self.name, "unit": int(unit), "share": True}},
+                      connect(unit), order(unit, unit, "read", ("holdingRegisters", 100, 1))]
+        came = run(lines)[1]
+        device.unplug()
+        self.assertEqual([came[unit] for unit in "123"], [[258]] * 3)
+        self.assertIn("no answer within 2000 ms", came["4"])
 
     def test_what_is_wrong_with_the_line(self):
         for says, how in (("there is no such device; ", {}),

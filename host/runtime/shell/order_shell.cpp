@@ -343,6 +343,10 @@ void OrderShell::shutDown()
     const Stay stay(this);
     m_isClosed = true;
     m_later.clear();
+    // The last ones first: what waits must not begin when what it waits for is stopped.
+    const std::vector<IdTable<RunningOrderPtr>::Entry> all = m_running.entries();
+    std::for_each(all.rbegin(), all.rend(),
+                  [](const auto& entry) { entry.second->stopAllInstructions(); });
     while (m_orders != nullptr && !m_running.empty()) {
         const RunningOrderPtr order = m_running.first();
         order->stopAllInstructions();

@@ -50,7 +50,8 @@ bool couldBe(const Asked& asked, quint8 function, const QByteArray& data, const 
 } // namespace
 
 Book::Book(int object, Line& line, const LinkOptions& options, Device& device)
-    : m_object(object), m_line(line), m_options(options), m_device(device)
+    : m_object(object), m_line(line), m_options(options), m_device(device),
+      m_isLine(!options.serial.isEmpty())
 {
     line.add(*this);
 }
@@ -373,9 +374,10 @@ void Book::noteAnswer(int number) { m_isAnswered = m_isAnswered || number == m_l
 // Neither early, nor without a look at what had come.
 void Book::checkTimeout(const Open& open) const
 {
-    failIf(open.link == 0 || World::current()->nowUs() - open.leftUs < limitUs,
+    failIf(!m_isLine && (open.link == 0 || World::current()->nowUs() - open.leftUs < limitUs),
            "an order timed out before its time");
-    failIf(open.link == m_leftUnread, "an order timed out while its reply was there");
+    failIf(open.link != 0 && open.link == m_leftUnread,
+           "an order timed out while its reply was there");
 }
 
 // Whatever comes next on that link could be what this order did not get.
@@ -450,6 +452,7 @@ void Book::attempts(quint64 link)
     m_isOpen = false;
     m_hasReceived = false;
     m_receivedBytes = 0;
+    m_echo = 0;
     m_hasAnswered = false;
     m_goneUs.reset();
     if (std::exchange(m_beginsAtOnce, false)) {
@@ -494,7 +497,7 @@ void Book::checkHeader(const QByteArray& request)
 // As it stands on the wire.
 bool Book::isUnitOf(const QByteArray& wire) const
 {
-    return m_options.unit == static_cast<uchar>(wire.at(m_options.rtu ? 0 : unitOffset));
+    return m_options.unit == static_cast<uchar>(wire.at(m_options.isRtu() ? 0 : unitOffset));
 }
 
 // With ids the link stays after a time-out, that of a stopped order and of the keep-alive too.
@@ -519,12 +522,14 @@ void Book::otherSends(quint64 link, const QByteArray& bytes)
 
 void Book::sends(quint64 link, const QByteArray& wire)
 {
-    const QByteArray bytes = m_options.rtu ? Rtu::request(wire) : wire;
+    const QByteArray bytes = m_options.isRtu() ? Rtu::request(wire) : wire;
     if (bytes.isEmpty()) {
         fail(QStringLiteral("a request with a wrong CRC"));
         return;
     }
-    const int number = numberOf(bytes);
+    m_echo = m_options.serial.endsWith(QLatin1String("echo")) ? wire.size() : 0;
+    const int asked = numberOf(bytes);
+    const int number = m_isLine ? std::max(0, asked) : asked; // it may be over by now
     note("request", number, bytes);
     checkHeader(bytes);
     checkOneIsOut(link);
@@ -550,7 +555,9 @@ void Book::sends(quint64 link, const QByteArray& wire)
     open.link = link;
     open.leftUs = World::current()->nowUs();
     open.leftAt = World::current()->moment();
-    checkTurn(open);
+    if (!m_isLine) {
+        checkTurn(open);
+    }
 }
 
 // Orders that run once go first, in the order of their coming; but what is called already is
@@ -568,14 +575,25 @@ void Book::checkTurn(const Open& open) const
     }
 }
 
-void Book::receives(quint64 link, const QByteArray& bytes)
+QByteArray Book::withoutEcho(const QByteArray& bytes)
 {
-    note("receive", bytes.size(), bytes);
+    const int echo = std::min(m_echo, bytes.size());
+    m_echo -= echo;
+    return bytes.mid(echo);
+}
+
+void Book::receives(quint64 link, const QByteArray& arrived)
+{
+    note("receive", arrived.size(), arrived);
+    const QByteArray bytes = withoutEcho(arrived);
+    if (bytes.isEmpty()) {
+        return;
+    }
     m_trafficUs = awakeUs();
     m_hasReceived = true;
     m_receivedBytes += bytes.size();
-    if (m_isAnswered
-        && !m_options.transactionIds) { // nothing asked for it, so it may answer what is asked next
+    // Nothing asked for it, so it may answer what is asked next, if that does not wait for silence.
+    if (m_isAnswered && !m_options.transactionIds && !m_isLine) {
         m_tainted = link;
     }
     m_isVainKnown = m_isVainKnown && m_hasAnswered;

@@ -57,7 +57,7 @@ public:
     void sends(quint64 link, const QByteArray& wire);
     /// Another object does, on a link that both use.
     void otherSends(quint64 link, const QByteArray& bytes);
-    void receives(quint64 link, const QByteArray& bytes);
+    void receives(quint64 link, const QByteArray& arrived);
     void loses(quint64 link);
     void closes(quint64 link, int unread);
     void looksUp();
@@ -143,6 +143,7 @@ private:
     void checkDelay() const;
     void linkGone();
     qint64 delayUs() const;
+    QByteArray withoutEcho(const QByteArray& bytes);
 
     int m_object;
     Line& m_line;
@@ -164,6 +165,8 @@ private:
 
     // The link.
     quint64 m_link = 0; ///< being tried or open
+    bool m_isLine; ///< a serial one, on which a request may wait for silence before it leaves
+    int m_echo = 0; ///< bytes that come back first
     QByteArray m_lastTransaction; ///< its id
     int m_lastAsked = 0; ///< the order of the last request
     bool m_isAnswered = false; ///< that it has been told so

@@ -70,9 +70,9 @@ void Device::leave(qint64 us)
     const int how = m_random.below(3); // it says so, or is found to have gone, or nobody knows
     for (const auto& [link, wire] : m_wires) {
         if (how == 0) {
-            Network::current()->end(link);
+            Network::current()->end(reached(link));
         } else if (how == 1) {
-            Network::current()->reset(link);
+            Network::current()->reset(reached(link));
         }
     }
     World::current()->outside(us, [this] { comeBack(); });
@@ -87,7 +87,9 @@ void Device::comeBack()
     World::current()->note(m_number, "device comes");
     m_away = Away::No;
     for (const auto& [link, wire] : m_wires) {
-        Network::current()->reset(link);
+        if (!isLine()) {
+            Network::current()->reset(link);
+        }
     }
     goAwayLater();
 }
@@ -97,25 +99,34 @@ void Device::calmDown()
     comeBack();
     m_isCalm = true;
     for (const auto& [link, wire] : m_wires) {
-        Network::current()->end(link);
+        Network::current()->end(reached(link));
     }
 }
 
 void Device::asked(quint64 link)
 {
+    if (isLine()) {
+        m_plugged = link;
+        accept(link);
+        return;
+    }
     const bool isBusy = !m_isCalm && m_random.perMille(m_plan.spoiledPerMille / 10);
     const qint64 delayUs = isBusy ? m_random.spread(100 * ms, 4000 * ms) : latencyUs();
-    World::current()->outside(delayUs, [this, link] {
-        if (m_away == Away::Refusing) {
-            Network::current()->refuse(link, ECONNREFUSED);
-        } else if (m_away != Away::Silent) {
-            Network::current()->accept(link);
-            m_wires[link];
-        }
-        if (m_away == Away::Closing) {
-            Network::current()->end(link);
-        }
-    });
+    World::current()->outside(delayUs, [this, link] { accept(link); });
+}
+
+// A serial line is there without its device.
+void Device::accept(quint64 link)
+{
+    if (m_away == Away::Refusing) {
+        Network::current()->refuse(link, isLine() ? ENOENT : ECONNREFUSED);
+    } else if (m_away != Away::Silent || isLine()) {
+        Network::current()->accept(link);
+        wireOf(link);
+    }
+    if (m_away == Away::Closing) {
+        Network::current()->end(link);
+    }
 }
 
 // --- answering ---
@@ -124,21 +135,24 @@ void Device::asked(quint64 link)
 void Device::sent(quint64 link, const QByteArray& bytes)
 {
     const quint64 request = ++m_requests;
+    if (options().serial.endsWith(QLatin1String("echo"))) {
+        pass(link, 0, bytes, request, 0);
+    }
     World::current()->outside(latencyUs(), [this, link, request, bytes] {
-        answer(link, request, options().rtu ? Rtu::request(bytes) : bytes);
+        answer(link, request, options().isRtu() ? Rtu::request(bytes) : bytes);
     });
 }
 
 QByteArray Device::onWire(const QByteArray& frames) const
 {
-    return options().rtu ? Rtu::replies(frames) : frames;
+    return options().isRtu() ? Rtu::replies(frames) : frames;
 }
 
 // Of a part of the reply so much as of the whole. What is wrong with the length, which is not
 // there, is wrong with the CRC.
 QByteArray Device::onWire(const QByteArray& now, const QByteArray& reply) const
 {
-    if (options().rtu && now != reply && now.mid(headerSize) == reply.mid(headerSize)) {
+    if (options().isRtu() && now != reply && now.mid(headerSize) == reply.mid(headerSize)) {
         return Rtu::spoiled(reply);
     }
     const bool isPart = now.size() < reply.size() && reply.startsWith(now);
@@ -153,12 +167,11 @@ void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
     }
     Said said;
     said.request = request;
-    said.link = link;
     const QByteArray reply = replyTo(frame, said.function, carryOut(frame, said));
-    if (!Network::current()->isOpen(link)) {
+    if (!Network::current()->isOpen(reached(link))) {
         return;
     }
-    Wire& wire = m_wires[link];
+    Wire& wire = wireOf(link);
     const bool hasUnit = options().unit >= 0;
     const MisbehaviourKind* kind = drawKind(reply, wire);
     said.isNeverGood = kind != nullptr
@@ -181,7 +194,6 @@ void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
     send(link, delayUs, leaves, request, wire.lastRequest);
     wire.lastReply = reply;
     wire.lastRequest = request;
-    wire.isWithinReply = kind != nullptr && kind->sendsInParts();
     if (kind != nullptr) {
         follow(link, onWire(reply), leaves.size(), request, *kind);
     }
@@ -222,13 +234,34 @@ const MisbehaviourKind* Device::drawKind(const QByteArray& reply, const Wire& wi
     return kind->spares(reply, wire.lastReply) ? nullptr : kind;
 }
 
-// The wire keeps the order of what is sent, and may cut it anywhere. \a other is a request to which
-// a copy of the reply may be among it.
+// \a other is a request to which a copy of the reply may be among it.
 void Device::send(quint64 link, qint64 delayUs, const QByteArray& bytes, quint64 request,
                   quint64 other)
 {
+    QByteArray wire = m_seal(link, bytes);
+    const bool isBroken =
+        !m_isCalm && options().tls && m_random.perMille(m_plan.spoiledPerMille / 20);
+    if (isBroken && !wire.isEmpty()) { // a record that nobody can open
+        wire[wire.size() - 1] = static_cast<char>(~wire.at(wire.size() - 1));
+    }
+    pass(link, delayUs, wire, request, other);
+}
+
+// Some never answer, or too late.
+void Device::greet(quint64 link, const QByteArray& wire)
+{
+    if (m_isCalm || !m_random.perMille(m_plan.spoiledPerMille / 10)) {
+        const bool isSlow = !m_isCalm && m_random.perMille(m_plan.spoiledPerMille / 4);
+        pass(link, isSlow ? m_random.spread(10 * ms, 4000 * ms) : latencyUs(), wire, 0, 0);
+    }
+}
+
+// The wire keeps the order of what is sent, and may cut it anywhere.
+void Device::pass(quint64 link, qint64 delayUs, const QByteArray& bytes, quint64 request,
+                  quint64 other)
+{
     World& world = *World::current();
-    Wire& wire = m_wires[link];
+    Wire& wire = wireOf(link);
     wire.freeUs = std::max(wire.freeUs, world.nowUs() + delayUs);
     for (int at = 0; at < bytes.size();) {
         const bool isCut = m_plan.cuts && !m_isCalm && m_random.oneIn(8);
@@ -245,7 +278,7 @@ void Device::send(quint64 link, qint64 delayUs, const QByteArray& bytes, quint64
 void Device::arrive(quint64 link, const QByteArray& bytes, quint64 request, quint64 other)
 {
     if (m_away == Away::No) {
-        Network::current()->deliver(link, bytes);
+        Network::current()->deliver(reached(link), bytes);
         noteArrival(request);
         noteArrival(other);
     }
@@ -301,9 +334,9 @@ void Device::repeat(quint64 link, qint64 pauseUs, const QByteArray& bytes, quint
         if (m_isCalm || !Network::current()->isOpen(link)) {
             return;
         }
-        const bool isBetween = m_wires[link].freeUs <= World::current()->nowUs();
+        const bool isBetween = wireOf(link).freeUs <= World::current()->nowUs();
         if (isBetween && Network::current()->hasRoom(link)) {
-            arrive(link, bytes, request, 0);
+            arrive(link, m_seal(link, bytes), request, 0);
         }
         repeat(link, pauseUs, bytes, request);
     });
@@ -313,6 +346,6 @@ void Device::repeat(quint64 link, qint64 pauseUs, const QByteArray& bytes, quint
 void Device::endLater(quint64 link)
 {
     World& world = *World::current();
-    world.outside(std::max<qint64>(0, m_wires[link].freeUs - world.nowUs()) + latencyUs(),
-                  [link] { Network::current()->end(link); });
+    world.outside(std::max<qint64>(0, wireOf(link).freeUs - world.nowUs()) + latencyUs(),
+                  [this, link] { Network::current()->end(reached(link)); });
 }

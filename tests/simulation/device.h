@@ -6,6 +6,7 @@
 
 #include <misbehaviour.h>
 
+#include <functional>
 #include <map>
 
 /// A device on the virtual network. What it says to a request is said to no other one: registers
@@ -17,7 +18,6 @@ public:
     struct Said
     {
         quint64 request = 0;
-        quint64 link = 0;
         quint8 function = 0;
         quint16 start = 0;
         quint16 quantity = 0;
@@ -52,6 +52,12 @@ public:
     /// It is away for so long, even in the calm.
     void leave(qint64 us);
 
+    /// What leaves on a link to say some bytes.
+    using Seal = std::function<QByteArray(quint64 link, const QByteArray& bytes)>;
+    void sealBy(const Seal& seal) { m_seal = seal; }
+    /// Sends what \a seal would not understand.
+    void greet(quint64 link, const QByteArray& wire);
+
     void asked(quint64 link) override;
     void sent(quint64 link, const QByteArray& bytes) override;
     void left(quint64 link) override { m_wires.erase(link); }
@@ -67,11 +73,13 @@ private:
         qint64 freeUs = 0; ///< when what was sent last arrives
         QByteArray lastReply;
         quint64 lastRequest = 0;
-        bool isWithinReply = false;
-        bool isHalfClosed = false;
     };
 
     qint64 latencyUs() { return m_random.spread(20, m_plan.latencyUs); }
+    bool isLine() const { return !options().serial.isEmpty(); }
+    Wire& wireOf(quint64 link) { return m_wires[isLine() ? 0 : link]; }
+    quint64 reached(quint64 link) const { return isLine() ? m_plugged : link; }
+    void accept(quint64 link);
     void goAwayLater();
     void goAway();
     void comeBack();
@@ -83,6 +91,7 @@ private:
     const MisbehaviourKind* drawKind(const QByteArray& reply, const Wire& wire);
     void send(quint64 link, qint64 delayUs, const QByteArray& bytes, quint64 request,
               quint64 other = 0);
+    void pass(quint64 link, qint64 delayUs, const QByteArray& wire, quint64 request, quint64 other);
     void arrive(quint64 link, const QByteArray& bytes, quint64 request, quint64 other);
     void noteArrival(quint64 request);
     void follow(quint64 link, const QByteArray& reply, int sent, quint64 request,
@@ -93,11 +102,13 @@ private:
     const Plan& m_plan;
     int m_number;
     Random m_random;
+    Seal m_seal = [](quint64, const QByteArray& bytes) { return bytes; };
     Away m_away = Away::No;
     bool m_isCalm = false;
     quint64 m_requests = 0;
     quint64 m_spoiled = 0;
     std::map<quint64, Said> m_said; ///< by request
-    std::map<quint64, Wire> m_wires;
+    std::map<quint64, Wire> m_wires; ///< by link; a serial line has one, whoever opens it
+    quint64 m_plugged = 0; ///< the link that has the serial line now
     std::map<quint16, int> m_carriedOut;
 };

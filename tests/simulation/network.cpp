@@ -136,11 +136,7 @@ int Network::openPoll()
 int Network::connectSocket(int descriptor, quint32 address, quint16 port)
 {
     Socket& opened = *socket(descriptor);
-    opened.link = ++m_nextLink;
-    opened.port = port;
-    opened.state = Socket::State::Connecting;
-    const Port& there = portOf(opened);
-    there.watcher->attempts(opened.link);
+    const Port& there = begin(opened, port);
     if (address == emptyAddress) {
         opened.state = Socket::State::Failed;
         there.watcher->loses(opened.link);
@@ -157,6 +153,33 @@ int Network::connectSocket(int descriptor, quint32 address, quint16 port)
     }
     errno = EINPROGRESS;
     return -1;
+}
+
+const Network::Port& Network::begin(Socket& socket, quint16 port)
+{
+    socket.link = ++m_nextLink;
+    socket.port = port;
+    socket.state = Socket::State::Connecting;
+    const Port& there = portOf(socket);
+    there.watcher->attempts(socket.link);
+    return there;
+}
+
+int Network::openLine(quint16 port)
+{
+    const int descriptor = openSocket();
+    Socket& opened = *socket(descriptor);
+    opened.isLine = true;
+    const Port& there = begin(opened, port);
+    m_links[opened.link] = descriptor;
+    there.listener->asked(opened.link);
+    const int error = takeError(descriptor);
+    if (error != 0) {
+        close(descriptor);
+        errno = error;
+        return -1;
+    }
+    return descriptor;
 }
 
 int Network::takeError(int descriptor)
@@ -215,13 +238,14 @@ long Network::send(int descriptor, const char* data, std::size_t size)
     return static_cast<long>(size);
 }
 
-quint32 Network::readiness(const Socket& socket) const
+quint32 Network::readiness(const Socket& socket)
 {
     switch (socket.state) {
     case Socket::State::Connected:
         return EPOLLOUT
             | (socket.inbox.isEmpty() && !socket.hasEnded && !socket.wasReset ? 0U : EPOLLIN)
-            | (socket.wasReset ? quint32{EPOLLHUP} | EPOLLERR : 0U);
+            | (socket.wasReset ? quint32{EPOLLHUP} | EPOLLERR : 0U)
+            | (socket.isLine && socket.hasEnded ? quint32{EPOLLHUP} : 0U);
     case Socket::State::Failed:
         return quint32{EPOLLOUT} | EPOLLERR | EPOLLHUP;
     default:
@@ -229,10 +253,10 @@ quint32 Network::readiness(const Socket& socket) const
     }
 }
 
-bool Network::isReady(int descriptor, quint32 events) const
+quint32 Network::ready(int descriptor, quint32 events) const
 {
     const Socket* found = socket(descriptor);
-    return found != nullptr && (readiness(*found) & (events | EPOLLERR | EPOLLHUP)) != 0;
+    return found != nullptr ? readiness(*found) & (events | EPOLLERR | EPOLLHUP) : 0;
 }
 
 int Network::waiting(int descriptor) const { return socket(descriptor)->inbox.size(); }
@@ -283,8 +307,9 @@ int Network::control(int poll, int operation, int descriptor, const epoll_event*
 bool Network::isPollReady(int poll) const
 {
     const std::vector<Watched>& watched = m_polls[place(poll)]->watched;
-    return std::any_of(watched.begin(), watched.end(),
-                       [this](const Watched& one) { return isReady(one.descriptor, one.events); });
+    return std::any_of(watched.begin(), watched.end(), [this](const Watched& one) {
+        return ready(one.descriptor, one.events) != 0;
+    });
 }
 
 int Network::ready(int poll, epoll_event* events, int size)
@@ -292,7 +317,7 @@ int Network::ready(int poll, epoll_event* events, int size)
     std::vector<Watched>& watched = m_polls[place(poll)]->watched;
     int count = 0;
     for (std::size_t i = 0; i < watched.size() && count < size; ++i) {
-        if (isReady(watched[i].descriptor, watched[i].events)) {
+        if (ready(watched[i].descriptor, watched[i].events) != 0) {
             events[count].events = readiness(*socket(watched[i].descriptor));
             events[count++].data.u64 = watched[i].data;
         }

@@ -20,7 +20,8 @@ public:
     {
     public:
         virtual ~Listener() = default;
-        virtual void asked(quint64 link) = 0; ///< for a link: accept(), refuse(), or nothing
+        /// For a link: accept(), refuse(), or nothing; for a serial line at once.
+        virtual void asked(quint64 link) = 0;
         virtual void sent(quint64 link, const QByteArray& bytes) = 0;
         virtual void left(quint64 link) = 0;
     };
@@ -65,11 +66,14 @@ public:
     // What the process asks of the system, with errno where a call fails.
     static bool owns(int descriptor) { return descriptor >= firstDescriptor; }
     int openSocket();
+    /// A serial line, which is there at once or not at all.
+    int openLine(quint16 port);
     int connectSocket(int descriptor, quint32 address, quint16 port);
     int takeError(int descriptor);
     long receive(int descriptor, char* data, std::size_t size);
     long send(int descriptor, const char* data, std::size_t size);
-    bool isReady(int descriptor, quint32 events) const;
+    /// Of these events, and of those that nobody has to ask for.
+    quint32 ready(int descriptor, quint32 events) const;
     int waiting(int descriptor) const;
     void close(int descriptor);
     int openPoll();
@@ -91,6 +95,7 @@ private:
         bool hasEnded = false;
         bool wasReset = false;
         bool isTold = false; ///< that the link has gone
+        bool isLine = false; ///< of bytes
     };
     struct Watched
     {
@@ -112,8 +117,9 @@ private:
     static std::size_t place(int descriptor);
     Socket* socket(int descriptor) const;
     Socket* socketOf(quint64 link) const;
+    const Port& begin(Socket& socket, quint16 port);
     const Port& portOf(const Socket& socket) const { return m_ports.at(socket.port); }
-    quint32 readiness(const Socket& socket) const;
+    static quint32 readiness(const Socket& socket);
     void tellLoss(Socket& socket);
 
     Random m_random;

@@ -1,14 +1,18 @@
 #include "plan.h"
 
 #include "random.h"
+#include "tls_server.h"
 
 #include <misbehaviour.h>
+
+#include <QCoreApplication>
 
 #include <algorithm>
 
 namespace {
 
 constexpr qint64 ms = 1000;
+constexpr int firstPort = 502;
 constexpr qint64 second = 1000 * ms;
 constexpr qint64 minute = 60 * second;
 constexpr qint64 hour = 60 * minute;
@@ -18,6 +22,11 @@ constexpr std::array<int, 6> spoiled{0, 2, 20, 100, 300, 900};
 constexpr std::array<int, 5> nested{0, 1, 10, 50, 200};
 
 constexpr std::array<int, deedCount> usual{400, 30, 120, 20, 20, 1, 60, 12, 6, 10, 30, 10, 4};
+
+QString serialPrefix()
+{
+    return QStringLiteral("/dev/simulated-%1-").arg(QCoreApplication::applicationPid());
+}
 
 LinkOptions drawLink(Random& random)
 {
@@ -62,6 +71,7 @@ Plan::Plan(quint64 givenSeed) : seed(givenSeed)
         link = drawLink(random);
     }
     drawShare();
+    drawWays();
     weights = usual;
     for (int& weight : weights) { // some do one thing most of the time, and another one never
         const int turn = random.below(10);
@@ -87,6 +97,43 @@ void Plan::drawShare()
     }
 }
 
+// TLS, and serial lines, whose files are this process's alone.
+void Plan::drawWays()
+{
+    Random random(seed, 'L');
+    for (std::size_t i = 0; i < links.size(); ++i) {
+        const int station = stationOf(static_cast<int>(i));
+        LinkOptions& link = links[i];
+        if (station < static_cast<int>(i)) {
+            const LinkOptions& first = links.front();
+            link.tls = first.tls;
+            link.tlsCa = first.tlsCa;
+            link.tlsName = first.tlsName;
+            link.serial = first.serial;
+        } else if (random.oneIn(6)) {
+            link.tls = true;
+            link.tlsCa = TlsServer::certificateFile();
+            link.tlsName = QStringLiteral("device");
+        } else if (random.oneIn(6)) {
+            link.serial = serialPrefix() + QString::number(firstPort + station)
+                + QLatin1String(random.oneIn(3) ? ",19200,8E1,echo" : "");
+        }
+        if (!link.serial.isEmpty()) {
+            link.rtu = false;
+            link.transactionIds = false;
+            link.unit = shares ? 1 + static_cast<int>(i) : random.between(1, 255);
+        }
+    }
+}
+
+quint16 Plan::serialPort(const char* path)
+{
+    const QByteArray prefix = serialPrefix().toLatin1();
+    return qstrncmp(path, prefix.constData(), static_cast<uint>(prefix.size())) == 0
+        ? QByteArray(path + prefix.size()).toUShort()
+        : quint16{0};
+}
+
 Plan Plan::quiet(quint64 seed, int days)
 {
     Plan plan(seed);
@@ -95,6 +142,8 @@ Plan Plan::quiet(quint64 seed, int days)
     plan.calmUs = days * 24 * hour;
     plan.calmIntervalMs = 1000;
     plan.outageUs = 0;
+    plan.shares = false;
+    plan.links.assign(1, {});
     plan.spoiledPerMille = 0;
     plan.latencyUs = 100;
     return plan;

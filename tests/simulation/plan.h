@@ -45,6 +45,9 @@ struct Plan
     /// False when there is no such part.
     bool leaveOut(const std::string& part);
 
+    /// The port of the station whose serial line this file is, 0 for any other file.
+    static quint16 serialPort(const char* path);
+
     /// The station of an object.
     int stationOf(int object) const { return shares ? 0 : object; }
 
@@ -69,4 +72,5 @@ struct Plan
 
 private:
     void drawShare();
+    void drawWays();
 };

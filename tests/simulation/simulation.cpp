@@ -5,6 +5,7 @@
 #include "line.h"
 #include "network.h"
 #include "resolver.h"
+#include "secured.h"
 #include "user.h"
 #include "world.h"
 
@@ -29,11 +30,18 @@ struct Station
     Station(const Plan& plan, int number)
         : device(plan, number), line(static_cast<quint16>(firstPort + number))
     {
-        Network::current()->listen(static_cast<quint16>(firstPort + number), &device, &line);
+        const auto port = static_cast<quint16>(firstPort + number);
+        if (plan.links.at(static_cast<std::size_t>(number)).tls) {
+            secured = std::make_unique<Secured>(device, line);
+            Network::current()->listen(port, secured.get(), secured.get());
+        } else {
+            Network::current()->listen(port, &device, &line);
+        }
     }
 
     Device device;
     Line line;
+    std::unique_ptr<Secured> secured;
 };
 
 /// One object, and the book on it.

@@ -4,14 +4,18 @@
 // goes on to the system.
 
 #include "network.h"
+#include "plan.h"
 #include "resolver.h"
 #include "world.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -109,10 +113,9 @@ int poll(pollfd* asked, nfds_t count, int limitMs)
     if (count != 1 || !isOurs(asked->fd)) {
         return static_cast<int>(syscall(SYS_poll, asked, count, limitMs));
     }
-    const bool isReady =
-        Network::current()->isReady(asked->fd, static_cast<quint32>(asked->events));
-    asked->revents = isReady ? asked->events : short{0};
-    return isReady ? 1 : 0;
+    const quint32 ready = Network::current()->ready(asked->fd, static_cast<quint32>(asked->events));
+    asked->revents = static_cast<short>(ready); // the bits are those of epoll
+    return ready != 0 ? 1 : 0;
 }
 #pragma GCC diagnostic pop
 
@@ -125,10 +128,51 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept
     if (!isOurs(descriptor)) {
         return static_cast<int>(syscall(SYS_ioctl, descriptor, request, argument));
     }
-    const int waiting = Network::current()->waiting(descriptor);
-    std::memcpy(argument, &waiting, sizeof(waiting));
+    if (request == FIONREAD) {
+        const int waiting = Network::current()->waiting(descriptor);
+        std::memcpy(argument, &waiting, sizeof(waiting));
+        return 0;
+    }
+    errno = ENOTTY;
+    return request == TIOCEXCL || request == TIOCNXCL ? 0 : -1;
+}
+
+// The file of a serial line.
+int open64(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    const quint16 port = Network::current() != nullptr ? Plan::serialPort(path) : quint16{0};
+    return port != 0 ? Network::current()->openLine(port)
+                     : static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+ssize_t read(int descriptor, void* data, size_t size)
+{
+    return isOurs(descriptor)
+        ? Network::current()->receive(descriptor, static_cast<char*>(data), size)
+        : syscall(SYS_read, descriptor, data, size);
+}
+
+ssize_t write(int descriptor, const void* data, size_t size)
+{
+    return isOurs(descriptor)
+        ? Network::current()->send(descriptor, static_cast<const char*>(data), size)
+        : syscall(SYS_write, descriptor, data, size);
+}
+
+// What waits stays, so that it is seen who closes a line on a reply.
+int tcflush(int /*descriptor*/, int /*queue*/) noexcept { return 0; }
+
+int tcgetattr(int /*descriptor*/, termios* settings) noexcept
+{
+    std::memset(settings, 0, sizeof(*settings));
     return 0;
 }
+
+int tcsetattr(int /*descriptor*/, int /*when*/, const termios* /*settings*/) noexcept { return 0; }
 
 int close(int descriptor)
 {

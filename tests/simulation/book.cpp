@@ -19,6 +19,8 @@ constexpr qint64 keepAliveUs = 5000 * ms;
 constexpr qint64 firstDelayUs = 250 * ms;
 constexpr qint64 longestDelayUs = 15000 * ms;
 constexpr qint64 longestLookUpUs = 8100 * ms;
+constexpr qint64 restUs = 100 * ms; // of a serial line that was opened
+constexpr qint64 silenceUs = 2 * ms; // of three and a half characters at 19200 baud
 constexpr int fewBytes = 2048; // less than any flood brings
 constexpr quint8 identify = 17;
 
@@ -466,6 +468,7 @@ void Book::opens(quint64 link)
     m_isOpen = true;
     m_openedUs = World::current()->nowUs();
     m_trafficUs = awakeUs();
+    m_silentUs = m_openedUs + restUs;
 }
 
 int Book::numberOf(const QByteArray& request) const
@@ -533,6 +536,8 @@ void Book::sends(quint64 link, const QByteArray& wire)
     note("request", number, bytes);
     checkHeader(bytes);
     checkOneIsOut(link);
+    failIf(m_isLine && World::current()->nowUs() < m_silentUs,
+           "a request left on a line that was not silent");
     if (number < 0) {
         fail(QStringLiteral("a request left for an order that is over"));
         return;
@@ -585,6 +590,7 @@ QByteArray Book::withoutEcho(const QByteArray& bytes)
 void Book::receives(quint64 link, const QByteArray& arrived)
 {
     note("receive", arrived.size(), arrived);
+    m_silentUs = World::current()->nowUs() + silenceUs;
     const QByteArray bytes = withoutEcho(arrived);
     if (bytes.isEmpty()) {
         return;

@@ -167,6 +167,7 @@ private:
     quint64 m_link = 0; ///< being tried or open
     bool m_isLine; ///< a serial one, on which a request may wait for silence before it leaves
     int m_echo = 0; ///< bytes that come back first
+    qint64 m_silentUs = 0; ///< from then on it has been silent for long enough
     QByteArray m_lastTransaction; ///< its id
     int m_lastAsked = 0; ///< the order of the last request
     bool m_isAnswered = false; ///< that it has been told so

@@ -208,9 +208,11 @@ long Network::receive(int descriptor, char* data, std::size_t size)
         const int count = std::min(found.inbox.size(), static_cast<int>(size));
         std::memcpy(data, found.inbox.constData(), static_cast<std::size_t>(count));
         found.inbox.remove(0, count);
+        found.vainReads = 0;
         portOf(found).watcher->receives(found.link, QByteArray::fromRawData(data, count));
         return count;
     }
+    countVainRead(found);
     if (found.wasReset || found.hasEnded) {
         tellLoss(found);
         errno = ECONNRESET;
@@ -218,6 +220,15 @@ long Network::receive(int descriptor, char* data, std::size_t size)
     }
     errno = EAGAIN;
     return -1;
+}
+
+// More than any number of silent requests would have.
+void Network::countVainRead(Socket& socket)
+{
+    constexpr int most = 1000;
+    if (++socket.vainReads == most) {
+        World::current()->fail(-1, QStringLiteral("a link is read without end"));
+    }
 }
 
 long Network::send(int descriptor, const char* data, std::size_t size)

@@ -95,7 +95,8 @@ private:
         bool hasEnded = false;
         bool wasReset = false;
         bool isTold = false; ///< that the link has gone
-        bool isLine = false; ///< of bytes
+        bool isLine = false; ///< a serial one
+        int vainReads = 0; ///< in a row
     };
     struct Watched
     {
@@ -121,6 +122,7 @@ private:
     const Port& portOf(const Socket& socket) const { return m_ports.at(socket.port); }
     static quint32 readiness(const Socket& socket);
     void tellLoss(Socket& socket);
+    static void countVainRead(Socket& socket);
 
     Random m_random;
     quint64 m_nextLink = 0;

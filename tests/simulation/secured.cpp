@@ -1,5 +1,7 @@
 #include "secured.h"
 
+#include "world.h"
+
 Secured::Secured(Device& device, Network::Watcher& watcher) : m_device(device), m_watcher(watcher)
 {
     m_device.sealBy([this](quint64 link, const QByteArray& bytes) {
@@ -30,6 +32,9 @@ void Secured::left(quint64 link)
 void Secured::sends(quint64 link, const QByteArray& /*bytes*/)
 {
     if (!m_said.isEmpty()) {
+        if (m_servers[link].isWithinRecord()) {
+            World::current()->fail(-1, QStringLiteral("a request left behind a part of something"));
+        }
         m_watcher.sends(link, m_said);
     }
 }

@@ -85,6 +85,7 @@ QByteArray TlsServer::received(int size)
         const int taken = std::min(size, first.left);
         first.left -= taken;
         size -= taken;
+        m_hasPart = first.left > 0;
         if (first.left == 0) {
             says += first.says;
             m_records.pop_front();

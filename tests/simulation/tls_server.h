@@ -25,6 +25,8 @@ public:
     QByteArray sealed(const QByteArray& bytes);
     /// What the next so many bytes say that the process receives.
     QByteArray received(int size);
+    /// It has received a part of something.
+    bool isWithinRecord() const { return m_hasPart; }
 
 private:
     struct Record
@@ -39,4 +41,5 @@ private:
     BIO* m_in; ///< the connection owns both
     BIO* m_out;
     std::deque<Record> m_records;
+    bool m_hasPart = false;
 };

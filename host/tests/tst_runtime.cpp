@@ -17,6 +17,7 @@ private slots:
     void aLoopInsideStartReportsOthersOnly();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut_data();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut();
+    void aLoopInsideAReportLetsTheLinkComeBack();
     void failures_data();
     void failures();
     void theLinkIsSetUpForTheField();
@@ -103,6 +104,23 @@ void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
     parameters.insert(QStringLiteral("limit"), 60000);
     object.finish(object.start(ask, parameters));
     QVERIFY(carriedOut);
+}
+
+void RuntimeTest::aLoopInsideAReportLetsTheLinkComeBack()
+{
+    EchoDevice device;
+    RecordedObject object;
+    object.connectTo(device.serverPort());
+    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
+    bool isBack = false;
+    DAbstractWorker* worker = object.plugin->worker();
+    connect(worker, &DAbstractWorker::sigStatusChanged, this, [&](bool isConnected) {
+        if (!isConnected) {
+            isBack = waitFor([worker] { return worker->isConnected(); });
+        }
+    });
+    device.findChild<QTcpSocket*>()->abort();
+    QVERIFY(waitFor([&] { return isBack; }));
 }
 
 void RuntimeTest::failures_data() { addRows("failures"); }

@@ -88,7 +88,7 @@ int Book::starting(const Asked& asked)
     Open open;
     open.asked = asked;
     open.turn = m_turn;
-    open.sinceUs = World::current()->nowUs();
+    open.sinceUs = open.toldUs = World::current()->nowUs();
     open.idsBefore = m_lastId;
     m_open[++m_numbers] = open;
     if (asked.command == QLatin1String("connect")) {
@@ -120,6 +120,7 @@ void Book::stopping(quint64 id)
 {
     if (Open* open = find(id)) {
         open->isStopped = true;
+        m_stopped.insert(open->instruction);
         note("stop", m_numberOfId.at(id));
     }
 }
@@ -210,9 +211,11 @@ void Book::result(quint64 id, const QString& name, const QVariant& value)
     }
     tick(*open);
     noteAnswer(m_numberOfId.at(id));
-    m_hasAnswered = true;
-    m_vain = 0;
-    m_isVainKnown = true;
+    if (open->link == m_link) { // else it is told late
+        m_hasAnswered = true;
+        m_vain = m_mostVain = 0;
+        m_isVainKnown = true;
+    }
 }
 
 // A copy of another reply that came after the request had left, on its link, and of its very shape
@@ -281,7 +284,7 @@ void Book::trouble(quint64 id, const OrderFailure& failure)
 void Book::tick(Open& open)
 {
     ++open.outcomes;
-    const qint64 nowUs = World::current()->nowUs();
+    const qint64 nowUs = open.toldUs = World::current()->nowUs();
     // It may have been started while the process was late, so that its time is a little before.
     failIf(open.asked.repeats()
                && open.outcomes > (nowUs - open.sinceUs) / open.asked.intervalUs + 2,
@@ -413,7 +416,16 @@ void Book::checkEnd(const Open& open, const DOrder& order) const
            "a write was carried out more than once");
 }
 
-void Book::running() { ++m_turn; }
+void Book::running(quint64 instruction)
+{
+    ++m_turn;
+    m_runs = instruction;
+}
+
+void Book::instructionDone(quint64 id) const
+{
+    failIf(m_stopped.count(id) > 0, "an instruction that was stopped was done");
+}
 
 void Book::status(bool isConnected)
 {
@@ -427,9 +439,20 @@ void Book::status(bool isConnected)
 
 // --- what the process does with its links ---
 
-qint64 Book::delayUs() const
+// A reply takes the delay back to its first step, and so does a connect unless it is refused.
+void Book::checkDelay() const
 {
-    return std::min(longestDelayUs, firstDelayUs << std::min(20, std::max(0, m_vain - 1)));
+    const auto stepUs = [](int vain) {
+        return std::min(longestDelayUs, firstDelayUs << std::min(20, std::max(0, vain)));
+    };
+    const qint64 passedUs = World::current()->nowUs() - *m_goneUs;
+    if (m_vain > 0 && passedUs < stepUs(m_vain - 1) / 2 - ms) {
+        fail(QStringLiteral("attempt %1 came after %2 us, before its time")
+                 .arg(m_vain)
+                 .arg(passedUs));
+    }
+    failIf(awakeUs() - *m_goneAwakeUs > stepUs(m_mostVain) * 3 / 2 + turnUs,
+           "an attempt came after its time");
 }
 
 void Book::attempts(quint64 link)
@@ -441,14 +464,9 @@ void Book::attempts(quint64 link)
         return one.second.asked.command == QLatin1String("connect");
     });
     failIf(!m_line.isWanted(), "a link is tried that nobody wants");
-    if (m_goneUs && m_isVainKnown && m_vain > 0 && !m_beginsAtOnce && connects == 1
-        && connectOrder() != 0 && !m_line.isShared()) {
-        const qint64 passedUs = World::current()->nowUs() - *m_goneUs;
-        if (passedUs < delayUs() / 2 - ms) {
-            fail(QStringLiteral("attempt %1 came after %2 us, before its time")
-                     .arg(m_vain)
-                     .arg(passedUs));
-        }
+    if (m_goneUs && m_isVainKnown && !m_beginsAtOnce && connects == 1 && connectOrder() != 0
+        && !m_line.isShared()) {
+        checkDelay();
     }
     m_link = link;
     m_isOpen = false;
@@ -547,6 +565,7 @@ void Book::sends(quint64 link, const QByteArray& wire)
     m_flight = Flight{link, number, awakeUs(), World::current()->nowUs()};
     m_trafficUs = awakeUs();
     if (number == 0) {
+        checkNobodyWaits();
         return;
     }
     Open& open = m_open.at(number);
@@ -557,6 +576,7 @@ void Book::sends(quint64 link, const QByteArray& wire)
         open.early.push_back(open.request);
     }
     open.request = m_device.lastRequest();
+    open.instruction = m_runs;
     open.link = link;
     open.leftUs = World::current()->nowUs();
     open.leftAt = World::current()->moment();
@@ -577,6 +597,20 @@ void Book::checkTurn(const Open& open) const
         if (waits && isBefore && open.id != 0) {
             fail(QStringLiteral("order %1 had to wait behind another one").arg(number));
         }
+    }
+}
+
+// The keep-alive goes in front of no repetition that has fallen due.
+void Book::checkNobodyWaits() const
+{
+    for (const auto& [number, open] : m_open) {
+        if (!open.asked.repeats() || open.isStopped || m_isLine) {
+            continue;
+        }
+        const qint64 everyUs = open.asked.intervalUs;
+        const qint64 dueUs = open.sinceUs + ((open.toldUs - open.sinceUs) / everyUs + 1) * everyUs;
+        failIf(dueUs > m_openedUs && dueUs + ms < World::current()->nowUs(),
+               "a keep-alive left in front of a repetition");
     }
 }
 
@@ -613,6 +647,7 @@ void Book::linkGone()
     if (m_link == 0) {
         return;
     }
+    m_mostVain = m_hasAnswered ? 0 : m_mostVain + 1;
     if (!m_hasReceived) {
         ++m_vain;
     } else if (m_hasAnswered) { // a link that has answered may be replaced at once

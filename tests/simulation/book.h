@@ -11,6 +11,7 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 
 /// What a user asks of an object.
 struct Asked
@@ -48,7 +49,8 @@ public:
     void result(quint64 id, const QString& name, const QVariant& value);
     void trouble(quint64 id, const OrderFailure& failure);
     void ended(const DOrder& order);
-    void running();
+    void running(quint64 instruction);
+    void instructionDone(quint64 id) const;
     void status(bool isConnected);
 
     // What the process does with its links.
@@ -87,10 +89,12 @@ private:
         quint64 id = 0; ///< 0 until start() has returned it
         quint64 request = 0; ///< the last one that left for it
         std::deque<quint64> early; ///< those before, if they left before start() had returned
+        quint64 instruction = 0; ///< for which it left
         quint64 link = 0; ///< on which it left
         qint64 leftUs = 0;
         quint64 leftAt = 0; ///< the moment
         qint64 sinceUs = 0;
+        qint64 toldUs = 0; ///< when something was told of it last
         quint64 idsBefore = 0; ///< the largest one that was known when it was started
         quint64 turn = 0; ///< of the worker, when it was started
         bool isStopped = false;
@@ -137,12 +141,12 @@ private:
     void checkOneIsOut(quint64 link) const;
     void checkHeader(const QByteArray& request);
     void checkTurn(const Open& open) const;
+    void checkNobodyWaits() const;
     void tick(Open& open);
     static void addSkipped(Counts& counts, const Open& open, bool isOver);
     void checkCounts(const WorkerStatistics& counted) const;
     void checkDelay() const;
     void linkGone();
-    qint64 delayUs() const;
     QByteArray withoutEcho(const QByteArray& bytes);
 
     int m_object;
@@ -157,6 +161,8 @@ private:
     OpenOrders m_open;
     std::map<quint64, int> m_numberOfId;
     std::map<quint16, int> m_numberOfStart;
+    std::set<quint64> m_stopped; ///< instructions
+    quint64 m_runs = 0; ///< an instruction
     std::optional<Flight> m_flight;
     quint64 m_answers = 0;
     quint64 m_staleCopies = 0;
@@ -180,7 +186,8 @@ private:
     qint64 m_trafficUs = 0;
     bool m_hasReceived = false; ///< on this link
     bool m_hasAnswered = false; ///< on this link, for sure
-    int m_vain = 0; ///< attempts in a row that no reply followed
+    int m_vain = 0; ///< attempts in a row that no reply followed, at least
+    int m_mostVain = 0; ///< and at most
     bool m_isVainKnown = false;
     bool m_beginsAtOnce = false; ///< for a connect
     std::optional<qint64> m_goneUs; ///< since when there has been none, and when it was lost

@@ -74,9 +74,9 @@ public:
 
     ~Simulation()
     {
+        Resolver::endAll(); // what still looks a name up tells the stations
         m_clients.clear();
         m_stations.clear();
-        Resolver::endAll();
     }
     Q_DISABLE_COPY(Simulation)
 

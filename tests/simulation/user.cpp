@@ -155,8 +155,8 @@ void User::follow()
         m_book.ended(order);
         inside();
     });
-    QObject::connect(m_object->worker(), &DAbstractWorker::sigOrderRunning, [this] {
-        m_book.running();
+    QObject::connect(m_object->worker(), &DAbstractWorker::sigOrderRunning, [this](quint64 id) {
+        m_book.running(id);
         inside();
     });
     QObject::connect(m_object->worker(), &DAbstractWorker::sigStatusChanged,
@@ -164,7 +164,10 @@ void User::follow()
                          m_book.status(isConnected);
                          inside();
                      });
-    QObject::connect(m_object->worker(), &DAbstractWorker::sigOrderDone, [this] { inside(); });
+    QObject::connect(m_object->worker(), &DAbstractWorker::sigOrderDone, [this](quint64 id) {
+        m_book.instructionDone(id);
+        inside();
+    });
 }
 
 // Its orders are stopped with it.

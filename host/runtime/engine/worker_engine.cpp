@@ -800,7 +800,7 @@ void WorkerEngine::tellConnectDown(const QString& why, bool byKeepAlive)
 
 qint64 WorkerEngine::wakeAtUs() const
 {
-    if (m_failedAtOnce) {
+    if (m_failedAtOnce || !m_actions.empty()) {
         return 0;
     }
     qint64 wakeUs = std::min({m_exchange.limitUs(), m_link.dueUs(), m_queue.nextTickUs()});

@@ -285,7 +285,7 @@ void WorkerShell::execute(const WorkerAction& action)
         tellOutcome(action);
         break;
     case Kind::TellState:
-        callForeign([&] { ForeignCalls::tellState(*m_worker, action.flag); });
+        tell([&] { ForeignCalls::tellState(*m_worker, action.flag); });
         break;
     case Kind::OpenLink:
         openLink(action.flag);
@@ -351,6 +351,14 @@ bool WorkerShell::callForeign(const Call& call)
     return m_worker != nullptr;
 }
 
+// Who is told something may run an event loop for long, in which all the rest goes on.
+template <typename Call>
+bool WorkerShell::tell(const Call& call)
+{
+    m_due.set(m_engine.wakeAtUs());
+    return callForeign(call);
+}
+
 void WorkerShell::callFunction(quint64 id)
 {
     const bool isKeepAlive = id == 0;
@@ -391,8 +399,8 @@ void WorkerShell::tellOutcome(const WorkerAction& action)
     if (action.id == WorkerActions::dropped) {
         return;
     }
-    const bool isThere = callForeign(
-        [&] { ForeignCalls::tellOutcome(*m_worker, action.outcome, action.id, news.reply); });
+    const bool isThere =
+        tell([&] { ForeignCalls::tellOutcome(*m_worker, action.outcome, action.id, news.reply); });
     const OutcomeHandler handler = m_outcomeHandler;
     if (isThere && !handler.empty()) {
         callForeign([&] { handler(action.id, action.outcome, news.reply, news.failure); });
@@ -402,7 +410,7 @@ void WorkerShell::tellOutcome(const WorkerAction& action)
 void WorkerShell::log(const WorkerAction& action)
 {
     const WorkerNews news = m_engine.takeNews();
-    callForeign([&] { ForeignCalls::log(logConnection(), action.flag, news.text); });
+    tell([&] { ForeignCalls::log(logConnection(), action.flag, news.text); });
 }
 
 void WorkerShell::trace(bool outgoing, const char* data, int size)
@@ -422,8 +430,7 @@ bool WorkerShell::showTraces()
     const std::vector<Trace> traces = std::exchange(m_traces, {});
     bool isThere = true;
     for (std::size_t i = 0; i < traces.size() && isThere && tracer; ++i) {
-        isThere =
-            callForeign([&] { ForeignCalls::show(tracer, traces[i].outgoing, traces[i].bytes); });
+        isThere = tell([&] { ForeignCalls::show(tracer, traces[i].outgoing, traces[i].bytes); });
     }
     return isThere;
 }

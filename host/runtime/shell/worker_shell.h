@@ -82,6 +82,8 @@ private:
     void execute(const WorkerAction& action);
     template <typename Call>
     bool callForeign(const Call& call);
+    template <typename Call>
+    bool tell(const Call& call);
     void callFunction(quint64 id);
     void judgeReply();
     void tellOutcome(const WorkerAction& action);

@@ -62,6 +62,10 @@ Plan::Plan(quint64 givenSeed) : seed(givenSeed)
         link = drawLink(random);
     }
     drawShare();
+    Random spins(seed, 'E');
+    for (LinkOptions& link : links) {
+        link.spin = spins.oneIn(4);
+    }
     weights = usual;
     for (int& weight : weights) { // some do one thing most of the time, and another one never
         const int turn = random.below(10);

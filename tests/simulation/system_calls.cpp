@@ -109,8 +109,13 @@ int poll(pollfd* asked, nfds_t count, int limitMs)
     if (count != 1 || !isOurs(asked->fd)) {
         return static_cast<int>(syscall(SYS_poll, asked, count, limitMs));
     }
-    const bool isReady =
-        Network::current()->isReady(asked->fd, static_cast<quint32>(asked->events));
+    const bool isPoll = Network::current()->isPoll(asked->fd);
+    if (isPoll) { // looked at again and again, and time goes on meanwhile
+        World::current()->stopProcess(1);
+    }
+    const bool isReady = isPoll
+        ? Network::current()->isPollReady(asked->fd)
+        : Network::current()->isReady(asked->fd, static_cast<quint32>(asked->events));
     asked->revents = isReady ? asked->events : short{0};
     return isReady ? 1 : 0;
 }

@@ -41,7 +41,7 @@ LinkSocket::Watch WorkerShell::watch()
 {
     return {{this, &WorkerShell::handleDrained},
             {this, &WorkerShell::handleDropped},
-            {this, &WorkerShell::handleWritten},
+            {this, m_spin ? &WorkerShell::handleWrittenSpinning : &WorkerShell::handleWritten},
             {this, &WorkerShell::trace}};
 }
 
@@ -112,6 +112,9 @@ void WorkerShell::setUpLink(const LinkOptions& options, std::unique_ptr<TlsSetti
         m_worker->m_socket = &m_link.socket();
     }
     m_place.reset();
+    m_spin = options.spin ? std::make_unique<Spin>(Spin::Question(this, &WorkerShell::awaitsReply))
+                          : nullptr;
+    m_link.socket().setWatch(watch());
     if (!options.share) {
         m_link.setTls(std::move(tls));
         m_link.setSerial(serial);
@@ -213,6 +216,12 @@ void WorkerShell::handleDue()
 }
 
 void WorkerShell::handleWritten(const char* data, int size) { m_engine.requestLeft(data, size); }
+
+void WorkerShell::handleWrittenSpinning(const char* data, int size)
+{
+    handleWritten(data, size);
+    m_spin->expect();
+}
 
 void WorkerShell::handleDrained(int size) { m_engine.drained(size); }
 

@@ -77,8 +77,7 @@ int WorkerEngine::declareFunction(const QString& name)
 int WorkerEngine::numberOf(const QString& function) const
 {
     for (std::size_t i = 0; i < m_functions.size(); ++i) {
-        const QString& name = m_functions[i];
-        if (name.size() == function.size() && name == function) {
+        if (isSameText(m_functions[i], function)) {
             return static_cast<int>(i);
         }
     }

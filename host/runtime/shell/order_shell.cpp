@@ -423,8 +423,9 @@ void OrderShell::tell(const Report& report)
 const OrderShell::Prototype* OrderShell::prototype(const QString& name) const
 {
     const auto it =
-        std::find_if(m_prototypes.cbegin(), m_prototypes.cend(),
-                     [&](const Prototype& known) { return known.declared->name == name; });
+        std::find_if(m_prototypes.cbegin(), m_prototypes.cend(), [&](const Prototype& known) {
+            return isSameText(known.declared->name, name);
+        });
     return it != m_prototypes.cend() ? &*it : nullptr;
 }
 

@@ -270,7 +270,8 @@ void WorkerShell::perform()
     const int outerLevel = std::exchange(m_loopLevel, loopLevel());
     ++m_depth;
     WorkerAction action;
-    while (showTraces() && m_engine.next(action, m_nowUs)) {
+    while (m_worker != nullptr && (m_traces.empty() || showTraces())
+           && m_engine.next(action, m_nowUs)) {
         execute(action);
     }
     --m_depth;
@@ -424,9 +425,6 @@ void WorkerShell::trace(bool outgoing, const char* data, int size)
 // False when the worker has gone.
 bool WorkerShell::showTraces()
 {
-    if (m_traces.empty() || m_worker == nullptr) {
-        return m_worker != nullptr;
-    }
     const DAbstractWorker::FrameTracer tracer = m_tracer;
     const std::vector<Trace> traces = std::exchange(m_traces, {});
     bool isThere = true;

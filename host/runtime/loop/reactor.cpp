@@ -227,6 +227,9 @@ void Reactor::forget(const Spin* one) { removeFrom(m_spins, one); }
 
 void Reactor::loopSleeps()
 {
+    if (m_beforeSleep.empty() && m_spins.empty()) {
+        return;
+    }
     const std::shared_ptr<Reactor> keep = shared_from_this(); // a handler may let go of it
     while (!m_beforeSleep.empty()) {
         BeforeSleep* last = m_beforeSleep.back();

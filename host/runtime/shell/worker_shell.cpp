@@ -249,7 +249,8 @@ void WorkerShell::performFromOutside()
     }
 }
 
-// Something was asked for inside a call, and that call runs an event loop now.
+// A call runs an event loop now: what was asked for inside it, what waits behind it and what falls
+// due must not wait until it returns.
 void WorkerShell::handleSleep()
 {
     if (m_depth > 0 && m_worker != nullptr) {
@@ -274,8 +275,10 @@ void WorkerShell::perform()
            && m_engine.next(action, m_nowUs)) {
         execute(action);
     }
-    --m_depth;
     m_loopLevel = outerLevel;
+    if (--m_depth == 0) {
+        m_leftInCall.unset(); // while it is at hand: before the loop sleeps it comes from far away
+    }
     if (m_worker != nullptr) {
         m_due.set(m_engine.wakeAtUs());
     }
@@ -357,6 +360,7 @@ void WorkerShell::closeLink(bool isSpoiled)
 template <typename Call>
 bool WorkerShell::callForeign(const Call& call)
 {
+    m_leftInCall.set();
     call();
     return m_worker != nullptr;
 }

@@ -4,8 +4,10 @@ import statistics
 
 CLIENTS = {"socket": "bare socket", "libmodbus": "libmodbus", "qtserialbus": "Qt Serial Bus",
            "driver": "driver", "driver-text": "driver, as people type it",
+           "driver-spin": "driver, looking awake",
            "driver-glib": "driver, GLib's loop", "epoll_reads": "bare epoll",
            "goburrow_reads": "goburrow, goroutines", "libmodbus_reads": "libmodbus, threads"}
+SPINNING = "driver-spin"
 WORKS = {"50": "listened to every 50 ms", "read": "read after read"}
 READ_DEVICES = [1, 10, 100, 1000]
 MOST_LOAD = 0.5
@@ -58,7 +60,24 @@ def reads(results):
                 number(one["systemCalls"], 1))
 
     return table(("registers", "client", "round trip, us", "driver / client", "instructions",
-                  "system calls"), map(row, results["reads"]))
+                  "system calls"),
+                 (row(one) for one in results["reads"] if one["client"] != SPINNING))
+
+
+def spinning(results):
+    found = {(row["registers"], row["client"]): row for row in results["reads"]}
+
+    def ratio(registers, client, key):
+        return spread(found[registers, SPINNING][key], found[registers, client][key])
+
+    def row(registers):
+        return (registers, number(median(found[registers, SPINNING]["us"]), 1),
+                ratio(registers, "socket", "us"), ratio(registers, "driver", "us"),
+                ratio(registers, "driver", "processorUs"))
+
+    return table(("registers", "round trip, us", "of the bare socket's", "of the driver's without",
+                  "processor time, of the driver's without"),
+                 (row(n) for n, client in found if client == SPINNING))
 
 
 class Scale:
@@ -185,4 +204,4 @@ def machine(results):
 
 def all_of(results):
     return {make.__name__: make(results)
-            for make in (machine, reads, reading, listening, carrying, growth, threads, codec)}
+            for make in (machine, reads, spinning, reading, listening, carrying, growth, threads, codec)}

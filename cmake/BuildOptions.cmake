@@ -28,6 +28,16 @@ if(SANITIZE)
     add_compile_definitions(QT_FORCE_ASSERTS)
 endif()
 
+# Of the preset release-pgo, see bench/train: "generate" counts what is done how often, "use" compiles
+# by what was counted.
+set(PROFILE "" CACHE STRING "A profile of GCC: generate or use")
+if(PROFILE)
+    set(profile_folder ${CMAKE_BINARY_DIR}/profile)
+    add_compile_options(-fprofile-${PROFILE}=${profile_folder} -Wno-missing-profile
+        $<IF:$<STREQUAL:${PROFILE},use>,-fprofile-partial-training,-fprofile-update=atomic>)
+    add_link_options(-fprofile-${PROFILE}=${profile_folder})
+endif()
+
 # Our own targets ask for this; generated code and other people's headers stay out of it.
 function(use_project_warnings target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion

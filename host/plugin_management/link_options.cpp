@@ -52,7 +52,7 @@ QString readText(const QVariant& given, LinkOptions& options)
     return isText ? QString() : QStringLiteral("'%1' is not a text").arg(given.toString());
 }
 
-constexpr std::array<Option, 11> all{{
+constexpr std::array<Option, 12> all{{
     {"keepTrying", "", "Keep trying until there is a first connection",
      readFlag<&LinkOptions::keepTrying>},
     {"unit", "0..255", "Ask this unit instead of unit 0", readUnit},
@@ -72,6 +72,8 @@ constexpr std::array<Option, 11> all{{
      readFlag<&LinkOptions::share>},
     {"serial", "DEVICE,BAUD,FORMAT", "Go by this serial line, 19200,8E1 by default, instead of TCP",
      readText<&LinkOptions::serial>},
+    {"spin", "", "Look for replies for 20 us before sleeping, for devices that answer that soon",
+     readFlag<&LinkOptions::spin>},
 }};
 
 QString unknown()

@@ -51,6 +51,13 @@ struct LinkOptions
     /// some lines of two wires. Empty: off.
     QString serial;
 
+    /// The event loop of the object's thread looks for replies awake, before it sleeps, for up to
+    /// 20 us from then on; a reply that comes within that need not wait until the thread has been
+    /// woken. It looks once for each request of this object; after one whose reply took longer it
+    /// leaves out the next 1, doubling to 256. What comes is handled in the same order as without.
+    /// It costs processor time, and what else the thread has to do may come 20 us later.
+    bool spin = false;
+
     bool isRtu() const { return rtu || !serial.isEmpty(); }
 
     // unit, transactionIds and rtu are for workers whose framing is mbapFraming(): Modbus Messaging

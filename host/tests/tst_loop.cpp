@@ -1,4 +1,5 @@
 #include <runtime/loop/deadline.h>
+#include <runtime/loop/spin.h>
 
 #include <QtTest>
 
@@ -56,6 +57,17 @@ private:
     Deadline m_deadline{{this, &Alarm::handle}};
 };
 
+struct Awaited
+{
+    bool ask()
+    {
+        ++asked;
+        return true;
+    }
+
+    int asked = 0;
+};
+
 } // namespace
 
 class LoopTest : public QObject
@@ -69,6 +81,8 @@ private slots:
     void deadlinesComeInOrderAndNeverEarly();
     void aDeadlineThatIsAlwaysDueLeavesRoom();
     void othersComeWhileAHandlerRunsALoop();
+    void whatIsSlowIsLookedForLessAndLess();
+    void spinningLeavesRoom();
 };
 
 // More than the system names at a time, each of them ready in every turn.
@@ -161,6 +175,41 @@ void LoopTest::othersComeWhileAHandlerRunsALoop()
     other.setIn(20000);
     QTRY_VERIFY(hasCome);
     QVERIFY(withinLoop);
+}
+
+// Of a thousand replies that come late and two that come soon.
+void LoopTest::whatIsSlowIsLookedForLessAndLess()
+{
+    const auto awaited = [](bool came, Spin& spin, int count) {
+        QList<int> looked;
+        for (int i = 1; i <= count; ++i) {
+            if (spin.begin()) {
+                looked.append(i);
+                spin.end(came);
+            }
+        }
+        return looked;
+    };
+    Awaited always;
+    Spin spin({&always, &Awaited::ask});
+    QCOMPARE(awaited(false, spin, 1033), (QList<int>{1, 3, 6, 11, 20, 37, 70, 135, 264, 521, 778}));
+    QCOMPARE(awaited(true, spin, 3), (QList<int>{2, 3}));
+    QCOMPARE(awaited(false, spin, 4), (QList<int>{1, 3}));
+}
+
+// Something is ready each time that it looks, and is asked for again.
+void LoopTest::spinningLeavesRoom()
+{
+    Awaited always;
+    Spin spin({&always, &Awaited::ask});
+    const Ready ready([&] { spin.expect(); });
+    QEventLoop loop;
+    bool wasPosted = false;
+    QTimer::singleShot(1, &loop, &QEventLoop::quit);
+    QMetaObject::invokeMethod(
+        &loop, [&] { wasPosted = true; }, Qt::QueuedConnection);
+    loop.exec();
+    QVERIFY(wasPosted && always.asked > 0);
 }
 
 QTEST_GUILESS_MAIN(LoopTest)

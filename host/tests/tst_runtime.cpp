@@ -18,6 +18,7 @@ private slots:
     void whatIsGivenInsideALoopOfAReportIsCarriedOut_data();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut();
     void aLoopInsideAReportLetsTheLinkComeBack();
+    void aRepetitionComesInsideALoopOfTheLastOne();
     void failures_data();
     void failures();
     void theLinkIsSetUpForTheField();
@@ -72,14 +73,17 @@ void RuntimeTest::aLoopInsideStartReportsOthersOnly()
 
 void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut_data()
 {
+    QTest::addColumn<bool>("isGivenInReport");
     QTest::addColumn<bool>("isGivenInLoop");
-    QTest::newRow("in the loop") << true;
-    QTest::newRow("before it") << false;
+    QTest::newRow("in the loop") << true << true;
+    QTest::newRow("before it") << true << false;
+    QTest::newRow("before the report") << false << false;
 }
 
 // No time limit comes to its help: that of the first order is far off.
 void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
 {
+    QFETCH(bool, isGivenInReport);
     QFETCH(bool, isGivenInLoop);
     EchoDevice device;
     RecordedObject object;
@@ -93,7 +97,7 @@ void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
             connect(object.plugin->orders(), &DOrders::sigOrderFinished, &loop, &QEventLoop::quit);
             if (isGivenInLoop) {
                 QTimer::singleShot(0, &loop, [&] { object.start(ask, value(2)); });
-            } else {
+            } else if (isGivenInReport) {
                 object.start(ask, value(2));
             }
             QTimer::singleShot(5000, &loop, &QEventLoop::quit);
@@ -102,7 +106,11 @@ void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
     });
     QVariantMap parameters = value(1);
     parameters.insert(QStringLiteral("limit"), 60000);
-    object.finish(object.start(ask, parameters));
+    const quint64 id = object.start(ask, parameters);
+    if (!isGivenInReport) {
+        object.start(ask, value(2));
+    }
+    object.finish(id);
     QVERIFY(carriedOut);
 }
 
@@ -121,6 +129,28 @@ void RuntimeTest::aLoopInsideAReportLetsTheLinkComeBack()
     });
     device.findChild<QTcpSocket*>()->abort();
     QVERIFY(waitFor([&] { return isBack; }));
+}
+
+void RuntimeTest::aRepetitionComesInsideALoopOfTheLastOne()
+{
+    EchoDevice device;
+    RecordedObject object;
+    object.connectTo(device.serverPort());
+    QVariantMap parameters = value(1);
+    parameters.insert(QStringLiteral("limit"), 60000);
+    parameters.insert(QStringLiteral("recurrent"), true);
+    parameters.insert(QStringLiteral("recurrentInterval"), 20);
+    const quint64 id = object.start(ask, parameters);
+    QEventLoop loop;
+    int repetitions = 0;
+    connect(object.plugin->orders(), &DOrders::sigOrderResult, this, [&](quint64 order) {
+        if (order == id && ++repetitions == 1) {
+            QTimer::singleShot(5000, &loop, [&] { loop.exit(1); });
+            QCOMPARE(loop.exec(), 0);
+        }
+        loop.exit(0);
+    });
+    QVERIFY(waitFor([&] { return repetitions > 1; }));
 }
 
 void RuntimeTest::failures_data() { addRows("failures"); }

@@ -112,8 +112,8 @@ void Network::reset(quint64 link)
 int Network::openSocket()
 {
     const auto isFree = [this](std::size_t at) {
-        const bool isPoll = at < m_polls.size() && m_polls[at] != nullptr;
-        return !isPoll && (at >= m_sockets.size() || m_sockets[at] == nullptr);
+        const int descriptor = firstDescriptor + static_cast<int>(at);
+        return !isPoll(descriptor) && (at >= m_sockets.size() || m_sockets[at] == nullptr);
     };
     std::size_t at = 0;
     while (!isFree(at)) {
@@ -274,7 +274,7 @@ int Network::waiting(int descriptor) const { return socket(descriptor)->inbox.si
 
 void Network::close(int descriptor)
 {
-    if (place(descriptor) < m_polls.size() && m_polls[place(descriptor)] != nullptr) {
+    if (isPoll(descriptor)) {
         m_polls[place(descriptor)].reset();
         return;
     }
@@ -313,6 +313,11 @@ int Network::control(int poll, int operation, int descriptor, const epoll_event*
         watched.erase(it);
     }
     return 0;
+}
+
+bool Network::isPoll(int descriptor) const
+{
+    return place(descriptor) < m_polls.size() && m_polls[place(descriptor)] != nullptr;
 }
 
 bool Network::isPollReady(int poll) const

@@ -79,6 +79,7 @@ public:
     int openPoll();
     int control(int poll, int operation, int descriptor, const epoll_event* event);
     int ready(int poll, epoll_event* events, int size);
+    bool isPoll(int descriptor) const;
     bool isPollReady(int poll) const;
 
     static constexpr quint32 deadAddress = 0x0A630001; ///< 10.99.0.1: nobody answers

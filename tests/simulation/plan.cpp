@@ -72,6 +72,10 @@ Plan::Plan(quint64 givenSeed) : seed(givenSeed)
     }
     drawShare();
     drawWays();
+    Random spins(seed, 'E');
+    for (LinkOptions& link : links) {
+        link.spin = spins.oneIn(4);
+    }
     weights = usual;
     for (int& weight : weights) { // some do one thing most of the time, and another one never
         const int turn = random.below(10);

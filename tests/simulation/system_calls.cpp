@@ -113,7 +113,13 @@ int poll(pollfd* asked, nfds_t count, int limitMs)
     if (count != 1 || !isOurs(asked->fd)) {
         return static_cast<int>(syscall(SYS_poll, asked, count, limitMs));
     }
-    const quint32 ready = Network::current()->ready(asked->fd, static_cast<quint32>(asked->events));
+    const bool isPoll = Network::current()->isPoll(asked->fd);
+    if (isPoll) { // looked at again and again, and time goes on meanwhile
+        World::current()->stopProcess(1);
+    }
+    const quint32 ready = isPoll
+        ? (Network::current()->isPollReady(asked->fd) ? quint32{EPOLLIN} : 0)
+        : Network::current()->ready(asked->fd, static_cast<quint32>(asked->events));
     asked->revents = static_cast<short>(ready); // the bits are those of epoll
     return ready != 0 ? 1 : 0;
 }

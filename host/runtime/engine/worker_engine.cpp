@@ -77,8 +77,7 @@ int WorkerEngine::declareFunction(const QString& name)
 int WorkerEngine::numberOf(const QString& function) const
 {
     for (std::size_t i = 0; i < m_functions.size(); ++i) {
-        const QString& name = m_functions[i];
-        if (name.size() == function.size() && name == function) {
+        if (isSameText(m_functions[i], function)) {
             return static_cast<int>(i);
         }
     }
@@ -800,7 +799,7 @@ void WorkerEngine::tellConnectDown(const QString& why, bool byKeepAlive)
 
 qint64 WorkerEngine::wakeAtUs() const
 {
-    if (m_failedAtOnce || !m_actions.empty()) {
+    if (m_failedAtOnce) {
         return 0;
     }
     qint64 wakeUs = std::min({m_exchange.limitUs(), m_link.dueUs(), m_queue.nextTickUs()});

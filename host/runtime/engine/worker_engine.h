@@ -78,7 +78,7 @@ public:
     bool next(WorkerAction& action, qint64 nowUs);
     /// What the outcome or log line just taken says.
     WorkerNews takeNews() { return m_actions.takeNews(); }
-    /// When to call timePassed(): at once while something is still to be done.
+    /// When to call timePassed().
     qint64 wakeAtUs() const;
 
     /// True while nothing that comes can be the reply to a request.

@@ -36,6 +36,7 @@ public:
     explicit LinkSocket(const Watch& watch);
     ~LinkSocket() override;
 
+    void setWatch(const Watch& watch) { m_watch = watch; }
     /// What stands between the worker and the wire; null: nothing. Not while there is a connection.
     void setTranslation(std::unique_ptr<Translation> translation);
     /// Takes \a descriptor over, which is connected to \a peer.

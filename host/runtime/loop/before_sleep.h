@@ -10,12 +10,7 @@ public:
     using Handler = fastdelegate::Delegate<void>;
 
     explicit BeforeSleep(const Handler& onSleep) : m_onSleep(onSleep) { }
-    ~BeforeSleep()
-    {
-        if (m_isSet) {
-            m_reactor->forget(this);
-        }
-    }
+    ~BeforeSleep() { unset(); }
     Q_DISABLE_COPY(BeforeSleep)
 
     void set()
@@ -25,6 +20,13 @@ public:
         }
         if (!std::exchange(m_isSet, true)) {
             m_reactor->callBeforeSleep(this);
+        }
+    }
+
+    void unset()
+    {
+        if (std::exchange(m_isSet, false)) {
+            m_reactor->forget(this);
         }
     }
 

@@ -2,6 +2,7 @@
 
 #include <runtime/loop/before_sleep.h>
 #include <runtime/loop/deadline.h>
+#include <runtime/loop/spin.h>
 
 #include <QAbstractEventDispatcher>
 #include <QEvent>
@@ -18,6 +19,12 @@ namespace {
 constexpr std::size_t readyAtOnce = 64;
 
 std::size_t index(int descriptor) { return static_cast<std::size_t>(descriptor); }
+
+template <typename One>
+void removeFrom(std::vector<One*>& all, const One* one)
+{
+    all.erase(std::remove(all.begin(), all.end(), one), all.end());
+}
 
 /// Calls the reactor without the signal that a notifier else sends for each time.
 class PollNotifier final : public QSocketNotifier
@@ -194,27 +201,43 @@ void Reactor::startForFirst(qint64 nowUs)
 
 // --- before sleep ---
 
-void Reactor::callBeforeSleep(BeforeSleep* one)
+void Reactor::hearOfSleep()
 {
     if (!m_sleep) {
         m_sleep = connect(QAbstractEventDispatcher::instance(),
                           &QAbstractEventDispatcher::aboutToBlock, this, &Reactor::loopSleeps);
     }
+}
+
+void Reactor::callBeforeSleep(BeforeSleep* one)
+{
+    hearOfSleep();
     m_beforeSleep.push_back(one);
 }
 
-void Reactor::forget(const BeforeSleep* one)
+void Reactor::forget(const BeforeSleep* one) { removeFrom(m_beforeSleep, one); }
+
+void Reactor::spinBeforeSleep(Spin* one)
 {
-    m_beforeSleep.erase(std::remove(m_beforeSleep.begin(), m_beforeSleep.end(), one),
-                        m_beforeSleep.end());
+    hearOfSleep();
+    m_spins.push_back(one);
 }
+
+void Reactor::forget(const Spin* one) { removeFrom(m_spins, one); }
 
 void Reactor::loopSleeps()
 {
+    if (m_beforeSleep.empty() && m_spins.empty()) {
+        return;
+    }
     const std::shared_ptr<Reactor> keep = shared_from_this(); // a handler may let go of it
     while (!m_beforeSleep.empty()) {
         BeforeSleep* last = m_beforeSleep.back();
         m_beforeSleep.pop_back();
         last->come();
+    }
+    if (!m_spins.empty()) {
+        Spin::spin(m_spins, m_poll);
+        m_spins.clear();
     }
 }

@@ -14,6 +14,7 @@
 
 class BeforeSleep;
 class Deadline;
+class Spin;
 
 /// Microseconds of a clock that never goes back.
 inline qint64 steadyNowUs()
@@ -52,6 +53,7 @@ protected:
 private:
     friend class BeforeSleep;
     friend class Deadline;
+    friend class Spin;
     using Deadlines = std::multimap<qint64, Deadline*>; ///< of one time in order of setting
 
     struct Watched
@@ -78,9 +80,13 @@ private:
 
     void callBeforeSleep(BeforeSleep* one);
     void forget(const BeforeSleep* one);
+    void spinBeforeSleep(Spin* one);
+    void forget(const Spin* one);
+    void hearOfSleep();
     void loopSleeps();
 
     std::vector<BeforeSleep*> m_beforeSleep;
+    std::vector<Spin*> m_spins; ///< expected since the loop slept last
     QMetaObject::Connection m_sleep; ///< of the thread's event loop
     Deadlines m_deadlines;
     QBasicTimer m_timer;

@@ -420,12 +420,19 @@ void OrderShell::tell(const Report& report)
 
 // --- set-up ---
 
-const OrderShell::Prototype* OrderShell::prototype(const QString& name) const
+// What was asked for last comes first: with many devices a walk over the others fetches a line or
+// two of memory.
+const OrderShell::Prototype* OrderShell::prototype(const QString& name)
 {
     const auto it =
-        std::find_if(m_prototypes.cbegin(), m_prototypes.cend(),
-                     [&](const Prototype& known) { return known.declared->name == name; });
-    return it != m_prototypes.cend() ? &*it : nullptr;
+        std::find_if(m_prototypes.begin(), m_prototypes.end(), [&](const Prototype& known) {
+            return isSameText(known.declared->name, name);
+        });
+    if (it == m_prototypes.end()) {
+        return nullptr;
+    }
+    std::rotate(m_prototypes.begin(), it, it + 1);
+    return &m_prototypes.front();
 }
 
 const DOrder* OrderShell::find(quint64 orderId)

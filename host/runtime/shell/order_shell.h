@@ -74,7 +74,7 @@ private:
         RunningOrderPtr order;
     };
 
-    const Prototype* prototype(const QString& name) const;
+    const Prototype* prototype(const QString& name);
     quint64 startInstruction(RunningOrder& order, const Instruction& instruction);
     bool stopInstruction(RunningOrder& order, quint64 id);
     void stopInstructions(RunningOrder& order);

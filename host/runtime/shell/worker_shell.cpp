@@ -41,7 +41,7 @@ LinkSocket::Watch WorkerShell::watch()
 {
     return {{this, &WorkerShell::handleDrained},
             {this, &WorkerShell::handleDropped},
-            {this, &WorkerShell::handleWritten},
+            {this, m_spin ? &WorkerShell::handleWrittenSpinning : &WorkerShell::handleWritten},
             {this, &WorkerShell::trace}};
 }
 
@@ -112,6 +112,9 @@ void WorkerShell::setUpLink(const LinkOptions& options, std::unique_ptr<TlsSetti
         m_worker->m_socket = &m_link.socket();
     }
     m_place.reset();
+    m_spin = options.spin ? std::make_unique<Spin>(Spin::Question(this, &WorkerShell::awaitsReply))
+                          : nullptr;
+    m_link.socket().setWatch(watch());
     if (!options.share) {
         m_link.setTls(std::move(tls));
         m_link.setSerial(serial);
@@ -214,6 +217,12 @@ void WorkerShell::handleDue()
 
 void WorkerShell::handleWritten(const char* data, int size) { m_engine.requestLeft(data, size); }
 
+void WorkerShell::handleWrittenSpinning(const char* data, int size)
+{
+    handleWritten(data, size);
+    m_spin->expect();
+}
+
 void WorkerShell::handleDrained(int size) { m_engine.drained(size); }
 
 void WorkerShell::handleDropped(int size, int replies) { m_engine.dropped(size, replies); }
@@ -240,7 +249,8 @@ void WorkerShell::performFromOutside()
     }
 }
 
-// Something was asked for inside a call, and that call runs an event loop now.
+// A call runs an event loop now: what was asked for inside it, what waits behind it and what falls
+// due must not wait until it returns.
 void WorkerShell::handleSleep()
 {
     if (m_depth > 0 && m_worker != nullptr) {
@@ -252,7 +262,9 @@ void WorkerShell::handleSleep()
 // How many event loops are on the stack of the worker's thread.
 int WorkerShell::loopLevel() const
 {
-    return m_worker != nullptr ? QThread::currentThread()->loopLevel() : 0;
+    // To find the current thread without the worker costs 40 instructions.
+    const QThread* thread = m_worker != nullptr ? m_worker->thread() : nullptr;
+    return thread != nullptr ? thread->loopLevel() : 0;
 }
 
 void WorkerShell::perform()
@@ -261,11 +273,14 @@ void WorkerShell::perform()
     const int outerLevel = std::exchange(m_loopLevel, loopLevel());
     ++m_depth;
     WorkerAction action;
-    while (showTraces() && m_engine.next(action, m_nowUs)) {
+    while (m_worker != nullptr && (m_traces.empty() || showTraces())
+           && m_engine.next(action, m_nowUs)) {
         execute(action);
     }
-    --m_depth;
     m_loopLevel = outerLevel;
+    if (--m_depth == 0) {
+        m_leftInCall.unset(); // while it is at hand: before the loop sleeps it comes from far away
+    }
     if (m_worker != nullptr) {
         m_due.set(m_engine.wakeAtUs());
     }
@@ -285,7 +300,7 @@ void WorkerShell::execute(const WorkerAction& action)
         tellOutcome(action);
         break;
     case Kind::TellState:
-        tell([&] { ForeignCalls::tellState(*m_worker, action.flag); });
+        callForeign([&] { ForeignCalls::tellState(*m_worker, action.flag); });
         break;
     case Kind::OpenLink:
         openLink(action.flag);
@@ -347,16 +362,9 @@ void WorkerShell::closeLink(bool isSpoiled)
 template <typename Call>
 bool WorkerShell::callForeign(const Call& call)
 {
+    m_leftInCall.set();
     call();
     return m_worker != nullptr;
-}
-
-// Who is told something may run an event loop for long, in which all the rest goes on.
-template <typename Call>
-bool WorkerShell::tell(const Call& call)
-{
-    m_due.set(m_engine.wakeAtUs());
-    return callForeign(call);
 }
 
 void WorkerShell::callFunction(quint64 id)
@@ -399,8 +407,8 @@ void WorkerShell::tellOutcome(const WorkerAction& action)
     if (action.id == WorkerActions::dropped) {
         return;
     }
-    const bool isThere =
-        tell([&] { ForeignCalls::tellOutcome(*m_worker, action.outcome, action.id, news.reply); });
+    const bool isThere = callForeign(
+        [&] { ForeignCalls::tellOutcome(*m_worker, action.outcome, action.id, news.reply); });
     const OutcomeHandler handler = m_outcomeHandler;
     if (isThere && !handler.empty()) {
         callForeign([&] { handler(action.id, action.outcome, news.reply, news.failure); });
@@ -410,7 +418,7 @@ void WorkerShell::tellOutcome(const WorkerAction& action)
 void WorkerShell::log(const WorkerAction& action)
 {
     const WorkerNews news = m_engine.takeNews();
-    tell([&] { ForeignCalls::log(logConnection(), action.flag, news.text); });
+    callForeign([&] { ForeignCalls::log(logConnection(), action.flag, news.text); });
 }
 
 void WorkerShell::trace(bool outgoing, const char* data, int size)
@@ -423,14 +431,12 @@ void WorkerShell::trace(bool outgoing, const char* data, int size)
 // False when the worker has gone.
 bool WorkerShell::showTraces()
 {
-    if (m_traces.empty() || m_worker == nullptr) {
-        return m_worker != nullptr;
-    }
     const DAbstractWorker::FrameTracer tracer = m_tracer;
     const std::vector<Trace> traces = std::exchange(m_traces, {});
     bool isThere = true;
     for (std::size_t i = 0; i < traces.size() && isThere && tracer; ++i) {
-        isThere = tell([&] { ForeignCalls::show(tracer, traces[i].outgoing, traces[i].bytes); });
+        isThere =
+            callForeign([&] { ForeignCalls::show(tracer, traces[i].outgoing, traces[i].bytes); });
     }
     return isThere;
 }

@@ -5,6 +5,7 @@
 #include <runtime/link/shared_line.h>
 #include <runtime/loop/before_sleep.h>
 #include <runtime/loop/deadline.h>
+#include <runtime/loop/spin.h>
 #include <runtime/shell/lingering.h>
 
 #include <plugin_management/d_abstract_worker.h>
@@ -64,11 +65,13 @@ private:
     void handleDue();
     void handleSleep();
     void handleWritten(const char* data, int size);
+    void handleWrittenSpinning(const char* data, int size);
     void handleDrained(int size);
     void handleDropped(int size, int replies);
 
     LinkSocket::Watch watch();
     LinkSocket* socketToUse();
+    bool awaitsReply() { return !m_engine.awaitsNothing(); }
     void setUpLink(const LinkOptions& options, std::unique_ptr<TlsSettings> tls,
                    const SerialSettings* serial);
     void openLink(bool anew);
@@ -82,8 +85,6 @@ private:
     void execute(const WorkerAction& action);
     template <typename Call>
     bool callForeign(const Call& call);
-    template <typename Call>
-    bool tell(const Call& call);
     void callFunction(quint64 id);
     void judgeReply();
     void tellOutcome(const WorkerAction& action);
@@ -101,6 +102,7 @@ private:
     OutcomeHandler m_outcomeHandler;
     Deadline m_due;
     BeforeSleep m_leftInCall; ///< what is left to perform until a call returns
+    std::unique_ptr<Spin> m_spin; ///< null: no reply is looked for before the loop sleeps
     std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in the other's place
     Link m_link;
     WorkerEngine m_engine;

@@ -1,7 +1,7 @@
 #include <runtime/engine/instruction_queue.h>
 
 #include <algorithm>
-#include <functional>
+#include <utility>
 
 namespace {
 
@@ -38,7 +38,11 @@ qint64 dueSinceUs(const WorkerInstruction& instruction)
 void InstructionQueue::add(const WorkerInstructionPtr& instruction, qint64 nowUs)
 {
     if (!instruction->recurrent()) {
-        m_oneShots.push_back(instruction);
+        if (m_first) {
+            m_others.push_back(instruction);
+        } else {
+            m_first = instruction;
+        }
         return;
     }
     instruction->due = true;
@@ -52,30 +56,39 @@ void InstructionQueue::putBack(const WorkerInstructionPtr& instruction)
         instruction->running = false;
         instruction->due = true;
     } else {
-        m_oneShots.push_front(instruction);
+        if (m_first) {
+            m_others.push_front(std::move(m_first));
+        }
+        m_first = instruction;
     }
 }
 
 bool InstructionQueue::remove(quint64 id)
 {
-    return removeById(m_oneShots, id) || removeById(m_recurrent, id);
+    if (m_first && m_first->id == id) {
+        popFirst();
+        return true;
+    }
+    return removeById(m_others, id) || removeById(m_recurrent, id);
 }
 
-WorkerInstructionPtr InstructionQueue::popNext()
+WorkerInstructionPtr InstructionQueue::popNext() { return m_first ? popFirst() : popDue(); }
+
+WorkerInstructionPtr InstructionQueue::popFirst()
 {
-    if (m_oneShots.empty()) {
-        return popDue();
+    WorkerInstructionPtr first = std::move(m_first);
+    if (!m_others.empty()) {
+        m_first = std::move(m_others.front());
+        m_others.pop_front();
     }
-    WorkerInstructionPtr instruction = std::move(m_oneShots.front());
-    m_oneShots.pop_front();
-    return instruction;
+    return first;
 }
 
 // Recurrent ones always do.
 bool InstructionQueue::needsLinkNext() const
 {
-    if (!m_oneShots.empty()) {
-        return m_oneShots.front()->needsLink;
+    if (m_first) {
+        return m_first->needsLink;
     }
     return std::any_of(m_recurrent.begin(), m_recurrent.end(),
                        [](const auto& instruction) { return instruction->due; });
@@ -83,13 +96,16 @@ bool InstructionQueue::needsLinkNext() const
 
 WorkerInstructionPtr InstructionQueue::popNextWithoutLink()
 {
-    const auto it = std::find_if(m_oneShots.begin(), m_oneShots.end(),
+    if (m_first && !m_first->needsLink) {
+        return popFirst();
+    }
+    const auto it = std::find_if(m_others.begin(), m_others.end(),
                                  [](const auto& instruction) { return !instruction->needsLink; });
-    if (it == m_oneShots.end()) {
+    if (it == m_others.end()) {
         return nullptr;
     }
     WorkerInstructionPtr instruction = std::move(*it);
-    m_oneShots.erase(it);
+    m_others.erase(it);
     return instruction;
 }
 
@@ -111,13 +127,18 @@ WorkerInstructionPtr InstructionQueue::popDue()
 
 std::vector<WorkerInstructionPtr> InstructionQueue::popWaiting()
 {
-    const auto waits = [](const WorkerInstructionPtr& instruction) {
-        return instruction->needsLink;
-    };
-    const auto firstWaiting =
-        std::stable_partition(m_oneShots.begin(), m_oneShots.end(), std::not_fn(waits));
-    std::vector<WorkerInstructionPtr> waiting(firstWaiting, m_oneShots.end());
-    m_oneShots.erase(firstWaiting, m_oneShots.end());
+    std::vector<WorkerInstructionPtr> waiting;
+    std::list<WorkerInstructionPtr> staying;
+    while (m_first) {
+        WorkerInstructionPtr first = popFirst();
+        if (first->needsLink) {
+            waiting.push_back(std::move(first));
+        } else {
+            staying.push_back(std::move(first));
+        }
+    }
+    m_others = std::move(staying);
+    popFirst(); // there is none: the first of the others takes its place
     while (WorkerInstructionPtr instruction = popDue()) {
         waiting.push_back(std::move(instruction));
     }

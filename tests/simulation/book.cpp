@@ -329,7 +329,8 @@ void Book::checkCounts(const WorkerStatistics& counted) const
          {counted.notConnected, counts.failed[Code::NotConnected]}}};
     quint64 untold = 0;
     for (const auto& [seen, told] : kinds) {
-        untold += seen - told; // a large number if fewer were seen
+        failIf(seen < told, "an outcome was told that was not counted as such");
+        untold += seen - told;
     }
     if (untold > counts.stopped) {
         fail(QStringLiteral("%1 outcomes were counted that were not told, and %2 orders stopped")
@@ -393,6 +394,8 @@ void Book::noteTaint(const Open& open, const OrderFailure& failure)
         checkTimeout(open);
         m_flight.reset();
     }
+    failIf(failure.code == Code::NotConnected && m_awaitedUs && open.sinceUs > *m_awaitedUs,
+           "an order did not wait for the first attempt");
     const bool isTimeout = failure.code == Code::Timeout && !m_options.transactionIds;
     if (failure.code == Code::BadReply || isTimeout) {
         m_tainted = open.link;
@@ -475,6 +478,9 @@ void Book::attempts(quint64 link)
     m_echo = 0;
     m_hasAnswered = false;
     m_goneUs.reset();
+    if (m_mostVain == 0 && !m_line.isShared()) {
+        m_awaitedUs = World::current()->nowUs();
+    }
     if (std::exchange(m_beginsAtOnce, false)) {
         m_vain = 0;
     }
@@ -484,6 +490,7 @@ void Book::opens(quint64 link)
 {
     note("open", static_cast<qint64>(link));
     m_isOpen = true;
+    m_awaitedUs.reset();
     m_openedUs = World::current()->nowUs();
     m_trafficUs = awakeUs();
     m_silentUs = m_openedUs + restUs;
@@ -656,6 +663,7 @@ void Book::linkGone()
     }
     m_link = 0;
     m_isOpen = false;
+    m_awaitedUs.reset();
     m_goneUs = World::current()->nowUs();
     m_goneAwakeUs = awakeUs();
 }
@@ -679,6 +687,7 @@ void Book::looksUp()
 {
     note("look up");
     m_isVainKnown = false;
+    ++m_mostVain; // of an attempt that fails by that nothing else is seen
     if (m_goneUs) {
         m_goneAwakeUs = awakeUs();
     }
@@ -703,6 +712,11 @@ void Book::look()
         fail(QStringLiteral("order %1 has outlived its limit").arg(m_flight->order));
     }
     const bool isKept = connectOrder() != 0;
+    for (auto& [number, open] : m_open) {
+        const bool waits = !isKept && m_link == 0 && open.id != 0 && open.asked.function != 0
+            && !open.asked.repeats() && open.request == 0 && open.results == 0;
+        failIf(waits && ++open.looks > 4, "an order waits for a link that nobody opens");
+    }
     failIf(isKept && m_goneUs && m_link == 0
                && awakeUs() - *m_goneAwakeUs > longestDelayUs * 3 / 2 + longestLookUpUs + turnUs,
            "no attempt for longer than the longest delay");

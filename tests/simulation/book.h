@@ -100,6 +100,7 @@ private:
         bool isStopped = false;
         bool isConfirmed = false;
         int results = 0;
+        int looks = 0; ///< while there was no link, nor would be one
         qint64 outcomes = 0;
     };
 
@@ -181,6 +182,7 @@ private:
     quint64 m_leftUnread = 0; ///< the link that was closed last with bytes on it
     quint64 m_tainted = 0; ///< nothing more may leave on it
     bool m_isOpen = false;
+    std::optional<qint64> m_awaitedUs; ///< since when the first attempt is under way
     bool m_isTold = false; ///< connected, as told by the object
     qint64 m_openedUs = 0;
     qint64 m_trafficUs = 0;

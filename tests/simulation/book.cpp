@@ -559,6 +559,7 @@ void Book::sends(quint64 link, const QByteArray& wire)
     const int asked = numberOf(bytes);
     const int number = m_isLine ? std::max(0, asked) : asked; // it may be over by now
     note("request", number, bytes);
+    failIf(!m_isOpen, "a request left on a link that was not open");
     checkHeader(bytes);
     checkOneIsOut(link);
     failIf(m_isLine && World::current()->nowUs() < m_silentUs,
@@ -712,11 +713,6 @@ void Book::look()
         fail(QStringLiteral("order %1 has outlived its limit").arg(m_flight->order));
     }
     const bool isKept = connectOrder() != 0;
-    for (auto& [number, open] : m_open) {
-        const bool waits = !isKept && m_link == 0 && open.id != 0 && open.asked.function != 0
-            && !open.asked.repeats() && open.request == 0 && open.results == 0;
-        failIf(waits && ++open.looks > 4, "an order waits for a link that nobody opens");
-    }
     failIf(isKept && m_goneUs && m_link == 0
                && awakeUs() - *m_goneAwakeUs > longestDelayUs * 3 / 2 + longestLookUpUs + turnUs,
            "no attempt for longer than the longest delay");

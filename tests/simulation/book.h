@@ -100,7 +100,6 @@ private:
         bool isStopped = false;
         bool isConfirmed = false;
         int results = 0;
-        int looks = 0; ///< while there was no link, nor would be one
         qint64 outcomes = 0;
     };
 

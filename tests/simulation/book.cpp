@@ -396,10 +396,23 @@ void Book::noteTaint(const Open& open, const OrderFailure& failure)
     }
     failIf(failure.code == Code::NotConnected && m_awaitedUs && open.sinceUs > *m_awaitedUs,
            "an order did not wait for the first attempt");
+    if (failure.code == Code::BadReply) {
+        checkRefusal(open);
+    }
     const bool isTimeout = failure.code == Code::Timeout && !m_options.transactionIds;
     if (failure.code == Code::BadReply || isTimeout) {
         m_tainted = open.link;
     }
+}
+
+// When nothing else came on its link.
+void Book::checkRefusal(const Open& open) const
+{
+    const Device::Said* own = m_device.said(open.request);
+    failIf(!m_options.isRtu() && own != nullptr && own->isAsItShould
+               && own->function == open.asked.function
+               && m_closed == std::pair(open.link, qint64{dataOffset} + own->data.size()),
+           "a good reply was refused");
 }
 
 void Book::checkEnd(const Open& open, const DOrder& order) const
@@ -679,6 +692,7 @@ void Book::closes(quint64 link, int unread)
 {
     const bool isFlooded = m_receivedBytes > fewBytes || unread > fewBytes;
     m_leftUnread = unread > 0 && !isFlooded ? link : 0;
+    m_closed = {link, m_receivedBytes};
     note("close", static_cast<qint64>(link));
     linkGone();
     m_flight.reset();

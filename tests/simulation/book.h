@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <utility>
 
 /// What a user asks of an object.
 struct Asked
@@ -137,6 +138,7 @@ private:
     void noteAnswer(int number);
     void checkTimeout(const Open& open) const;
     void noteTaint(const Open& open, const OrderFailure& failure);
+    void checkRefusal(const Open& open) const;
     void checkEnd(const Open& open, const DOrder& order) const;
     void checkOneIsOut(quint64 link) const;
     void checkHeader(const QByteArray& request);
@@ -178,6 +180,7 @@ private:
     int m_lastAsked = 0; ///< the order of the last request
     bool m_isAnswered = false; ///< that it has been told so
     qint64 m_receivedBytes = 0; ///< on this link
+    std::pair<quint64, qint64> m_closed; ///< the link that was closed last, and what it received
     quint64 m_leftUnread = 0; ///< the link that was closed last with bytes on it
     quint64 m_tainted = 0; ///< nothing more may leave on it
     bool m_isOpen = false;

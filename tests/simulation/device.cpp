@@ -174,6 +174,7 @@ void Device::answer(quint64 link, quint64 request, const QByteArray& frame)
     Wire& wire = wireOf(link);
     const bool hasUnit = options().unit >= 0;
     const MisbehaviourKind* kind = drawKind(reply, wire);
+    said.isAsItShould = kind == nullptr;
     said.isNeverGood = kind != nullptr
         && (kind->isNeverGood || (hasUnit && kind->name == std::string("other-unit")));
     const QByteArray now = kind != nullptr ? kind->now(reply, wire.lastReply) : reply;

@@ -25,6 +25,7 @@ public:
         quint8 sentFunction = 0; ///< what was sent in its place, if that is a whole reply
         QByteArray sentData;
         quint64 arrived = 0; ///< the last moment at which a copy of it reached the process
+        bool isAsItShould = false; ///< that is what was sent
         bool isNeverGood = false; ///< what was sent in its place cannot answer the request
     };
 

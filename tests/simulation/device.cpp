@@ -308,12 +308,12 @@ void Device::follow(quint64 link, const QByteArray& reply, int sent, quint64 req
         break;
     case Then::ByteByByte:
         for (int i = 0; i < reply.size(); ++i) {
-            send(link, (i + 1) * 5 * ms, reply.mid(i, 1), request);
+            send(link, qint64{i + 1} * 5 * ms, reply.mid(i, 1), request);
         }
         break;
     case Then::Drip:
         for (int i = 0; i < reply.size(); ++i) {
-            send(link, (i + 1) * 250 * ms, reply.mid(i, 1), request);
+            send(link, qint64{i + 1} * 250 * ms, reply.mid(i, 1), request);
         }
         break;
     case Then::Flood:

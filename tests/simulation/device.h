@@ -92,7 +92,8 @@ private:
     const MisbehaviourKind* drawKind(const QByteArray& reply, const Wire& wire);
     void send(quint64 link, qint64 delayUs, const QByteArray& bytes, quint64 request,
               quint64 other = 0);
-    void pass(quint64 link, qint64 delayUs, const QByteArray& wire, quint64 request, quint64 other);
+    void pass(quint64 link, qint64 delayUs, const QByteArray& bytes, quint64 request,
+              quint64 other);
     void arrive(quint64 link, const QByteArray& bytes, quint64 request, quint64 other);
     void noteArrival(quint64 request);
     void follow(quint64 link, const QByteArray& reply, int sent, quint64 request,

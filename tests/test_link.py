@@ -141,9 +141,9 @@ class TlsDevice(UnitDevice):
             super().finish()
 
 
-def half_records(context, server):
-    """Answers requests with their number, as a value; behind the first reply comes a half of a
-    stale one, and its other half behind the second request."""
+def half_records(context, server, cut):
+    """Answers requests with their number, as a value; behind the first reply come the first bytes of
+    a stale one, and its others behind the second request."""
     number, rest = 0, b""
     while True:
         client = server.accept()[0]
@@ -169,8 +169,8 @@ def half_records(context, server):
             number += 1
             whole = reply(number)
             stale = reply(999) if number == 1 else b""
-            client.sendall(rest + whole + stale[:10])
-            rest = stale[10:]
+            client.sendall(rest + whole + stale[:cut])
+            rest = stale[cut:]
         client.close()
         rest = b""
 
@@ -423,12 +423,14 @@ class Tls(LinkTest):
     def test_half_a_record_answers_nothing(self):
         device = TlsDevice(self.files.file("good", "pem"), self.files.file("good", "key"))
         device.server_close()
-        with socket.create_server(("127.0.0.1", 0)) as server:
-            threading.Thread(target=half_records, args=(device.context, server), daemon=True).start()
-            orders = [order(n, "d", "read", ("holdingRegisters", 5, 1)) for n in (1, 2, 3)]
-            came = run([{"device": "d", "link": self.link()},
-                        connect("d", host="127.0.0.1", port=server.getsockname()[1]), *orders])[1]
-        self.assertEqual([came[n] for n in (1, 2, 3)], [[1], [2], [3]])
+        for cut in (3, 5, 10):  # a header has 5 bytes
+            with self.subTest(cut=cut), socket.create_server(("127.0.0.1", 0)) as server:
+                threading.Thread(target=half_records, args=(device.context, server, cut),
+                                 daemon=True).start()
+                orders = [order(n, "d", "read", ("holdingRegisters", 5, 1)) for n in (1, 2, 3)]
+                came = run([{"device": "d", "link": self.link()},
+                            connect("d", host="127.0.0.1", port=server.getsockname()[1]), *orders])[1]
+                self.assertEqual([came[n] for n in (1, 2, 3)], [[1], [2], [3]])
 
     def test_what_is_only_tls(self):
         alerting = socket.create_server(("127.0.0.1", 0))

@@ -147,9 +147,16 @@ qint64 TlsStream::receive(char* data, qint64 size)
     return isOver(count) ? -1 : 0;
 }
 
+// A header that was read alone does not count as pending.
+bool TlsStream::isWithinRecord() const
+{
+    return SSL_has_pending(m_ssl.get()) != 0
+        || std::strcmp(SSL_rstate_string(m_ssl.get()), "RB") == 0; // it reads a body
+}
+
 qint64 TlsStream::send(const char* data, qint64 size)
 {
-    if (SSL_has_pending(m_ssl.get()) != 0) { // its rest would look like this request's reply
+    if (isWithinRecord()) { // its rest would look like this request's reply
         m_trouble = QStringLiteral("a part of something came unasked");
         return -1;
     }

@@ -42,6 +42,7 @@ private:
     struct Bio;
     friend struct Bio;
 
+    bool isWithinRecord() const;
     bool isOverBySystem(int error);
     bool isOver(int result);
     void tellMore();

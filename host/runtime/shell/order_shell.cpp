@@ -383,9 +383,12 @@ void OrderShell::reportNow()
         m_later.pop_front();
         if (isOfStartingOrder(report)) {
             kept.push_back(report);
-        } else {
-            tell(report);
+            continue;
         }
+        if (!m_later.empty()) {
+            wakeReports(); // for an event loop in a slot, which must not hold up the others
+        }
+        tell(report);
     }
     m_later.splice(m_later.begin(), kept);
 }

@@ -272,6 +272,7 @@ void WorkerShell::perform()
     const Stay stay(this);
     const int outerLevel = std::exchange(m_loopLevel, loopLevel());
     ++m_depth;
+    tellUntold();
     WorkerAction action;
     while (m_worker != nullptr && (m_traces.empty() || showTraces())
            && m_engine.next(action, m_nowUs)) {
@@ -407,11 +408,23 @@ void WorkerShell::tellOutcome(const WorkerAction& action)
     if (action.id == WorkerActions::dropped) {
         return;
     }
-    const bool isThere = callForeign(
+    const Untold untold{action.id, action.outcome, news};
+    m_untold = &untold;
+    callForeign(
         [&] { ForeignCalls::tellOutcome(*m_worker, action.outcome, action.id, news.reply); });
+    tellUntold();
+}
+
+// The worker's own listeners have heard of it. When one of them runs an event loop, the order hears
+// of it before anything else happens, as it must not hear of the next outcome before.
+void WorkerShell::tellUntold()
+{
+    const Untold* untold = std::exchange(m_untold, nullptr);
     const OutcomeHandler handler = m_outcomeHandler;
-    if (isThere && !handler.empty()) {
-        callForeign([&] { handler(action.id, action.outcome, news.reply, news.failure); });
+    if (untold != nullptr && m_worker != nullptr && !handler.empty()) {
+        callForeign([&] {
+            handler(untold->id, untold->outcome, untold->news.reply, untold->news.failure);
+        });
     }
 }
 
@@ -432,11 +445,12 @@ void WorkerShell::trace(bool outgoing, const char* data, int size)
 bool WorkerShell::showTraces()
 {
     const DAbstractWorker::FrameTracer tracer = m_tracer;
-    const std::vector<Trace> traces = std::exchange(m_traces, {});
     bool isThere = true;
-    for (std::size_t i = 0; i < traces.size() && isThere && tracer; ++i) {
-        isThere =
-            callForeign([&] { ForeignCalls::show(tracer, traces[i].outgoing, traces[i].bytes); });
+    while (isThere && !m_traces.empty()) { // a loop in one call goes on with the next
+        const Trace first = std::move(m_traces.front());
+        m_traces.erase(m_traces.begin());
+        isThere = !tracer
+            || callForeign([&] { ForeignCalls::show(tracer, first.outgoing, first.bytes); });
     }
     return isThere;
 }

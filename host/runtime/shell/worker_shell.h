@@ -55,6 +55,14 @@ private:
         QByteArray bytes;
     };
 
+    /// What an order must hear of yet.
+    struct Untold
+    {
+        quint64 id;
+        Outcome outcome;
+        const WorkerNews& news;
+    };
+
     // What the world does.
     void handleOpened();
     void handleFailed(const QString& why);
@@ -88,6 +96,7 @@ private:
     void callFunction(quint64 id);
     void judgeReply();
     void tellOutcome(const WorkerAction& action);
+    void tellUntold();
     void log(const WorkerAction& action);
     void trace(bool outgoing, const char* data, int size);
     bool showTraces();
@@ -100,6 +109,7 @@ private:
     std::vector<Trace> m_traces; ///< to be shown once no foreign code runs
     DAbstractWorker::FrameTracer m_tracer;
     OutcomeHandler m_outcomeHandler;
+    const Untold* m_untold = nullptr;
     Deadline m_due;
     BeforeSleep m_leftInCall; ///< what is left to perform until a call returns
     std::unique_ptr<Spin> m_spin; ///< null: no reply is looked for before the loop sleeps

@@ -171,25 +171,13 @@ void TestPointPlans::blocks()
     QCOMPARE(text(limited.blocks()), "0+4 4+4 8+4");
 }
 
-void TestPointPlans::scan_data()
-{
-    QTest::addColumn<QString>("has"); // items of the device
-    QTest::addColumn<int>("most"); // requests
-
-    QTest::newRow("nothing") << "" << 32;
-    QTest::newRow("one item") << "0+1" << 40;
-    QTest::newRow("all items") << "0+65536" << 20;
-    QTest::newRow("the usual") << "0+9999" << 60;
-    QTest::newRow("not from 0") << "95+31" << 50;
-    QTest::newRow("several") << "0+12 99+5 4090+10 40000+2" << 100;
-    QTest::newRow("up to the last") << "49000+16536" << 70;
-    QTest::newRow("two without a gap for a probe") << "3+96 1000+1" << 70;
-}
+void TestPointPlans::scan_data() { addRows("scans"); }
 
 void TestPointPlans::scan()
 {
-    QFETCH(QString, has);
-    QFETCH(int, most);
+    QFETCH(QStringList, cells);
+    const QString has = cells[0];
+    const int most = cells[1].toInt();
     std::vector<bool> device(65536, false);
     for (const QString& range : has.split(' ', Qt::SkipEmptyParts)) {
         const int first = range.section('+', 0, 0).toInt();

@@ -187,16 +187,6 @@ class Write(EndToEnd):
 
 
 class LongRunning(EndToEnd):
-    MISBEHAVIOURS = {  # the error that each leads to
-        "": "byte-by-byte copy-after stale other-unit close-after half-close-after",
-        "timeout": "late half drip",
-        "not_connected": "close-before close-within half-close-within reboot",
-        "device_exception": "exception exception-other-unit",
-        "bad_reply": "twice unasked other-function other-unit-and-function fewer-values more-values"
-                     " no-values wrong-length huge-length garbage garbage-text garbage-function"
-                     " garbage-length exception-other-function exception-too-long",
-    }
-
     def test_append(self):
         """A header once, and whole lines only, whatever ends the program and whenever."""
         header = "time,register,value\n"
@@ -247,10 +237,9 @@ class LongRunning(EndToEnd):
                 device.end()
 
     def test_misbehaviour_gives_no_wrong_value(self):
-        for code, names in self.MISBEHAVIOURS.items():
-            for name in names.split():
-                with self.subTest(name):
-                    self.check_misbehaviour(name, {code} - {""})
+        for name, code in table("misbehaviours"):
+            with self.subTest(name):
+                self.check_misbehaviour(name, {code} - {""})
 
     def check_misbehaviour(self, name, codes):
         device = Device([*DEVICES["device-simulator"], "--misbehave", name, "--every", "4",

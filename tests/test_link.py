@@ -347,18 +347,6 @@ class Serial(LinkTest):
 
 
 class Tls(LinkTest):
-    BAD = [  # how it was issued, what is said of it
-        ({"end": "20200102000000Z"}, "has expired, on 2020-01-02T00:00:00Z; "),
-        ({"start": "20490101000000Z"}, "is not valid before 2049-01-01T00:00:00Z; "),
-        ({"subjectAltName": "DNS:other.example"}, "is for other.example; "),
-        ({"issuer": None}, "is signed by itself; "),
-        ({"issuer": "stranger"}, "comes from an authority that is not known here; "),
-        ({"issuer": "stranger", "shown": "chain"}, "is that of an authority that is not believed; "),
-        ({"issuer": "good", "shown": "chain"}, "is used as an authority's, and is none; "),
-        ({"extendedKeyUsage": "clientAuth"}, "is not meant for a server; "),
-        ({"size": 1024}, "has a key that is too weak; "),
-        ({"altered": True}, "has a wrong signature, it was altered; "),
-    ]
     REFUSED = [  # what is wrong with both sides, what is said of it
         ({"clients_of": "authority"}, {}, "wants a certificate of ours; "),
         ({"clients_of": "stranger"}, {"tlsCert": "ours", "tlsKey": "ours"},
@@ -401,8 +389,8 @@ class Tls(LinkTest):
                           port=port)
 
     def test_bad_certificates(self):
-        for number, (how, says) in enumerate(self.BAD):
-            how, name = {"issuer": "authority", **how}, f"bad{number}"
+        for number, (how, says) in enumerate(table("certificates")):
+            how, name = {"issuer": "authority", **json.loads(how)}, f"bad{number}"
             with self.subTest(how):
                 shown, altered = how.pop("shown", "pem"), how.pop("altered", False)
                 extensions = {key: how.pop(key) for key in set(how) & set(USUAL)}
@@ -410,7 +398,7 @@ class Tls(LinkTest):
                 if altered:
                     self.files.alter(name)
                 came = self.read(self.device(name, shown))
-                self.assertRegex(came, f"cannot connect to .*certificate( of '\\w+')? {says}")
+                self.assertRegex(came, f"cannot connect to .*certificate( of '\\w+')? {says}; ")
 
     def test_what_the_device_refuses(self):
         for device, link, says in self.REFUSED:

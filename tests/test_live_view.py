@@ -4,6 +4,7 @@ that does what the program tells it. CTest passes the programs in the environmen
 
 import codecs
 import fcntl
+import json
 import os
 import pty
 import re
@@ -17,7 +18,7 @@ import unittest
 
 import pyte
 
-from programs import PATIENCE, Device
+from programs import PATIENCE, Device, table
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 HOST = os.environ["DRIVER_HOST"]
@@ -200,14 +201,8 @@ class LiveView(unittest.TestCase):
         self.assertLess(terminal.all.count("trend"), 200)
 
     def test_how_it_is_shown(self):
-        for options, environment, wanted, unwanted in (
-                ([], {}, ["\x1b[2m", "▁", "connected, 4 done"], []),
-                (["--no-color"], {}, ["\x1b[", "trend"], ["\x1b[2m"]),
-                ([], {"NO_COLOR": "1", "LC_ALL": "C"}, ["_\x1b[K", "trend"], ["\x1b[2m", "▁"]),
-                (["--quiet"], {}, ["trend"], ["done", "connected"]),
-                (["--plain"], {}, ["  101  772  0x0304"], ["\x1b", "trend"]),
-                ([], {"TERM": "dumb"}, ["  101  772  0x0304"], ["\x1b", "trend"]),
-                (["--format", "csv"], {}, [",101,772"], ["\x1b", "trend"])):
+        for row in table("live_views"):
+            options, environment, wanted, unwanted = map(json.loads, row)
             with self.subTest(options=options, **environment):
                 terminal = self.start(self.command("--count", "4", *options), **environment)
                 self.assertEqual(terminal.end(), 0)

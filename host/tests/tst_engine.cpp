@@ -89,6 +89,8 @@ public:
             {"keep-alive", [this] { engine.setKeepAlive("ask", {}, 5000); }},
             {"stop", [&] { engine.stop(with.toULongLong(), nowUs); }},
             {"stops-when-down", [this] { stopsWhenDown = true; }},
+            {"sends-nothing", [this] { writes = false; }},
+            {"dropped", [&] { engine.dropped(with.toInt(), 1); }},
             {"waits", [&] { waiting = with.toInt(); }},
             {"arrives", [&] { inTime = bytes; }},
             {"receive", [&] { engine.received(bytes.constData(), bytes.size(), nowUs); }},
@@ -236,10 +238,7 @@ private slots:
     void replies();
     void keepAlivesThatAreRefused_data();
     void keepAlivesThatAreRefused();
-    void aKeepAliveThatSendsNothingIsToldOnce();
     void nothingIsToldOfWhatIsStopped();
-    void numberedRequestsKeepTheLink();
-    void aSilentUnitIsPaused();
     void theQueueIsBounded();
     void delaysAreSpread();
 };
@@ -288,20 +287,6 @@ void EngineTest::keepAlivesThatAreRefused()
     QVERIFY2(world.failure.text.contains(cells[2]), qPrintable(world.failure.text));
 }
 
-void EngineTest::aKeepAliveThatSendsNothingIsToldOnce()
-{
-    World world;
-    world.engine.setKeepAlive("ask", {}, 5000);
-    world.connectNow();
-    world.writes = false;
-    for (int i = 0; i < 5; ++i) {
-        world.pass(5000);
-    }
-    QCOMPARE(world.done.size(), 1);
-    QVERIFY2(world.done.first().contains("'ask' sends nothing"), qPrintable(world.done.first()));
-    QCOMPARE(world.engine.wakeAtUs(), WorkerEngine::never);
-}
-
 void EngineTest::nothingIsToldOfWhatIsStopped()
 {
     World world;
@@ -315,50 +300,6 @@ void EngineTest::nothingIsToldOfWhatIsStopped()
     while (world.engine.next(action, world.nowUs)) {
         QVERIFY(action.kind != Kind::TellOutcome || action.id != id);
     }
-}
-
-// A new link is worth a try only when the device says nothing at all any more.
-void EngineTest::numberedRequestsKeepTheLink()
-{
-    World world(linkOptions("unit ids"));
-    world.connectNow();
-    for (int i = 0; i < 15; ++i) {
-        world.start("ask");
-        world.pass(limitMs);
-        QCOMPARE(world.failure.code, Code::Timeout);
-        QCOMPARE(world.failure.unitId, 7);
-        QCOMPARE(world.done.contains("down"), i == 14);
-        if (i == 6) {
-            world.engine.dropped(13, 1); // a late reply: it lives
-        }
-    }
-}
-
-// Its orders fail at once, and what comes after the pause goes out.
-void EngineTest::aSilentUnitIsPaused()
-{
-    World world(linkOptions("unit ids share"));
-    world.connectNow();
-    const auto ask = [&world] {
-        world.start("ask");
-        world.act("turn", {}); // others are answered
-    };
-    for (int i = 0; i < 4; ++i) {
-        ask();
-        world.pass(limitMs);
-        QCOMPARE(world.failure.code, Code::Timeout);
-        if (i >= 2) {
-            world.start("ask");
-            QVERIFY2(world.failure.text.startsWith("unit 7 at device:502 has not"),
-                     qPrintable(world.failure.text));
-            world.pass(800); // longer than the second pause
-        }
-    }
-    ask();
-    world.receive("aabb000000070003040001000a");
-    QCOMPARE(world.done.filter("asked less often").size(), 1);
-    QCOMPARE(world.done.filter("answers again").size(), 1);
-    QCOMPARE(world.done.count("request"), 5);
 }
 
 void EngineTest::theQueueIsBounded()

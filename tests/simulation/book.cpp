@@ -488,6 +488,7 @@ void Book::attempts(quint64 link)
     m_isOpen = false;
     m_hasReceived = false;
     m_receivedBytes = 0;
+    m_requests = 0;
     m_echo = 0;
     m_hasAnswered = false;
     m_goneUs.reset();
@@ -554,6 +555,7 @@ void Book::checkOneIsOut(quint64 link) const
 void Book::otherSends(quint64 link, const QByteArray& bytes)
 {
     checkOneIsOut(link);
+    ++m_requests;
     m_lastTransaction = bytes.left(2);
     m_lastAsked = -1;
     m_isAnswered = false;
@@ -568,6 +570,7 @@ void Book::sends(quint64 link, const QByteArray& wire)
         fail(QStringLiteral("a request with a wrong CRC"));
         return;
     }
+    ++m_requests;
     m_echo = m_options.serial.endsWith(QLatin1String("echo")) ? wire.size() : 0;
     const int asked = numberOf(bytes);
     const int number = m_isLine ? std::max(0, asked) : asked; // it may be over by now
@@ -692,7 +695,7 @@ void Book::closes(quint64 link, int unread)
 {
     const bool isFlooded = m_receivedBytes > fewBytes || unread > fewBytes;
     m_leftUnread = unread > 0 && !isFlooded ? link : 0;
-    m_closed = {link, m_receivedBytes};
+    m_closed = {link, m_requests == 1 ? m_receivedBytes : -1};
     note("close", static_cast<qint64>(link));
     linkGone();
     m_flight.reset();

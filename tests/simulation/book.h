@@ -180,7 +180,9 @@ private:
     int m_lastAsked = 0; ///< the order of the last request
     bool m_isAnswered = false; ///< that it has been told so
     qint64 m_receivedBytes = 0; ///< on this link
-    std::pair<quint64, qint64> m_closed; ///< the link that was closed last, and what it received
+    int m_requests = 0; ///< on this link
+    /// The link that was closed last, and what it received, if one request had left on it.
+    std::pair<quint64, qint64> m_closed;
     quint64 m_leftUnread = 0; ///< the link that was closed last with bytes on it
     quint64 m_tainted = 0; ///< nothing more may leave on it
     bool m_isOpen = false;

@@ -362,6 +362,9 @@ void Book::ended(const DOrder& order)
         }
         noteTaint(*open, order.failure);
     }
+    if (order.failure.code == OrderFailure::Code::NotConnected && open->results == 0) {
+        handOver(*open);
+    }
     if (m_flight && m_flight->order == number) {
         m_flight->order = 0;
     }
@@ -373,6 +376,27 @@ void Book::ended(const DOrder& order)
     m_open.erase(number);
     m_numberOfId.erase(order.id);
     m_beginsAtOnce = m_beginsAtOnce || (wasConnect && connectOrder() != 0); // it waited for this
+}
+
+// Requests for identification are alike: when an order had failed already, and has just not been
+// told so, the request that left was that of the next one.
+void Book::handOver(const Open& failed)
+{
+    const auto next = nextToIdentify();
+    if (failed.asked.function != identify || failed.request == 0 || failed.link != m_link
+        || next == m_open.end()) {
+        return;
+    }
+    Open& open = m_open.at(next->first);
+    open.request = failed.request;
+    open.link = failed.link;
+    open.leftUs = failed.leftUs;
+    open.leftAt = failed.leftAt;
+    if (m_flight) {
+        m_flight->order = next->first;
+    }
+    m_lastAsked = next->first;
+    m_isAnswered = false;
 }
 
 void Book::noteAnswer(int number) { m_isAnswered = m_isAnswered || number == m_lastAsked; }
@@ -448,7 +472,10 @@ void Book::status(bool isConnected)
     note("status", isConnected ? 1 : 0);
     failIf(isConnected == m_isTold, "the same status was told twice");
     m_isTold = isConnected;
-    m_openedUs = isConnected ? World::current()->nowUs() : m_openedUs; // a shared one may be older
+    if (isConnected) { // a shared one may be older, and hands may have been shaken for long
+        m_openedUs = World::current()->nowUs();
+        m_trafficUs = awakeUs();
+    }
     // Of a shared one the news may be older than its end.
     failIf(isConnected && m_line.openCount() == 0 && !m_options.share, "connected without a link");
 }
@@ -517,11 +544,16 @@ int Book::numberOf(const QByteArray& request) const
         const auto it = m_numberOfStart.find(wordIn(request, startOffset));
         return it != m_numberOfStart.end() ? it->second : -1;
     }
-    const auto it = std::find_if(m_open.begin(), m_open.end(), [](const auto& one) {
+    const auto it = nextToIdentify();
+    return it != m_open.end() ? it->first : 0;
+}
+
+Book::OpenOrders::const_iterator Book::nextToIdentify() const
+{
+    return std::find_if(m_open.begin(), m_open.end(), [](const auto& one) {
         return one.second.asked.function == identify && one.second.request == 0
             && one.second.results == 0 && !one.second.isStopped;
     });
-    return it != m_open.end() ? it->first : 0;
 }
 
 void Book::checkHeader(const QByteArray& request)

@@ -135,6 +135,8 @@ private:
     void checkRead(Open& open, const QVariant& value);
     bool isOwn(const Open& open, quint64 request, const QVariant& value) const;
     void checkWrite(Open& open, const QVariant& value);
+    OpenOrders::const_iterator nextToIdentify() const;
+    void handOver(const Open& failed);
     void noteAnswer(int number);
     void checkTimeout(const Open& open) const;
     void noteTaint(const Open& open, const OrderFailure& failure);

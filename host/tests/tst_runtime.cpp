@@ -17,7 +17,6 @@ private slots:
     void aLoopInsideStartReportsOthersOnly();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut_data();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut();
-    void aLoopInsideAReportLetsTheLinkComeBack();
     void aRepetitionComesInsideALoopOfTheLastOne();
     void failures_data();
     void failures();
@@ -71,20 +70,14 @@ void RuntimeTest::aLoopInsideStartReportsOthersOnly()
     QCOMPARE(object.valueOf(within), QVariant(3));
 }
 
-void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut_data()
-{
-    QTest::addColumn<bool>("isGivenInReport");
-    QTest::addColumn<bool>("isGivenInLoop");
-    QTest::newRow("in the loop") << true << true;
-    QTest::newRow("before it") << true << false;
-    QTest::newRow("before the report") << false << false;
-}
+void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut_data() { addRows("loops"); }
 
 // No time limit comes to its help: that of the first order is far off.
 void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
 {
-    QFETCH(bool, isGivenInReport);
-    QFETCH(bool, isGivenInLoop);
+    QFETCH(QStringList, cells);
+    const bool isGivenInReport = cells[0] == "yes";
+    const bool isGivenInLoop = cells[1] == "yes";
     EchoDevice device;
     RecordedObject object;
     object.connectTo(device.serverPort());
@@ -112,23 +105,6 @@ void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
     }
     object.finish(id);
     QVERIFY(carriedOut);
-}
-
-void RuntimeTest::aLoopInsideAReportLetsTheLinkComeBack()
-{
-    EchoDevice device;
-    RecordedObject object;
-    object.connectTo(device.serverPort());
-    QCOMPARE(object.valueOf(object.start(ask, value(1))), QVariant(1));
-    bool isBack = false;
-    DAbstractWorker* worker = object.plugin->worker();
-    connect(worker, &DAbstractWorker::sigStatusChanged, this, [&](bool isConnected) {
-        if (!isConnected) {
-            isBack = waitFor([worker] { return worker->isConnected(); });
-        }
-    });
-    device.findChild<QTcpSocket*>()->abort();
-    QVERIFY(waitFor([&] { return isBack; }));
 }
 
 // Which runs in a listener of the worker's, who hears of a repetition before its order does.
@@ -217,18 +193,11 @@ void RuntimeTest::aFloodOfRepliesEndsTheConnection()
     QTRY_COMPARE(object.plugin->worker()->statistics().reconnects, 1u);
 }
 
-void RuntimeTest::aListenerHearsFirst_data()
-{
-    QTest::addColumn<QByteArray>("destroysOn");
-    QTest::addColumn<QByteArray>("heard"); // "S": by a receiver of the signal
-    QTest::newRow("nothing") << QByteArray() << QByteArray("result end S");
-    QTest::newRow("the result") << QByteArray("result") << QByteArray("result end S");
-    QTest::newRow("the end") << QByteArray("end") << QByteArray("result end");
-}
+void RuntimeTest::aListenerHearsFirst_data() { addRows("listeners"); }
 
 void RuntimeTest::aListenerHearsFirst()
 {
-    QFETCH(QByteArray, destroysOn);
+    QFETCH(QStringList, cells);
     struct Listener final : OrderListener
     {
         void orderResult(quint64 id, const QString&, const QVariant&) override
@@ -253,7 +222,7 @@ void RuntimeTest::aListenerHearsFirst()
     };
     EchoDevice device;
     Listener listener;
-    listener.destroysOn = destroysOn;
+    listener.destroysOn = cells[0].toLatin1();
     DOrders* orders = listener.object.plugin->orders();
     orders->setListener(&listener);
     connect(orders, &DOrders::sigOrderFinished, this, [&](const DOrder& order) {
@@ -264,7 +233,7 @@ void RuntimeTest::aListenerHearsFirst()
     listener.object.connectTo(device.serverPort());
     listener.asked = listener.object.start(ask, value(1));
     QVERIFY(waitFor([&] { return listener.heard.contains("end"); }));
-    QTEST(listener.heard.join(' '), "heard");
+    QCOMPARE(listener.heard.join(' '), cells[1].toLatin1());
 }
 
 QTEST_GUILESS_MAIN(RuntimeTest)

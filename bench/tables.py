@@ -43,7 +43,8 @@ def disturbances(results):
     checks = (
         (load > MOST_LOAD, f"the load before the run was {load:.1f}, more than {MOST_LOAD}"),
         (middle > MOST_ROUND_TRIP_US,
-         f"a bare socket's round trip took {middle:.1f} us, more than {MOST_ROUND_TRIP_US}"),
+         f"a bare socket's round trip took {middle:.1f} us, more than {MOST_ROUND_TRIP_US}"
+         f" (idle cores: {results['machine']['idleCores']}; see bench/README.md)"),
         (high / low > MOST_SPREAD,
          f"a bare socket's rounds spread from {low:.1f} to {high:.1f} us, more than {MOST_SPREAD}"))
     return [why for failed, why in checks if failed]
@@ -197,9 +198,9 @@ def codec(results):
 
 def machine(results):
     found = results["machine"]
-    return table(("processor", "cores", "kernel", "date", "load before"),
-                 [[found["processor"], found["cores"], found["kernel"], found["date"],
-                   number(found["load"], 1)]])
+    return table(("processor", "cores", "idle cores", "kernel", "date", "load before"),
+                 [[found["processor"], found["cores"], found["idleCores"], found["kernel"],
+                   found["date"], number(found["load"], 1)]])
 
 
 def all_of(results):

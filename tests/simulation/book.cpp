@@ -89,6 +89,7 @@ int Book::starting(const Asked& asked)
     open.asked = asked;
     open.turn = m_turn;
     open.sinceUs = open.toldUs = World::current()->nowUs();
+    open.sinceAwakeUs = awakeUs();
     open.idsBefore = m_lastId;
     m_open[++m_numbers] = open;
     if (asked.command == QLatin1String("connect")) {
@@ -460,6 +461,7 @@ void Book::running(quint64 instruction)
 {
     ++m_turn;
     m_runs = instruction;
+    m_isToAsk = true;
 }
 
 void Book::instructionDone(quint64 id) const
@@ -616,6 +618,7 @@ void Book::sends(quint64 link, const QByteArray& wire)
         fail(QStringLiteral("a request left for an order that is over"));
         return;
     }
+    m_isToAsk = false;
     m_lastAsked = number;
     m_isAnswered = false;
     m_flight = Flight{link, number, awakeUs(), World::current()->nowUs()};
@@ -646,9 +649,8 @@ void Book::sends(quint64 link, const QByteArray& wire)
 void Book::checkTurn(const Open& open) const
 {
     for (const auto& [number, other] : m_open) {
-        const bool waits = other.sinceUs > m_openedUs && !other.asked.repeats()
-            && other.asked.function != 0 && other.request == 0 && other.results == 0
-            && !other.isStopped && other.id != 0 && other.turn + 1 < m_turn;
+        const bool waits = other.sinceUs > m_openedUs && other.waitsToAsk() && other.id != 0
+            && other.turn + 1 < m_turn;
         const bool isBefore = open.asked.repeats() || other.id < open.id;
         if (waits && isBefore && open.id != 0) {
             fail(QStringLiteral("order %1 had to wait behind another one").arg(number));
@@ -761,6 +763,7 @@ void Book::look()
     if (isOut && awakeUs() - m_flight->sinceUs > limitUs + turnUs) {
         fail(QStringLiteral("order %1 has outlived its limit").arg(m_flight->order));
     }
+    checkNothingIsHeldUp();
     const bool isKept = connectOrder() != 0;
     failIf(isKept && m_goneUs && m_link == 0
                && awakeUs() - *m_goneAwakeUs > longestDelayUs * 3 / 2 + longestLookUpUs + turnUs,
@@ -768,6 +771,21 @@ void Book::look()
     const qint64 pauseUs = m_options.share ? longestDelayUs * 3 / 2 : 0; // of a silent unit
     failIf(isKept && m_isOpen && awakeUs() - m_trafficUs > keepAliveUs + limitUs + turnUs + pauseUs,
            "an open link was not looked after");
+}
+
+// By an event loop in a slot, for one, unless that of the order whose request leaves next. Others
+// have the turn of a shared line, a serial one must be silent first, and a handshake may take long.
+void Book::checkNothingIsHeldUp() const
+{
+    const bool isPlain = !m_isLine && !m_options.share;
+    const bool isIdle = isPlain && m_isTold && m_isOpen && !m_isToAsk && m_tainted != m_link
+        && (m_requests == 0 ? !m_options.tls : m_isAnswered);
+    for (const auto& [number, open] : m_open) {
+        const qint64 sinceUs = std::max(m_trafficUs, open.sinceAwakeUs);
+        if (isIdle && open.waitsToAsk() && awakeUs() - sinceUs > turnUs) {
+            fail(QStringLiteral("order %1 is held up").arg(number));
+        }
+    }
 }
 
 void Book::expectCalm(int openOrders, const WorkerStatistics& counted)

@@ -95,6 +95,7 @@ private:
         qint64 leftUs = 0;
         quint64 leftAt = 0; ///< the moment
         qint64 sinceUs = 0;
+        qint64 sinceAwakeUs = 0;
         qint64 toldUs = 0; ///< when something was told of it last
         quint64 idsBefore = 0; ///< the largest one that was known when it was started
         quint64 turn = 0; ///< of the worker, when it was started
@@ -102,6 +103,12 @@ private:
         bool isConfirmed = false;
         int results = 0;
         qint64 outcomes = 0;
+
+        bool waitsToAsk() const
+        {
+            return asked.function != 0 && !asked.repeats() && request == 0 && results == 0
+                && !isStopped;
+        }
     };
 
     /// What the worker must have counted since the object was made.
@@ -146,6 +153,7 @@ private:
     void checkHeader(const QByteArray& request);
     void checkTurn(const Open& open) const;
     void checkNobodyWaits() const;
+    void checkNothingIsHeldUp() const;
     void tick(Open& open);
     static void addSkipped(Counts& counts, const Open& open, bool isOver);
     void checkCounts(const WorkerStatistics& counted) const;
@@ -167,6 +175,7 @@ private:
     std::map<quint16, int> m_numberOfStart;
     std::set<quint64> m_stopped; ///< instructions
     quint64 m_runs = 0; ///< an instruction
+    bool m_isToAsk = false; ///< it has not yet
     std::optional<Flight> m_flight;
     quint64 m_answers = 0;
     quint64 m_staleCopies = 0;

@@ -334,7 +334,10 @@ void User::traceFrames()
 void User::runLoop()
 {
     QEventLoop loop;
-    World::current()->inside(m_random.spread(ms, 300 * ms), [&loop] { loop.quit(); });
+    World::current()->inside(m_random.spread(ms, 300 * ms), [this, &loop] {
+        m_book.look(); // now something has waited for as long as it may
+        loop.quit();
+    });
     loop.exec();
 }
 

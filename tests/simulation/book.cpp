@@ -722,6 +722,7 @@ void Book::linkGone()
 void Book::loses(quint64 link)
 {
     note("lost", static_cast<qint64>(link));
+    m_lost = {link, awakeUs()};
     linkGone();
 }
 
@@ -731,8 +732,16 @@ void Book::closes(quint64 link, int unread)
     m_leftUnread = unread > 0 && !isFlooded ? link : 0;
     m_closed = {link, m_requests == 1 ? m_receivedBytes : -1};
     note("close", static_cast<qint64>(link));
+    checkLostIsClosed();
+    m_lost = {};
     linkGone();
     m_flight.reset();
+}
+
+void Book::checkLostIsClosed() const
+{
+    failIf(m_lost.first != 0 && awakeUs() - m_lost.second > turnUs,
+           "the end of a link was known, and it was not closed");
 }
 
 void Book::looksUp()
@@ -764,6 +773,7 @@ void Book::look()
         fail(QStringLiteral("order %1 has outlived its limit").arg(m_flight->order));
     }
     checkNothingIsHeldUp();
+    checkLostIsClosed();
     const bool isKept = connectOrder() != 0;
     failIf(isKept && m_goneUs && m_link == 0
                && awakeUs() - *m_goneAwakeUs > longestDelayUs * 3 / 2 + longestLookUpUs + turnUs,

@@ -154,6 +154,7 @@ private:
     void checkTurn(const Open& open) const;
     void checkNobodyWaits() const;
     void checkNothingIsHeldUp() const;
+    void checkLostIsClosed() const;
     void tick(Open& open);
     static void addSkipped(Counts& counts, const Open& open, bool isOver);
     void checkCounts(const WorkerStatistics& counted) const;
@@ -194,6 +195,7 @@ private:
     int m_requests = 0; ///< on this link
     /// The link that was closed last, and what it received, if one request had left on it.
     std::pair<quint64, qint64> m_closed;
+    std::pair<quint64, qint64> m_lost; ///< a link whose end was read, and when: until it is closed
     quint64 m_leftUnread = 0; ///< the link that was closed last with bytes on it
     quint64 m_tainted = 0; ///< nothing more may leave on it
     bool m_isOpen = false;

@@ -9,7 +9,7 @@ exec 1>&2
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 packages=(g++ cmake ninja-build qtbase5-dev libqt5serialbus5-dev libqt5serialport5-dev libmodbus-dev
-          libcli11-dev libssl-dev libmimalloc-dev pkg-config python3)
+          libcli11-dev libgnutls28-dev libssl-dev libmimalloc-dev pkg-config python3)
 tests=(iproute2 groff-base dpkg-dev file mosquitto mosquitto-clients python3-paho-mqtt python3-pyte
        openssl socat python3-pymodbus python3-serial python3-serial-asyncio)
 case "${1:-}" in

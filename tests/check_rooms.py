@@ -23,7 +23,7 @@ ROOMS = {
                           r"BasicTimer|Event|Object|SocketNotifier)$", STANDARD, SYSTEM],
     "host/runtime/link": [r"runtime/loop/", r"runtime/engine/link_life\.h$",
                           r"plugin_management/(fast_delegate|link_options|reply_framing)\.h$", QT,
-                          r"openssl/|asm/termbits\.h$",
+                          r"gnutls/|asm/termbits\.h$",
                           STANDARD, SYSTEM],
     "host/runtime/shell": [r"runtime/", KIT, r"Q(List|LoggingCategory|Object|Pointer|Thread|tGlobal)$",
                            r"sys/random\.h$", STANDARD],

@@ -400,6 +400,21 @@ class Tls(LinkTest):
                 came = self.read(self.device(name, shown))
                 self.assertRegex(came, f"cannot connect to .*certificate( of '\\w+')? {says}; ")
 
+    def test_who_is_believed(self):
+        self.files.issue("own")
+        self.files.issue("between", "authority", **AUTHORITY)
+        self.files.issue("below", "between")
+        self.files.issue("old", "authority", size=2048, **USUAL, keyUsage="keyEncipherment")
+        pathlib.Path(self.files.file("below", "mixed")).write_text("".join(
+            pathlib.Path(self.files.file(name, "pem")).read_text()
+            for name in ("below", "authority", "between")))
+        for name, shown, believed in (("own", "pem", "own"), ("below", "chain", "authority"),
+                                      ("below", "mixed", "authority"), ("below", "pem", "between"),
+                                      ("below", "chain", "below"), ("old", "pem", "authority")):
+            with self.subTest(name=name, shown=shown, believed=believed):
+                came = self.read(self.device(name, shown), tlsCa=self.files.file(believed, "pem"))
+                self.assertIn("; [258]", came)
+
     def test_what_the_device_refuses(self):
         for device, link, says in self.REFUSED:
             with self.subTest(device=device, link=link):

@@ -45,15 +45,18 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept
     return 0;
 }
 
+// What is longer is a seed for keys, drawn by TLS for the whole process whenever it likes. No world
+// depends on keys, as all that is sent is as long with any.
 ssize_t getrandom(void* to, size_t size, unsigned flags)
 {
     World* world = World::current();
-    if (world == nullptr) {
+    quint64 drawn = 0;
+    if (world == nullptr || size > sizeof(drawn)) {
         return syscall(SYS_getrandom, to, size, flags);
     }
-    const quint64 drawn = world->chance().next();
-    std::memcpy(to, &drawn, std::min(size, sizeof(drawn)));
-    return static_cast<ssize_t>(std::min(size, sizeof(drawn)));
+    drawn = world->chance().next();
+    std::memcpy(to, &drawn, size);
+    return static_cast<ssize_t>(size);
 }
 
 int socket(int family, int type, int protocol) noexcept

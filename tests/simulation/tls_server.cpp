@@ -58,11 +58,29 @@ QByteArray TlsServer::takeAnswer() { return take({}); }
 
 QByteArray TlsServer::sealed(const QByteArray& bytes)
 {
-    if (!bytes.isEmpty() && SSL_is_init_finished(m_ssl.get()) != 0) {
-        SSL_write(m_ssl.get(), bytes.constData(), bytes.size());
-        ERR_clear_error();
+    if (bytes.isEmpty() || SSL_is_init_finished(m_ssl.get()) == 0) {
+        return take(bytes);
     }
-    return take(bytes);
+    const QByteArray first = newKey();
+    SSL_write(m_ssl.get(), bytes.constData(), bytes.size());
+    ERR_clear_error();
+    return first + take(bytes);
+}
+
+// Seldom, as the process takes many within a second, by the clock of the machine, for an attack.
+QByteArray TlsServer::newKey()
+{
+    constexpr int alone = 4;
+    constexpr int askingForOne = 8;
+    ++m_said;
+    if (m_said != alone && m_said != askingForOne) {
+        return {};
+    }
+    SSL_key_update(m_ssl.get(),
+                   m_said == askingForOne ? SSL_KEY_UPDATE_REQUESTED
+                                          : SSL_KEY_UPDATE_NOT_REQUESTED);
+    SSL_do_handshake(m_ssl.get());
+    return take({});
 }
 
 QByteArray TlsServer::take(const QByteArray& says)

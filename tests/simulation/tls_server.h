@@ -36,10 +36,12 @@ private:
     };
 
     QByteArray take(const QByteArray& says);
+    QByteArray newKey();
 
     std::unique_ptr<SSL, void (*)(SSL*)> m_ssl;
     BIO* m_in; ///< the connection owns both
     BIO* m_out;
     std::deque<Record> m_records;
+    int m_said = 0;
     bool m_hasPart = false;
 };

@@ -4,142 +4,120 @@
 
 #include <QHostAddress>
 
-#include <openssl/err.h>
-#include <openssl/x509v3.h>
-#include <sys/socket.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-
-/// How OpenSSL reads and writes: one recv() for all that has arrived, and no signal when the other
-/// side has gone.
-struct TlsStream::Bio
-{
-    static int write(BIO* bio, const char* data, int size)
-    {
-        const TlsStream& stream = *static_cast<TlsStream*>(BIO_get_data(bio));
-        BIO_clear_retry_flags(bio);
-        const ssize_t count = ::send(stream.m_descriptor, data, static_cast<std::size_t>(size),
-                                     MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
-            BIO_set_retry_write(bio);
-        }
-        return static_cast<int>(count);
-    }
-
-    static int read(BIO* bio, char* data, int size)
-    {
-        TlsStream& stream = *static_cast<TlsStream*>(BIO_get_data(bio));
-        BIO_clear_retry_flags(bio);
-        const int count = stream.m_first < stream.m_end ? 1 : fill(stream);
-        if (count <= 0) {
-            if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
-                BIO_set_retry_read(bio);
-            }
-            return count;
-        }
-        const int taken = std::min(size, stream.m_end - stream.m_first);
-        std::memcpy(data, stream.m_arrived.data() + stream.m_first,
-                    static_cast<std::size_t>(taken));
-        stream.m_first += taken;
-        return taken;
-    }
-
-    static long control(BIO*, int command, long, void*)
-    {
-        return command == BIO_CTRL_FLUSH ? 1 : 0;
-    }
-
-    static BIO_METHOD* method()
-    {
-        static BIO_METHOD* const made = [] {
-            BIO_METHOD* method = BIO_meth_new(BIO_TYPE_SOURCE_SINK, "link");
-            BIO_meth_set_write(method, write);
-            BIO_meth_set_read(method, read);
-            BIO_meth_set_ctrl(method, control);
-            return method;
-        }();
-        return made;
-    }
-
-    static int fill(TlsStream& stream)
-    {
-        const ssize_t count = ::recv(stream.m_descriptor, stream.m_arrived.data(),
-                                     stream.m_arrived.size(), MSG_DONTWAIT);
-        stream.m_first = 0;
-        stream.m_end = static_cast<int>(std::max<ssize_t>(count, 0));
-        return static_cast<int>(count);
-    }
-};
+#include <new>
+#include <vector>
 
 namespace {
 
-// Of an empty queue it costs 840 instructions, of which an order would have three times.
-void clearErrors()
+bool isPassing(ssize_t result)
 {
-    if (ERR_peek_error() != 0) {
-        ERR_clear_error();
-    }
+    return result < 0 && gnutls_error_is_fatal(static_cast<int>(result)) == 0;
 }
 
-// A name must be the certificate's, and an address too; only a name is told in advance.
-void expectName(SSL* ssl, const QString& name)
+bool mustWait(ssize_t result) { return result == GNUTLS_E_AGAIN || result == GNUTLS_E_INTERRUPTED; }
+
+std::vector<gnutls_datum_t> shownBy(gnutls_session_t session)
 {
-    const QByteArray text = name.toUtf8();
-    if (QHostAddress(name).isNull()) {
-        SSL_set1_host(ssl, text.constData());
-        SSL_set_tlsext_host_name(ssl, text.constData());
-    } else {
-        X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl), text.constData());
-    }
+    unsigned count = 0;
+    const gnutls_datum_t* first = gnutls_certificate_get_peers(session, &count);
+    return {first, first + count};
+}
+
+// Certificates of RSA keys often say that these are to encrypt and not to sign, as it was before
+// TLS 1.2, and what they are for is checked with the rest of them. It must not be said before the
+// handshake's begin: less would be agreed on then.
+int allowOldUsage(gnutls_session_t session, unsigned, unsigned, unsigned, const gnutls_datum_t*)
+{
+    gnutls_session_enable_compatibility_mode(session);
+    return 0;
+}
+
+// Who has closed, does not listen, or has told its error knows already.
+bool canBeTold(ssize_t error)
+{
+    return error < 0 && error != GNUTLS_E_PREMATURE_TERMINATION && error != GNUTLS_E_PULL_ERROR
+        && error != GNUTLS_E_PUSH_ERROR && error != GNUTLS_E_FATAL_ALERT_RECEIVED;
 }
 
 } // namespace
 
 TlsStream::TlsStream(int descriptor, const QString& host, const TlsSettings& settings,
                      const More& more)
-    : m_descriptor(descriptor), m_more(more), m_context(settings.context),
-      m_ssl(SSL_new(m_context.get()), SSL_free)
+    : m_wire(descriptor), m_more(more), m_settings(settings),
+      m_name(settings.name.isEmpty() ? host : settings.name), m_session(nullptr, gnutls_deinit)
 {
-    BIO* bio = BIO_new(Bio::method());
-    BIO_set_data(bio, this);
-    BIO_set_init(bio, 1);
-    SSL_set_bio(m_ssl.get(), bio, bio);
-    SSL_set_connect_state(m_ssl.get());
-    expectName(m_ssl.get(), settings.name.isEmpty() ? host : settings.name);
-    TlsTrouble::watchCertificates(m_ssl.get(), m_trouble);
+    // No session is resumed, and our certificate is shown to whoever asks for one.
+    constexpr unsigned flags =
+        GNUTLS_CLIENT | GNUTLS_NONBLOCK | GNUTLS_NO_TICKETS | GNUTLS_FORCE_CLIENT_CERT;
+    gnutls_session_t session = nullptr;
+    if (gnutls_init(&session, flags) < 0) {
+        throw std::bad_alloc();
+    }
+    m_session.reset(session);
+    setUp(session);
+}
+
+void TlsStream::setUp(gnutls_session_t session)
+{
+    gnutls_priority_set(session, m_settings.versions.get());
+    gnutls_handshake_set_hook_function(session, GNUTLS_HANDSHAKE_SERVER_HELLO, GNUTLS_HOOK_POST,
+                                       allowOldUsage);
+    gnutls_credentials_set(session, GNUTLS_CRD_CERTIFICATE, m_settings.identity.get());
+    gnutls_session_set_ptr(session, this);
+    gnutls_session_set_verify_function(session, verify);
+    m_wire.carry(session);
+    gnutls_handshake_set_timeout(session, 0); // that is its owner's
+    if (QHostAddress(m_name).isNull()) { // an address is not told in advance
+        const QByteArray text = m_name.toUtf8();
+        gnutls_server_name_set(session, GNUTLS_NAME_DNS, text.constData(),
+                               static_cast<std::size_t>(text.size()));
+    }
 }
 
 TlsStream::~TlsStream() = default;
 
+int TlsStream::verify(gnutls_session_t session)
+{
+    auto& stream = *static_cast<TlsStream*>(gnutls_session_get_ptr(session));
+    stream.m_trouble = stream.m_settings.authorities->objection(shownBy(session), stream.m_name);
+    return stream.m_trouble.isEmpty() ? 0 : GNUTLS_E_CERTIFICATE_ERROR;
+}
+
 TlsStream::Handshake TlsStream::shakeHands()
 {
-    clearErrors();
-    const int result = SSL_do_handshake(m_ssl.get());
-    if (result == 1) {
-        tellMore();
-        return Handshake::Done;
+    const int result = handshake();
+    if (result != GNUTLS_E_SUCCESS) {
+        return isOver(result) ? Handshake::Failed : Handshake::Under;
     }
-    return isOver(result) ? Handshake::Failed : Handshake::Under;
+    m_isReady = true;
+    tellMore();
+    return Handshake::Done;
+}
+
+int TlsStream::handshake()
+{
+    int result = 0;
+    do {
+        result = gnutls_handshake(m_session.get());
+    } while (isPassing(result) && !mustWait(result) && result != GNUTLS_E_GOT_APPLICATION_DATA);
+    return result;
 }
 
 void TlsStream::end()
 {
-    if (SSL_is_init_finished(m_ssl.get()) != 0 && m_trouble.isEmpty()) {
-        clearErrors();
-        SSL_shutdown(m_ssl.get());
+    if (m_isReady && m_trouble.isEmpty()) {
+        gnutls_bye(m_session.get(), GNUTLS_SHUT_WR);
     }
 }
 
 qint64 TlsStream::receive(char* data, qint64 size)
 {
-    // Without OpenSSL, for which nothing is an error to deal with: 1,500 instructions of an order.
-    if (!m_hasMore && Bio::fill(*this) < 0) {
-        return isOverBySystem(errno) ? -1 : 0;
+    ssize_t count = m_hasMore ? 1 : m_wire.fill();
+    if (count < 0) { // without GnuTLS, as it is so once an order
+        return isOver(m_wire.mustWait() ? GNUTLS_E_AGAIN : GNUTLS_E_PULL_ERROR) ? -1 : 0;
     }
-    clearErrors();
-    const int count = SSL_read(m_ssl.get(), data, static_cast<int>(size));
+    count = count == 0 ? GNUTLS_E_PREMATURE_TERMINATION
+                       : takeData(data, static_cast<std::size_t>(size));
     tellMore();
     if (count > 0) {
         return count;
@@ -147,12 +125,41 @@ qint64 TlsStream::receive(char* data, qint64 size)
     return isOver(count) ? -1 : 0;
 }
 
-// A header that was read alone does not count as pending.
-bool TlsStream::isWithinRecord() const
+// What is no data, such as a new key, ends a call before all was looked at that has arrived. A
+// request would then be taken for one behind a part of something. As many as one buffer holds are
+// enough: a device that sends nothing else does not get this thread for good.
+ssize_t TlsStream::takeData(char* data, std::size_t size)
 {
-    return SSL_has_pending(m_ssl.get()) != 0
-        || std::strcmp(SSL_rstate_string(m_ssl.get()), "RB") == 0; // it reads a body
+    constexpr int most = 64;
+    ssize_t result = takeRecord(data, size);
+    for (int i = 0; i < most && isPassing(result) && (m_wire.hasMore() || !mustWait(result)); ++i) {
+        result = takeRecord(data, size);
+    }
+    return result;
 }
+
+// The other side may want a new handshake, with TLS 1.2. Data that it sends meanwhile are a reply
+// still; GnuTLS gives the handshake up for them, and the connection will be lost.
+ssize_t TlsStream::takeRecord(char* data, std::size_t size)
+{
+    if (m_isShaking) {
+        const int result = handshake();
+        m_isShaking = mustWait(result);
+        if (result != GNUTLS_E_SUCCESS && result != GNUTLS_E_GOT_APPLICATION_DATA) {
+            return result;
+        }
+    }
+    const ssize_t result = gnutls_record_recv(m_session.get(), data, size);
+    if (result == GNUTLS_E_REHANDSHAKE) {
+        gnutls_priority_set(m_session.get(), m_settings.versions.get()); // as at first
+        m_isShaking = true;
+    }
+    return result;
+}
+
+// Records that were handed over as a whole are opened at once, and what they say waits until it is
+// taken.
+bool TlsStream::isWithinRecord() const { return m_wire.isWithinRecord() || waiting() > 0; }
 
 qint64 TlsStream::send(const char* data, qint64 size)
 {
@@ -160,45 +167,49 @@ qint64 TlsStream::send(const char* data, qint64 size)
         m_trouble = QStringLiteral("a part of something came unasked");
         return -1;
     }
-    clearErrors();
-    const int count = SSL_write(m_ssl.get(), data, static_cast<int>(size));
-    if (count > 0) {
-        return count;
+    // The other side may want to have small records.
+    qint64 sent = 0;
+    while (sent < size) {
+        const ssize_t count = m_isShaking
+            ? GNUTLS_E_AGAIN
+            : gnutls_record_send(m_session.get(), data + sent,
+                                 static_cast<std::size_t>(size - sent));
+        if (count > 0) {
+            sent += count;
+            continue;
+        }
+        if (!isOver(count)) { // a record that has left in part is nothing to go on with
+            m_trouble = QStringLiteral("the device takes no more requests");
+        }
+        return -1;
     }
-    if (!isOver(count)) { // a record that has left in part is nothing to go on with
-        m_trouble = QStringLiteral("the device takes no more requests");
-    }
-    return -1;
+    return sent;
 }
 
-qint64 TlsStream::waiting() const { return SSL_pending(m_ssl.get()); }
-
-bool TlsStream::isOverBySystem(int error)
+qint64 TlsStream::waiting() const
 {
-    if (error == EAGAIN || error == EINTR) {
-        return false;
-    }
-    clearErrors();
-    errno = error;
-    m_trouble = TlsTrouble::text(*m_ssl, SSL_ERROR_SYSCALL);
-    return true;
+    return static_cast<qint64>(gnutls_record_check_pending(m_session.get()));
 }
 
-bool TlsStream::isOver(int result)
+bool TlsStream::isOver(ssize_t result)
 {
-    const int error = SSL_get_error(m_ssl.get(), result);
-    if (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE) {
+    if (isPassing(result)) {
         return false;
     }
     if (m_trouble.isEmpty()) { // a certificate's is told by then
-        m_trouble = TlsTrouble::text(*m_ssl, error);
+        const auto error = static_cast<int>(result);
+        m_trouble =
+            TlsTrouble{error, m_wire.error(), m_wire.isForeign(), m_isReady}.text(m_session.get());
+    }
+    if (canBeTold(result)) {
+        gnutls_alert_send_appropriate(m_session.get(), static_cast<int>(result));
     }
     return true;
 }
 
 void TlsStream::tellMore()
 {
-    const bool hasMore = m_first < m_end || SSL_pending(m_ssl.get()) > 0;
+    const bool hasMore = m_wire.hasMore() || waiting() > 0;
     if (hasMore != m_hasMore) {
         m_hasMore = hasMore;
         m_more(hasMore);

@@ -2,17 +2,21 @@
 
 #include <runtime/link/stream.h>
 #include <runtime/link/tls_settings.h>
+#include <runtime/link/tls_wire.h>
 
 #include <plugin_management/fast_delegate.h>
 
-#include <array>
+#include <gnutls/gnutls.h>
+
 #include <memory>
+#include <type_traits>
 
 /// A TCP connection secured by TLS 1.2 or newer, whose other side has shown a certificate that is
 /// believed. Who owns it watches its descriptor: it calls nobody but to say for what.
 ///
-/// Directly on OpenSSL, as an order then costs little more than without: through Qt's own socket
-/// it cost more than twice as much processor time, most of it for turns of the event loop.
+/// Directly on GnuTLS, as an order then costs little more than without: of one over OpenSSL 3.0
+/// most was for how that one finds its ciphers, and through Qt's own socket it cost more than twice
+/// as much processor time.
 class TlsStream final : public Stream
 {
 public:
@@ -39,21 +43,22 @@ public:
     QString trouble() const override { return m_trouble; }
 
 private:
-    struct Bio;
-    friend struct Bio;
-
+    static int verify(gnutls_session_t session);
+    void setUp(gnutls_session_t session);
+    int handshake();
+    ssize_t takeRecord(char* data, std::size_t size);
+    ssize_t takeData(char* data, std::size_t size);
     bool isWithinRecord() const;
-    bool isOverBySystem(int error);
-    bool isOver(int result);
+    bool isOver(ssize_t result);
     void tellMore();
 
-    int m_descriptor;
-    std::array<char, 4096> m_arrived; ///< off the wire, and not decrypted yet
-    int m_first = 0; ///< of them
-    int m_end = 0;
+    TlsWire m_wire;
     bool m_hasMore = false;
+    bool m_isReady = false; ///< hands were shaken
+    bool m_isShaking = false; ///< again, as the other side wants it
     More m_more;
-    std::shared_ptr<SSL_CTX> m_context;
-    std::unique_ptr<SSL, void (*)(SSL*)> m_ssl;
+    TlsSettings m_settings;
+    QString m_name;
+    std::unique_ptr<std::remove_pointer_t<gnutls_session_t>, void (*)(gnutls_session_t)> m_session;
     QString m_trouble;
 };

@@ -2,16 +2,19 @@
 
 #include <QString>
 
-#include <openssl/ssl.h>
+#include <gnutls/gnutls.h>
 
-/// Why there is no secured connection, in words: whose certificate is wrong and how, or what else
-/// the two sides could not agree on; and what to do about it.
-namespace TlsTrouble {
+/// Why there is no secured connection, where it is not for a certificate of the other side: what
+/// the two could not agree on, and what to do about it.
+struct TlsTrouble
+{
+    int error = 0; ///< that GnuTLS has told
+    int systemError = 0; ///< of the last call that sent or received
+    bool isForeign = false; ///< what has come is not TLS
+    bool isReady = false; ///< there was a secured connection before
 
-/// From here on \a trouble, which must live as long, tells what is wrong with the certificates that
-/// the other side shows; they are refused then.
-void watchCertificates(SSL* ssl, QString& trouble);
-/// Why the last call has failed; \a error is SSL_get_error()'s.
-QString text(const SSL& ssl, int error);
+    QString text(gnutls_session_t session) const;
 
-} // namespace TlsTrouble
+private:
+    QString closed() const;
+};

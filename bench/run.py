@@ -31,7 +31,7 @@ QUANTITIES = [1, 10, 63, 125]
 MOST_FOR = {"driver": 63, "driver-text": 1, "driver-spin": 63}
 UNCOUNTED = ["driver-spin"]  # it looks as often as the device is slow
 COUNTED_QUANTITIES = [1, 63]  # where instructions and system calls are counted too
-READ_ROUNDS, READS = 25, 800
+READ_ROUNDS, READS = 25, 4000
 COUNTED_READS = 500
 
 PEERS = ["epoll_reads", "goburrow_reads", "libmodbus_reads"]  # programs that only read

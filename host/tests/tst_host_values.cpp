@@ -96,6 +96,15 @@ void HostValuesTest::words()
     QCOMPARE(kept, valueIn(cells[1]).toList());
     const QVariantList again = convUInt16BigEndianByteArrayToVariantList(bytes);
     QCOMPARE(again, kept);
+    // More of them than are ever dealt with together.
+    QList<QVariantList> all;
+    for (char filling = 0; filling < 100; ++filling) {
+        all.append(convUInt16BigEndianByteArrayToVariantList(QByteArray(bytes.size(), filling)));
+    }
+    for (char filling = 0; filling < 100; ++filling) {
+        QCOMPARE(all[filling],
+                 convUInt16BigEndianByteArrayToVariantList(QByteArray(bytes.size(), filling)));
+    }
 }
 
 void HostValuesTest::mapsAsText()

@@ -1,5 +1,6 @@
 #include <runtime/loop/deadline.h>
 #include <runtime/loop/spin.h>
+#include <runtime/loop/step.h>
 
 #include <QtTest>
 
@@ -35,6 +36,12 @@ public:
     Q_DISABLE_COPY(Ready)
 
     int descriptor() const { return m_ends[0]; }
+    /// It is ready no more.
+    void take()
+    {
+        char taken = 0;
+        QCOMPARE(::read(m_ends[0], &taken, 1), ssize_t(1));
+    }
 
 private:
     void handle(quint32) { m_action(); }
@@ -55,6 +62,36 @@ private:
 
     std::function<void()> m_action;
     Deadline m_deadline{{this, &Alarm::handle}};
+};
+
+/// Does what it does about its descriptor in two steps, if others are ready as well.
+class Walker
+{
+public:
+    Walker(int number, QList<int>& made) : m_number(number), m_made(made) { }
+
+    std::function<void()> onSecond = [] {};
+
+private:
+    void handleReady()
+    {
+        m_ready.take();
+        m_made.append(m_number);
+        if (m_step.isWanted()) {
+            m_step.set();
+        }
+    }
+
+    void makeSecond()
+    {
+        m_made.append(-m_number);
+        onSecond();
+    }
+
+    int m_number;
+    QList<int>& m_made;
+    Step m_step{{this, &Walker::makeSecond}};
+    Ready m_ready{[this] { handleReady(); }};
 };
 
 struct Awaited
@@ -81,6 +118,8 @@ private slots:
     void deadlinesComeInOrderAndNeverEarly();
     void aDeadlineThatIsAlwaysDueLeavesRoom();
     void othersComeWhileAHandlerRunsALoop();
+    void everybodyMakesAStepBeforeAnybodysNext_data();
+    void everybodyMakesAStepBeforeAnybodysNext();
     void whatIsSlowIsLookedForLessAndLess();
     void spinningLeavesRoom();
 };
@@ -175,6 +214,61 @@ void LoopTest::othersComeWhileAHandlerRunsALoop()
     other.setIn(20000);
     QTRY_VERIFY(hasCome);
     QVERIFY(withinLoop);
+}
+
+void LoopTest::everybodyMakesAStepBeforeAnybodysNext_data()
+{
+    QTest::addColumn<QString>("inTheFirst");
+    QTest::addColumn<QList<int>>("made");
+    const QList<int> afterLoop{1, 2, 3, -1, -2, -3, 0};
+    QTest::newRow("nothing") << QString() << QList<int>{1, 2, 3, -1, -2, -3};
+    QTest::newRow("a loop that sleeps") << "sleeps" << afterLoop;
+    QTest::newRow("a loop, and a descriptor is ready")
+        << "ready" << QList<int>{1, 2, 3, -1, -2, -3, 4, 0};
+    QTest::newRow("a loop, and a deadline comes") << "due" << afterLoop;
+    QTest::newRow("the end of another") << "ends" << QList<int>{1, 2, 3, -1, -3};
+}
+
+// What the others have to do yet must not wait for a slot that shows a dialog, say.
+void LoopTest::everybodyMakesAStepBeforeAnybodysNext()
+{
+    QFETCH(QString, inTheFirst);
+    QFETCH(QList<int>, made);
+    QList<int> seen;
+    std::vector<std::unique_ptr<Walker>> walkers;
+    for (int number = 1; number <= 3; ++number) {
+        walkers.push_back(std::make_unique<Walker>(number, seen));
+    }
+    std::unique_ptr<Ready> ready;
+    Alarm alarm([] {});
+    walkers.front()->onSecond = [&] {
+        if (inTheFirst == "ends") {
+            walkers[1].reset();
+            return;
+        }
+        if (inTheFirst == "sleeps") {
+            QEventLoop loop;
+            QTimer::singleShot(20, &loop, &QEventLoop::quit);
+            loop.exec();
+        } else if (inTheFirst == "ready") {
+            ready = std::make_unique<Ready>([&] {
+                ready->take();
+                seen.append(4);
+            });
+            QCoreApplication::processEvents();
+        } else if (inTheFirst == "due") {
+            alarm.setIn(0);
+            QThread::msleep(2);
+            QCoreApplication::processEvents();
+        } else {
+            return;
+        }
+        seen.append(0);
+    };
+    for (int turn = 0; turn < 10; ++turn) {
+        QCoreApplication::processEvents();
+    }
+    QCOMPARE(seen, made);
 }
 
 // Of a thousand replies that come late and two that come soon.

@@ -50,6 +50,7 @@ public:
     using Kind = WorkerAction::Kind;
 
     bool empty() const { return m_next == m_actions.size(); }
+    bool nextIs(Kind kind) const { return !empty() && m_actions[m_next].kind == kind; }
 
     void add(Kind kind, quint64 id = 0, bool flag = false)
     {

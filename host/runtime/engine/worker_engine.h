@@ -81,6 +81,14 @@ public:
     /// When to call timePassed().
     qint64 wakeAtUs() const;
 
+    /// A reply has come whole, and nothing else is to be done before it is judged.
+    bool judgesNext() const { return m_actions.nextIs(WorkerAction::Kind::JudgeReply); }
+    /// What is to be done next can wait for a moment: an outcome to be told, or an instruction to
+    /// be chosen.
+    bool canPause() const
+    {
+        return m_actions.empty() || m_actions.nextIs(WorkerAction::Kind::TellOutcome);
+    }
     /// True while nothing that comes can be the reply to a request.
     bool awaitsNothing() const { return m_phase != Phase::InFlight && m_phase != Phase::Calling; }
     const ReplyFraming& framing() const { return m_exchange.framing(); }

@@ -3,6 +3,7 @@
 #include <runtime/loop/before_sleep.h>
 #include <runtime/loop/deadline.h>
 #include <runtime/loop/spin.h>
+#include <runtime/loop/step.h>
 
 #include <QAbstractEventDispatcher>
 #include <QEvent>
@@ -129,6 +130,7 @@ void Reactor::unwatch(int descriptor)
 void Reactor::callReady()
 {
     const std::shared_ptr<Reactor> keep = shared_from_this(); // a handler may let go of it
+    makeSteps(); // of whoever called the loop that this is
     if (m_count == 1 && !m_watched[index(m_newest)].handler.empty()) {
         // Of a single descriptor the system need not be asked: one call of five for an order.
         call(m_newest, m_watched[index(m_newest)].generation, EPOLLIN | EPOLLOUT);
@@ -138,9 +140,12 @@ void Reactor::callReady()
     const int count = ::epoll_wait(m_poll, ready.data(), static_cast<int>(ready.size()), 0);
     for (int i = 0; i < count; ++i) {
         const epoll_event& event = ready[index(i)];
+        m_gathersSteps = count > 1; // each time anew, as a handler's loop comes by here as well
         call(static_cast<int>(event.data.u64 & 0xFFFFFFFF),
              static_cast<quint32>(event.data.u64 >> 32), event.events);
     }
+    m_gathersSteps = false;
+    makeSteps();
 }
 
 // What an earlier handler did may have ended this descriptor, and given its number to another.
@@ -151,6 +156,33 @@ void Reactor::call(int descriptor, quint32 generation, quint32 events)
         const Handler handler = watched.handler;
         handler(events);
     }
+}
+
+// --- steps ---
+
+void Reactor::makeStep(Step* one)
+{
+    if (m_steps.empty()) {
+        hearOfSleep();
+    }
+    m_steps.push_back(one);
+}
+
+void Reactor::makeSteps()
+{
+    while (hasSteps()) {
+        Step* next = m_steps[m_nextStep++];
+        if (next != nullptr) {
+            next->come();
+        }
+    }
+    m_steps.clear();
+    m_nextStep = 0;
+}
+
+void Reactor::forget(Step* one)
+{
+    std::replace(m_steps.begin(), m_steps.end(), one, static_cast<Step*>(nullptr));
 }
 
 // --- deadlines ---
@@ -175,6 +207,7 @@ void Reactor::timerEvent(QTimerEvent* event)
 {
     Q_UNUSED(event)
     const std::shared_ptr<Reactor> keep = shared_from_this();
+    makeSteps();
     m_timer.stop();
     m_startedForUs = std::numeric_limits<qint64>::max();
     const qint64 nowUs = steadyNowUs();
@@ -227,10 +260,11 @@ void Reactor::forget(const Spin* one) { removeFrom(m_spins, one); }
 
 void Reactor::loopSleeps()
 {
-    if (m_beforeSleep.empty() && m_spins.empty()) {
+    if (m_beforeSleep.empty() && m_spins.empty() && !hasSteps()) {
         return;
     }
     const std::shared_ptr<Reactor> keep = shared_from_this(); // a handler may let go of it
+    makeSteps();
     while (!m_beforeSleep.empty()) {
         BeforeSleep* last = m_beforeSleep.back();
         m_beforeSleep.pop_back();

@@ -15,6 +15,7 @@
 class BeforeSleep;
 class Deadline;
 class Spin;
+class Step;
 
 /// Microseconds of a clock that never goes back.
 inline qint64 steadyNowUs()
@@ -54,6 +55,7 @@ private:
     friend class BeforeSleep;
     friend class Deadline;
     friend class Spin;
+    friend class Step;
     using Deadlines = std::multimap<qint64, Deadline*>; ///< of one time in order of setting
 
     struct Watched
@@ -65,6 +67,12 @@ private:
     bool control(int operation, int descriptor, quint32 events) const;
     void callReady();
     void call(int descriptor, quint32 generation, quint32 events);
+
+    bool gathersSteps() const { return m_gathersSteps; }
+    bool hasSteps() const { return m_nextStep < m_steps.size(); }
+    void makeStep(Step* one);
+    void makeSteps();
+    void forget(Step* one);
 
     Deadlines::iterator schedule(qint64 dueUs, Deadline* deadline);
     void cancel(Deadlines::iterator place) { m_deadlines.erase(place); }
@@ -85,6 +93,9 @@ private:
     void hearOfSleep();
     void loopSleeps();
 
+    std::vector<Step*> m_steps; ///< first in, first out, from m_nextStep on; null: forgotten
+    std::size_t m_nextStep = 0;
+    bool m_gathersSteps = false;
     std::vector<BeforeSleep*> m_beforeSleep;
     std::vector<Spin*> m_spins; ///< expected since the loop slept last
     QMetaObject::Connection m_sleep; ///< of the thread's event loop

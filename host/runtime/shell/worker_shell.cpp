@@ -28,7 +28,7 @@ unsigned systemSeed()
 
 WorkerShell::WorkerShell(DAbstractWorker& worker)
     : m_worker(&worker), m_due({this, &WorkerShell::handleDue}),
-      m_leftInCall({this, &WorkerShell::handleSleep}),
+      m_leftInCall({this, &WorkerShell::handleSleep}), m_step({this, &WorkerShell::handleStep}),
       m_link({{this, &WorkerShell::handleOpened},
               {this, &WorkerShell::handleFailed},
               {this, &WorkerShell::handleReadable}},
@@ -51,6 +51,7 @@ void WorkerShell::leave()
     m_link.close();
     m_place.reset();
     m_due.set(Deadline::never);
+    m_step.unset();
     release();
 }
 
@@ -205,7 +206,11 @@ void WorkerShell::handleReadable()
         m_engine.received(bytes.data(), size, m_nowUs);
     }
     noteEnd();
-    perform();
+    if (m_depth == 0 && !m_place && m_engine.judgesNext() && m_step.isWanted()) {
+        m_step.set();
+    } else {
+        perform();
+    }
 }
 
 void WorkerShell::handleDue()
@@ -239,9 +244,13 @@ void WorkerShell::noteEnd()
 // --- what the engine decides ---
 
 // Called from foreign code that perform() has called: what it asks for is done once that code has
-// returned, unless it runs an event loop, which may take long.
+// returned, unless it runs an event loop, which may take long. Between the steps of a reply it is
+// done with the next one.
 void WorkerShell::performFromOutside()
 {
+    if (m_step.isSet()) {
+        return;
+    }
     if (m_depth == 0 || loopLevel() > m_loopLevel) {
         perform();
     } else {
@@ -267,7 +276,7 @@ int WorkerShell::loopLevel() const
     return thread != nullptr ? thread->loopLevel() : 0;
 }
 
-void WorkerShell::perform()
+void WorkerShell::perform(Extent extent)
 {
     const Stay stay(this);
     const int outerLevel = std::exchange(m_loopLevel, loopLevel());
@@ -277,14 +286,25 @@ void WorkerShell::perform()
     while (m_worker != nullptr && (m_traces.empty() || showTraces())
            && m_engine.next(action, m_nowUs)) {
         execute(action);
+        if (endsStep(extent)) {
+            m_step.set();
+            break;
+        }
     }
     m_loopLevel = outerLevel;
     if (--m_depth == 0) {
         m_leftInCall.unset(); // while it is at hand: before the loop sleeps it comes from far away
     }
-    if (m_worker != nullptr) {
+    if (m_worker != nullptr && !m_step.isSet()) {
         m_due.set(m_engine.wakeAtUs());
     }
+}
+
+// One that a call's event loop makes is not one of several: it goes on to the end.
+bool WorkerShell::endsStep(Extent extent) const
+{
+    return extent == Extent::Step && m_depth == 1 && m_worker != nullptr && m_step.othersWait()
+        && m_engine.canPause();
 }
 
 void WorkerShell::execute(const WorkerAction& action)
@@ -419,9 +439,12 @@ void WorkerShell::tellOutcome(const WorkerAction& action)
 // of it before anything else happens, as it must not hear of the next outcome before.
 void WorkerShell::tellUntold()
 {
+    if (m_untold == nullptr) {
+        return;
+    }
     const Untold* untold = std::exchange(m_untold, nullptr);
     const OutcomeHandler handler = m_outcomeHandler;
-    if (untold != nullptr && m_worker != nullptr && !handler.empty()) {
+    if (m_worker != nullptr && !handler.empty()) {
         callForeign([&] {
             handler(untold->id, untold->outcome, untold->news.reply, untold->news.failure);
         });

@@ -6,6 +6,7 @@
 #include <runtime/loop/before_sleep.h>
 #include <runtime/loop/deadline.h>
 #include <runtime/loop/spin.h>
+#include <runtime/loop/step.h>
 #include <runtime/shell/lingering.h>
 
 #include <plugin_management/d_abstract_worker.h>
@@ -49,6 +50,8 @@ public:
     WorkerEngine& engine() { return m_engine; }
 
 private:
+    enum class Extent : quint8 { All, Step };
+
     struct Trace
     {
         bool outgoing;
@@ -89,7 +92,9 @@ private:
 
     void performFromOutside();
     int loopLevel() const;
-    void perform();
+    void perform(Extent extent = Extent::All);
+    void handleStep() { perform(Extent::Step); }
+    bool endsStep(Extent extent) const;
     void execute(const WorkerAction& action);
     template <typename Call>
     bool callForeign(const Call& call);
@@ -112,6 +117,7 @@ private:
     const Untold* m_untold = nullptr;
     Deadline m_due;
     BeforeSleep m_leftInCall; ///< what is left to perform until a call returns
+    Step m_step; ///< what is left to perform of a reply, while others perform theirs
     std::unique_ptr<Spin> m_spin; ///< null: no reply is looked for before the loop sleeps
     std::unique_ptr<LinePlace> m_place; ///< on a link shared with others, in the other's place
     Link m_link;

@@ -17,6 +17,7 @@ private slots:
     void aLoopInsideStartReportsOthersOnly();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut_data();
     void whatIsGivenInsideALoopOfAReportIsCarriedOut();
+    void whatWaitsToBeReportedComesInsideLoopsOfTheFirst();
     void aRepetitionComesInsideALoopOfTheLastOne();
     void failures_data();
     void failures();
@@ -105,6 +106,29 @@ void RuntimeTest::whatIsGivenInsideALoopOfAReportIsCarriedOut()
     }
     object.finish(id);
     QVERIFY(carriedOut);
+}
+
+// Both are over before start() has returned, and so are told by the loop.
+void RuntimeTest::whatWaitsToBeReportedComesInsideLoopsOfTheFirst()
+{
+    RecordedObject object;
+    const QVariantMap atOnce{{QStringLiteral("function"), QStringLiteral("atOnce")}};
+    const quint64 first = object.start(ask, atOnce);
+    const quint64 second = object.start(ask, atOnce);
+    const DOrders* orders = object.plugin->orders();
+    bool cameInside = false;
+    connect(orders, &DOrders::sigOrderResult, this, [&](quint64 id) {
+        if (id == first) {
+            QVERIFY(waitFor([&] { return object.ends.value(first) == 1; }));
+        }
+    });
+    connect(orders, &DOrders::sigOrderFinished, this, [&](const DOrder& order) {
+        if (order.id == first) {
+            cameInside = waitFor([&] { return object.ends.value(second) == 1; });
+        }
+    });
+    object.finish(first);
+    QVERIFY(cameInside);
 }
 
 // Which runs in a listener of the worker's, who hears of a repetition before its order does.

@@ -116,7 +116,7 @@ private:
     {
         quint64 done = 0;
         std::map<OrderFailure::Code, quint64> failed;
-        quint64 stopped = 0; ///< orders
+        quint64 mostUntold = 0; ///< outcomes, of orders that were stopped
         qint64 leastSkipped = 0; ///< repetitions
         qint64 mostSkipped = 0;
         qint64 repeating = 0; ///< orders; each may be off by one, as it is started at any moment
@@ -145,6 +145,7 @@ private:
     OpenOrders::const_iterator nextToIdentify() const;
     void handOver(const Open& failed);
     void noteAnswer(int number);
+    void noteFailure(const Open& open, int number, const OrderFailure& failure);
     void checkTimeout(const Open& open) const;
     void noteTaint(const Open& open, const OrderFailure& failure);
     void checkRefusal(const Open& open) const;
@@ -155,6 +156,8 @@ private:
     void checkNobodyWaits() const;
     void checkNothingIsHeldUp() const;
     void checkLostIsClosed() const;
+    void noteReply(const QByteArray& bytes);
+    void checkReplyIsTold() const;
     void tick(Open& open);
     static void addSkipped(Counts& counts, const Open& open, bool isOver);
     void checkCounts(const WorkerStatistics& counted) const;
@@ -191,6 +194,9 @@ private:
     QByteArray m_lastTransaction; ///< its id
     int m_lastAsked = 0; ///< the order of the last request
     bool m_isAnswered = false; ///< that it has been told so
+    qint64 m_answeredUs = 0; ///< and when
+    QByteArray m_reply; ///< what came since the last request
+    std::optional<qint64> m_wholeUs; ///< since when that has been a frame
     qint64 m_receivedBytes = 0; ///< on this link
     int m_requests = 0; ///< on this link
     /// The link that was closed last, and what it received, if one request had left on it.

@@ -81,6 +81,22 @@ Plan::Plan(quint64 givenSeed) : seed(givenSeed)
         const int turn = random.below(10);
         weight = turn == 0 ? 0 : turn == 1 ? 5 * weight : weight;
     }
+    drawCrowd();
+}
+
+// Much is ready at once, and each object's reports use the others.
+void Plan::drawCrowd()
+{
+    Random random(seed, 'C');
+    if (shares || !random.oneIn(4)) {
+        return;
+    }
+    heldUpUs = random.spread(ms, 300 * ms);
+    objects = static_cast<int>(links.size());
+    busyUs = qMin(busyUs, 10 * second);
+    thinkUs = qMin(thinkUs, random.spread(2 * ms, 200 * ms));
+    nestedPerMille = qMax(nestedPerMille, 20);
+    weights[static_cast<std::size_t>(Deed::Loop)] *= random.between(1, 5);
 }
 
 // Units of one device behind one link.
@@ -146,6 +162,7 @@ Plan Plan::quiet(quint64 seed, int days)
     plan.calmUs = days * 24 * hour;
     plan.calmIntervalMs = 1000;
     plan.outageUs = 0;
+    plan.heldUpUs = 0;
     plan.shares = false;
     plan.links.assign(1, {});
     plan.spoiledPerMille = 0;
@@ -155,7 +172,7 @@ Plan Plan::quiet(quint64 seed, int days)
 
 std::vector<std::string> Plan::parts() const
 {
-    std::vector<std::string> names{"inside", "away", "outage", "cuts", "link-options"};
+    std::vector<std::string> names{"inside", "away", "outage", "held-up", "cuts", "link-options"};
     names.insert(names.end(), deedNames.begin(), deedNames.end());
     for (const MisbehaviourKind* kind : kinds) {
         names.emplace_back(kind->name);
@@ -174,6 +191,8 @@ bool Plan::leaveOut(const std::string& part)
         upUs = 1000 * hour;
     } else if (part == "outage") {
         outageUs = 0;
+    } else if (part == "held-up") {
+        heldUpUs = 0;
     } else if (part == "link-options") {
         links.assign(links.size(), {});
         shares = false;

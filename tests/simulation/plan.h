@@ -40,7 +40,7 @@ struct Plan
     static Plan crossed(int units);
 
     /// What can be left out: names of misbehaviours and deeds, "inside", "away", "outage",
-    /// "cuts" and "link-options".
+    /// "held-up", "cuts" and "link-options".
     std::vector<std::string> parts() const;
     /// False when there is no such part.
     bool leaveOut(const std::string& part);
@@ -66,6 +66,7 @@ struct Plan
     qint64 thinkUs; ///< between two deeds of a user, about
     qint64 upUs; ///< between two times that a device is away, about
     qint64 awayUs; ///< for how long, about
+    qint64 heldUpUs = 0; ///< some turns of the loop, by other work, so that much is ready at once
     qint64 latencyUs; ///< of the wire, one way, at the most
     std::vector<const MisbehaviourKind*> kinds; ///< those of this world's devices
     std::array<int, deedCount> weights; ///< how often each deed is done
@@ -73,4 +74,5 @@ struct Plan
 private:
     void drawShare();
     void drawWays();
+    void drawCrowd();
 };

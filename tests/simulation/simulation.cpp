@@ -64,11 +64,15 @@ public:
     Simulation(const Plan& plan, DAbstractPlugin* root, bool isTraced)
         : m_plan(plan), m_world(plan.seed, isTraced), m_network(plan.seed)
     {
+        m_world.setHeldUp(plan.heldUpUs);
         for (int i = 0; i < plan.objects; ++i) {
             if (plan.stationOf(i) == i) {
                 m_stations.push_back(std::make_unique<Station>(plan, i));
             }
             m_clients.push_back(std::make_unique<Client>(plan, i, root, *m_stations.back()));
+        }
+        if (plan.heldUpUs > 0) {
+            letUsersMeet();
         }
     }
 
@@ -141,6 +145,20 @@ private:
         QEventLoop loop;
         m_world.inside(us, [&loop] { loop.quit(); });
         loop.exec();
+    }
+
+    // Where much is ready at once, one object's report uses others whose replies are there too.
+    void letUsersMeet()
+    {
+        each([this](Client& one) {
+            std::vector<User*> others;
+            each([&](Client& other) {
+                if (&other != &one) {
+                    others.push_back(&other.user);
+                }
+            });
+            one.user.setOthers(others);
+        });
     }
 
     void lookAgain()

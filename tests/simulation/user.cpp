@@ -79,7 +79,14 @@ void User::inside()
         return;
     }
     World::current()->note(m_number, "inside", m_depth);
-    doDeed(m_random.oneIn(40) ? Deed::Destroy : drawDeed());
+    const Deed deed = m_random.oneIn(40) ? Deed::Destroy : drawDeed();
+    const bool isOwn = m_others.empty() || m_random.oneIn(2);
+    User* whose = isOwn
+        ? this
+        : m_others[static_cast<std::size_t>(m_random.below(static_cast<int>(m_others.size())))];
+    if (whose->m_depth < deepest) {
+        whose->doDeed(deed);
+    }
 }
 
 void User::doDeed(Deed deed)
@@ -335,10 +342,18 @@ void User::runLoop()
 {
     QEventLoop loop;
     World::current()->inside(m_random.spread(ms, 300 * ms), [this, &loop] {
-        m_book.look(); // now something has waited for as long as it may
+        look(); // now something has waited for as long as it may
         loop.quit();
     });
     loop.exec();
+}
+
+void User::look()
+{
+    m_book.look();
+    for (User* other : m_others) {
+        other->m_book.look();
+    }
 }
 
 // --- the calm ---

@@ -15,6 +15,8 @@ public:
     ~User();
     Q_DISABLE_COPY(User)
 
+    /// Those whose objects it uses as well, inside a report of its own.
+    void setOthers(const std::vector<User*>& others) { m_others = others; }
     void begin();
     /// Nothing more of its own accord: the object is connected, and asked once in a while.
     void calmDown();
@@ -40,6 +42,7 @@ private:
     void burst();
     void traceFrames();
     void runLoop();
+    void look();
 
     Asked draw(Deed deed);
     Asked read(const QString& command);
@@ -52,6 +55,7 @@ private:
     DAbstractPlugin* m_root;
     Book& m_book;
     Random m_random;
+    std::vector<User*> m_others;
     DAbstractPlugin* m_object = nullptr;
     quint16 m_nextStart;
     int m_depth = 0;

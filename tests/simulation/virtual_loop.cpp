@@ -27,6 +27,7 @@ bool VirtualLoop::processEvents(QEventLoop::ProcessEventsFlags flags)
     World& world = *World::current();
     const int tookUs = world.chance().oneIn(slowTurns) ? slowTurnUs : longestTurnUs;
     world.passTo(world.nowUs() + world.chance().below(tookUs));
+    world.holdUp();
     if (callReady() || m_isWoken || m_isInterrupted) {
         return true;
     }

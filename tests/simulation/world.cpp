@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr int heldUpTurns = 2; // one in so many
+
 World* theWorld = nullptr;
 
 } // namespace
@@ -65,6 +67,13 @@ void World::passTo(qint64 us)
                                                        : runFirst(m_inside, us);
     }
     m_nowUs = std::max(m_nowUs, us);
+}
+
+void World::holdUp()
+{
+    if (m_heldUpUs > 0 && !m_isCalm && m_chance.oneIn(heldUpTurns)) {
+        stopProcess(m_chance.below(static_cast<int>(m_heldUpUs)));
+    }
 }
 
 void World::stopProcess(qint64 us)

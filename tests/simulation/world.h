@@ -34,6 +34,10 @@ public:
     void passTo(qint64 us);
     /// The process is stopped: only what is outside happens.
     void stopProcess(qint64 us);
+    /// Until all is calm, other work of the machine takes up to so long of some turns of the loop.
+    void setHeldUp(qint64 us) { m_heldUpUs = us; }
+    /// In a turn of the loop.
+    void holdUp();
     /// For how long the process has been stopped.
     qint64 stoppedUs() const { return m_stoppedUs; }
 
@@ -68,6 +72,7 @@ private:
 
     qint64 m_nowUs = 1000000000; // as a clock of a machine that has been running
     qint64 m_stoppedUs = 0;
+    qint64 m_heldUpUs = 0;
     bool m_isCalm = false;
     quint64 m_moment = 0;
     quint64 m_numbers = 0;

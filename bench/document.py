@@ -65,14 +65,19 @@ def draw_over_devices(axes, scale, work, key, factor):
 
 def draw_scale(results, docs):
     scale = tables.Scale(results)
-    figure, (reading, listening, lateness) = pyplot.subplots(1, 3, figsize=(9, 3))
+    figure, axes = pyplot.subplot_mosaic([["names"] * 3, ["reading", "listening", "lateness"]],
+                                         figsize=(9, 3.4), gridspec_kw={"height_ratios": [1, 12]})
+    names, reading, listening, lateness = axes.values()
     draw_over_devices(reading, scale, "read", "processorUsPerOrder", 1)
     reading.set(title="read after read", ylabel="processor time per order, us")
     draw_over_devices(listening, scale, "50", "processorUsPerOrder", 1)
     listening.set(title="listened to every 50 ms")
     draw_over_devices(lateness, scale, "50", "latenessP99Us", 0.001)
     lateness.set(title="lateness of ticks, 99 %", ylabel="ms")
-    reading.legend()
+    names.axis("off")
+    legend = names.legend(*reading.get_legend_handles_labels(), loc="center", ncols=6,
+                          columnspacing=1, handlelength=1.2, fontsize="small")
+    legend.set_in_layout(False)
     save(figure, docs, "scale.svg")
 
 

@@ -236,6 +236,7 @@ void LoopTest::everybodyMakesAStepBeforeAnybodysNext()
     QFETCH(QList<int>, made);
     QList<int> seen;
     std::vector<std::unique_ptr<Walker>> walkers;
+    walkers.reserve(3);
     for (int number = 1; number <= 3; ++number) {
         walkers.push_back(std::make_unique<Walker>(number, seen));
     }

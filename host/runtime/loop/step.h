@@ -1,8 +1,6 @@
 #pragma once
 
-#include <runtime/loop/reactor.h>
-
-#include <utility>
+#include <runtime/loop/reactor_call.h>
 
 /// What is to be done about what came on a descriptor, and goes by steps: everybody's first step is
 /// made before anybody's second. The code of an order is some 49 kB, more than instruction caches
@@ -11,58 +9,30 @@
 ///
 /// Nothing waits for a handler that runs an event loop: what is left of all others is done before
 /// that loop sleeps or brings anything else. Belongs to the thread that sets it first.
-class Step
+class Step final : public ReactorCall
 {
 public:
-    using Handler = fastdelegate::Delegate<void>;
-
-    explicit Step(const Handler& onStep) : m_onStep(onStep) { }
+    explicit Step(const Handler& onStep) : ReactorCall(onStep) { }
     ~Step() { unset(); }
     Q_DISABLE_COPY(Step)
 
     /// Several are ready, whose steps are gathered.
-    bool isWanted()
-    {
-        if (!m_reactor) {
-            m_reactor = Reactor::ofThisThread();
-        }
-        return m_reactor->gathersSteps();
-    }
-
-    bool isSet() const { return m_isSet; }
+    bool isWanted() { return reactor().gathersSteps(); }
     /// Others have steps to make that were set before.
-    bool othersWait() const { return m_reactor && m_reactor->hasSteps(); }
+    bool othersWait() { return reactor().hasSteps(); }
 
     /// Calls the handler once, after those that were set before.
     void set()
     {
-        if (!m_reactor) {
-            m_reactor = Reactor::ofThisThread();
-        }
-        if (!std::exchange(m_isSet, true)) {
-            m_reactor->makeStep(this);
+        if (ask()) {
+            reactor().makeStep(this);
         }
     }
 
     void unset()
     {
-        if (std::exchange(m_isSet, false)) {
-            m_reactor->forget(this);
+        if (takeBack()) {
+            reactor().forget(this);
         }
     }
-
-private:
-    friend class Reactor;
-
-    // The handler may end it.
-    void come()
-    {
-        m_isSet = false;
-        const Handler onStep = m_onStep;
-        onStep();
-    }
-
-    Handler m_onStep;
-    std::shared_ptr<Reactor> m_reactor;
-    bool m_isSet = false;
 };

@@ -301,7 +301,7 @@ void WorkerShell::perform(Extent extent)
 }
 
 // One that a call's event loop makes is not one of several: it goes on to the end.
-bool WorkerShell::endsStep(Extent extent) const
+bool WorkerShell::endsStep(Extent extent)
 {
     return extent == Extent::Step && m_depth == 1 && m_worker != nullptr && m_step.othersWait()
         && m_engine.canPause();

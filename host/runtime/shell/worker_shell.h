@@ -94,7 +94,7 @@ private:
     int loopLevel() const;
     void perform(Extent extent = Extent::All);
     void handleStep() { perform(Extent::Step); }
-    bool endsStep(Extent extent) const;
+    bool endsStep(Extent extent);
     void execute(const WorkerAction& action);
     template <typename Call>
     bool callForeign(const Call& call);
